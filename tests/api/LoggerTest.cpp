@@ -1,0 +1,373 @@
+// GLogger / HLogger: configuration, records, filtering, through a fake log
+// library and through the UDP stand-in.
+#include "api/GLogger.h"
+#include "api/HLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace GenTL {
+namespace {
+
+using nlohmann::json;
+
+/// A log library instance that keeps what it is told.
+class FakeLog final : public IKestaLog {
+public:
+    void SetOutPort(uint16_t port) override { outPorts.push_back(port); }
+    void RemoveOutPort(uint16_t port) override { removedPorts.push_back(port); }
+    void AddInPort(uint16_t port) override { inPorts.push_back(port); }
+    void SendMessage(const char* text) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (filter == nullptr || filter->OnFilterOut(text)) {
+            kept.push_back(json::parse(text));
+        } else {
+            dropped.push_back(json::parse(text));
+        }
+    }
+    void SetFilter(IFilterOutFn* f) override { filter = f; }
+
+    std::mutex mutex;
+    std::vector<uint16_t> outPorts, removedPorts, inPorts;
+    IFilterOutFn* filter = nullptr;
+    std::vector<json> kept, dropped;
+};
+
+/// Installs FakeLog as the log library and tracks its instances.
+class FakeLogLibrary {
+public:
+    FakeLogLibrary() : m_former(detail::SetLogLibrary({&Init, &Deinit})) {
+        s_instances.clear();
+        s_live = 0;
+    }
+    ~FakeLogLibrary() {
+        detail::SetLogLibrary(m_former);
+        s_instances.clear();
+    }
+    /// Instance i in the order Init made them; readable after Deinit.
+    FakeLog& At(int i) { return *s_instances.at(static_cast<size_t>(i)); }
+    int Made() const { return static_cast<int>(s_instances.size()); }
+    int Live() const { return s_live; }
+
+private:
+    static IKestaLog* Init() {
+        s_instances.push_back(std::make_shared<FakeLog>());
+        ++s_live;
+        return s_instances.back().get();
+    }
+    static void Deinit(IKestaLog*) { --s_live; }
+
+    detail::LogLibrary m_former;
+    static std::vector<std::shared_ptr<FakeLog>> s_instances;
+    static int s_live;
+};
+std::vector<std::shared_ptr<FakeLog>> FakeLogLibrary::s_instances;
+int FakeLogLibrary::s_live = 0;
+
+/// Runs a test in a fresh temporary working directory, and returns to the
+/// former one afterwards (other tests of this program use it).
+class TempWorkDir {
+public:
+    TempWorkDir() {
+        char cwd[PATH_MAX];
+        EXPECT_NE(nullptr, ::getcwd(cwd, sizeof(cwd)));
+        m_former = cwd;
+        char templ[] = "/tmp/kesta-logtest-XXXXXX";
+        EXPECT_NE(nullptr, ::mkdtemp(templ));
+        m_dir = templ;
+        EXPECT_EQ(0, ::chdir(m_dir.c_str()));
+    }
+    ~TempWorkDir() {
+        EXPECT_EQ(0, ::chdir(m_former.c_str()));
+        std::remove((m_dir + "/kesta_log.conf").c_str());
+        ::rmdir(m_dir.c_str());
+    }
+    void WriteConfig(const std::string& text) const {
+        std::ofstream(m_dir + "/kesta_log.conf") << text;
+    }
+
+private:
+    std::string m_former, m_dir;
+};
+
+const char* const kGoodConfig = R"({
+  "ports": {"hal_out": 5100, "gentl_out": 5200, "tarva_in": 5300, "qv_in": 5400},
+  "levels": {"hal": 400, "gentl": 500}
+})";
+
+class LoggerTest : public ::testing::Test {
+protected:
+    FakeLogLibrary lib;
+    TempWorkDir dir;
+};
+
+using OneArgLog = void (*)(const char*);
+
+/// The record's timestamp as a number; fails the test unless it is a string of digits.
+long long TimestampOf(const json& record) {
+    const auto& ts = record.at("timestamp");
+    EXPECT_TRUE(ts.is_string());
+    const std::string s = ts.get<std::string>();
+    EXPECT_FALSE(s.empty());
+    EXPECT_EQ(std::string::npos, s.find_first_not_of("0123456789")) << s;
+    return std::stoll(s);
+}
+
+TEST_F(LoggerTest, ConnectsWithTheLayersOwnPortsAndLevelAndDisconnects) {
+    dir.WriteConfig(kGoodConfig);
+    {
+        HLogger h;
+        GLogger g;
+        ASSERT_EQ(2, lib.Made());
+        FakeLog& hal = lib.At(0);
+        FakeLog& gentl = lib.At(1);
+        EXPECT_TRUE(HLogger::IsOn());
+        EXPECT_TRUE(GLogger::IsOn());
+        EXPECT_EQ(400, h.Level());
+        EXPECT_EQ(500, g.Level());
+        EXPECT_EQ(std::vector<uint16_t>{5100}, hal.outPorts);
+        EXPECT_EQ(std::vector<uint16_t>{5200}, gentl.outPorts);
+        EXPECT_EQ((std::vector<uint16_t>{5300, 5400}), hal.inPorts);
+        EXPECT_EQ((std::vector<uint16_t>{5300, 5400}), gentl.inPorts);
+        EXPECT_EQ(&h, hal.filter);
+        EXPECT_EQ(&g, gentl.filter);
+        EXPECT_EQ(2, lib.Live());
+    }
+    EXPECT_EQ(std::vector<uint16_t>{5100}, lib.At(0).removedPorts);
+    EXPECT_EQ(std::vector<uint16_t>{5200}, lib.At(1).removedPorts);
+    EXPECT_EQ(0, lib.Live());
+    EXPECT_FALSE(HLogger::IsOn());
+    EXPECT_FALSE(GLogger::IsOn());
+    EXPECT_FALSE(HLogger::SendLog(json{{"level", 100}}));
+}
+
+TEST_F(LoggerTest, RecordCarriesItsKeysInAllThreeForms) {
+    dir.WriteConfig(kGoodConfig);
+    HLogger h;
+    GLogger g;
+    const long long before = std::stoll(detail::TimestampNow());
+    HLogger::Warn("cam7", "link down");
+    HLogger::Error("GenTL::CommSocket Setting SO_RCVTIMEO", -22);
+    GLogger::Info("opened");
+    const long long after = std::stoll(detail::TimestampNow());
+
+    const auto& hal = lib.At(0).kept;
+    ASSERT_EQ(2u, hal.size());
+    EXPECT_EQ(300, hal[0].at("level"));
+    EXPECT_EQ("link down", hal[0].at("message"));
+    EXPECT_EQ("HAL", hal[0].at("module"));
+    EXPECT_EQ("cam7", hal[0].at("userid"));
+    EXPECT_EQ(5u, hal[0].size());
+    const long long ts = TimestampOf(hal[0]);
+    EXPECT_LE(before, ts);
+    EXPECT_GE(after, ts);
+
+    EXPECT_EQ(200, hal[1].at("level"));
+    EXPECT_EQ("GenTL::CommSocket Setting SO_RCVTIMEO: -22", hal[1].at("message"));
+    EXPECT_EQ("", hal[1].at("userid"));
+
+    const auto& gentl = lib.At(1).kept;
+    ASSERT_EQ(1u, gentl.size());
+    EXPECT_EQ(400, gentl[0].at("level"));
+    EXPECT_EQ("GenTL", gentl[0].at("module"));
+    EXPECT_EQ("", gentl[0].at("userid"));
+}
+
+TEST_F(LoggerTest, LevelFilterKeepsUpToTheConfiguredLevel) {
+    // 299.9 is truncated to 299: Warn (300) is cut.
+    dir.WriteConfig(R"({"ports": {"hal_out": 1, "gentl_out": 2, "tarva_in": 3, "qv_in": 4},
+                        "levels": {"hal": 299.9, "gentl": 400}})");
+    HLogger h;
+    GLogger g;
+    EXPECT_EQ(299, h.Level());
+    for (OneArgLog log :
+         std::initializer_list<OneArgLog>{&HLogger::Fatal, &HLogger::Error, &HLogger::Warn,
+                                          &HLogger::Info, &HLogger::Debug, &HLogger::Verbose}) {
+        log("m");
+    }
+    for (OneArgLog log :
+         std::initializer_list<OneArgLog>{&GLogger::Fatal, &GLogger::Error, &GLogger::Warn,
+                                          &GLogger::Info, &GLogger::Debug, &GLogger::Verbose}) {
+        log("m");
+    }
+    auto levels = [](const std::vector<json>& records) {
+        std::vector<int> out;
+        for (const auto& r : records) {
+            out.push_back(r.at("level").get<int>());
+        }
+        return out;
+    };
+    EXPECT_EQ((std::vector<int>{100, 200}), levels(lib.At(0).kept));
+    EXPECT_EQ((std::vector<int>{300, 400, 500, 600}), levels(lib.At(0).dropped));
+    EXPECT_EQ((std::vector<int>{100, 200, 300, 400}), levels(lib.At(1).kept));
+    EXPECT_EQ((std::vector<int>{500, 600}), levels(lib.At(1).dropped));
+}
+
+TEST_F(LoggerTest, OnFilterOutReadsTheRecordsLevel) {
+    dir.WriteConfig(kGoodConfig);
+    HLogger h; // level 400
+    EXPECT_TRUE(h.OnFilterOut(R"({"level": 400})"));
+    EXPECT_TRUE(h.OnFilterOut(R"({"level": 400.7})"));
+    EXPECT_FALSE(h.OnFilterOut(R"({"level": 401})"));
+    EXPECT_THROW(h.OnFilterOut(R"({"level": "400"})"), std::logic_error);
+    EXPECT_THROW(h.OnFilterOut(R"({"message": "no level"})"), std::logic_error);
+    EXPECT_THROW(h.OnFilterOut(R"({"level": 1e300})"), std::logic_error);
+    EXPECT_THROW(h.OnFilterOut("not json"), nlohmann::json::parse_error);
+}
+
+struct BrokenConfig {
+    const char* name;
+    const char* text; // nullptr: no file at all
+};
+
+class LoggerConfigTest : public LoggerTest, public ::testing::WithParamInterface<BrokenConfig> {};
+
+TEST_P(LoggerConfigTest, AnyFaultLeavesTheLayerOffWithoutThrowing) {
+    if (GetParam().text != nullptr) {
+        dir.WriteConfig(GetParam().text);
+    }
+    std::unique_ptr<HLogger> h;
+    ASSERT_NO_THROW(h = std::make_unique<HLogger>());
+    EXPECT_FALSE(HLogger::IsOn());
+    EXPECT_EQ(0, lib.Live());
+    EXPECT_NO_THROW(HLogger::Fatal("dropped"));
+    EXPECT_FALSE(HLogger::SendLog(json{{"level", 100}}));
+    h.reset();
+    EXPECT_EQ(0, lib.Live());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, LoggerConfigTest,
+    ::testing::Values(
+        BrokenConfig{"NoFile", nullptr}, BrokenConfig{"Empty", ""},
+        BrokenConfig{"Malformed", R"({"ports": {"hal_out": 1,)"},
+        BrokenConfig{"NotAnObject", "[1, 2]"},
+        BrokenConfig{"NoPort", R"({"ports": {"tarva_in": 3, "qv_in": 4}, "levels": {"hal": 400}})"},
+        BrokenConfig{
+            "PortAsString",
+            R"({"ports": {"hal_out": "1", "tarva_in": 3, "qv_in": 4}, "levels": {"hal": 400}})"},
+        BrokenConfig{"NoLevel", R"({"ports": {"hal_out": 1, "tarva_in": 3, "qv_in": 4}})"},
+        BrokenConfig{
+            "LevelAsBool",
+            R"({"ports": {"hal_out": 1, "tarva_in": 3, "qv_in": 4}, "levels": {"hal": true}})"},
+        BrokenConfig{"NoInPort",
+                     R"({"ports": {"hal_out": 1, "tarva_in": 3}, "levels": {"hal": 400}})"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(LoggerTest, LayersAreOnOrOffSeparately) {
+    // "gentl" as a string turns the GenTL layer off, the HAL layer stays on.
+    dir.WriteConfig(R"({"ports": {"hal_out": 1, "gentl_out": 2, "tarva_in": 3, "qv_in": 4},
+                        "levels": {"hal": 600, "gentl": "400"}})");
+    GLogger g;
+    HLogger h;
+    EXPECT_FALSE(GLogger::IsOn());
+    EXPECT_TRUE(HLogger::IsOn());
+    GLogger::Fatal("lost");
+    HLogger::Verbose("seen");
+    ASSERT_EQ(2, lib.Made());
+    EXPECT_TRUE(lib.At(0).kept.empty());
+    ASSERT_EQ(1u, lib.At(1).kept.size());
+    EXPECT_EQ("seen", lib.At(1).kept[0].at("message"));
+}
+
+TEST_F(LoggerTest, TextThatIsNotUtf8IsStillSent) {
+    dir.WriteConfig(kGoodConfig);
+    HLogger h;
+    EXPECT_NO_THROW(HLogger::Info("bad \xff byte"));
+    ASSERT_EQ(1u, lib.At(0).kept.size());
+}
+
+TEST_F(LoggerTest, ConcurrentLoggingFromManyThreads) {
+    dir.WriteConfig(kGoodConfig);
+    HLogger h;
+    GLogger g;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 50; ++i) {
+                if (t % 2 != 0) {
+                    HLogger::Info("h", i);
+                } else {
+                    GLogger::Info("g", i);
+                }
+            }
+        });
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    EXPECT_EQ(100u, lib.At(0).kept.size());
+    EXPECT_EQ(100u, lib.At(1).kept.size());
+}
+
+/// A UDP socket on 127.0.0.1 at a port the system picks.
+class UdpListener {
+public:
+    UdpListener() : m_fd(::socket(AF_INET, SOCK_DGRAM, 0)) {
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, ::bind(m_fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)));
+        socklen_t len = sizeof(a);
+        EXPECT_EQ(0, ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&a), &len));
+        m_port = ntohs(a.sin_port);
+    }
+    ~UdpListener() { ::close(m_fd); }
+    uint16_t Port() const { return m_port; }
+    /// The next datagram, or empty after timeoutMs.
+    std::string Next(int timeoutMs = 1000) {
+        pollfd p{m_fd, POLLIN, 0};
+        if (::poll(&p, 1, timeoutMs) != 1) {
+            return "";
+        }
+        char buf[65536];
+        const ssize_t n = ::recv(m_fd, buf, sizeof(buf), 0);
+        return n <= 0 ? "" : std::string(buf, static_cast<size_t>(n));
+    }
+
+private:
+    int m_fd;
+    uint16_t m_port = 0;
+};
+
+TEST(LoggerWithStandIn, RecordsArriveAsDatagramsOnTheOutPort) {
+    TempWorkDir dir;
+    UdpListener hal, gentl;
+    dir.WriteConfig(R"({"ports": {"hal_out": )" + std::to_string(hal.Port()) +
+                    R"(, "gentl_out": )" + std::to_string(gentl.Port()) +
+                    R"(, "tarva_in": 3, "qv_in": 4}, "levels": {"hal": 400, "gentl": 300}})");
+    HLogger h;
+    GLogger g;
+    HLogger::Debug("filtered out");
+    HLogger::Info("u1", "hello");
+    GLogger::Info("filtered out");
+    GLogger::Warn("careful", 3);
+
+    const json hr = json::parse(hal.Next());
+    EXPECT_EQ("hello", hr.at("message"));
+    EXPECT_EQ("HAL", hr.at("module"));
+    EXPECT_EQ("u1", hr.at("userid"));
+    const json gr = json::parse(gentl.Next());
+    EXPECT_EQ("careful: 3", gr.at("message"));
+    EXPECT_EQ("GenTL", gr.at("module"));
+    EXPECT_EQ("", hal.Next(100));
+    EXPECT_EQ("", gentl.Next(100));
+}
+
+} // namespace
+} // namespace GenTL
