@@ -1,0 +1,491 @@
+// Sockets on 127.0.0.1 only: port choice, send and receive, time-outs, and
+// closing from another thread to end a blocking receive.
+#include "hal/SocketHelper.h"
+
+#include "GenTL_KESTA.h"
+#include "api/Error.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <string>
+#include <thread>
+
+#include <boost/thread/thread.hpp>
+
+namespace GenTL {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+sockaddr_in Loopback(uint16_t port = 0, const char* ip = "127.0.0.1") {
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(port);
+    ::inet_pton(AF_INET, ip, &a.sin_addr);
+    return a;
+}
+
+uint16_t PortOf(const sockaddr_in& a) {
+    return ntohs(a.sin_port);
+}
+
+long long MsSince(Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+/// The calling thread's newest error text, "" without one.
+std::string LastErrorText() {
+    Error e;
+    if (ErrorCache::GetErrorCache()->Peak(e) != 0) {
+        return "";
+    }
+    return e.Message();
+}
+
+/// A plain socket on a loopback address, kernel-chosen port unless given.
+class Peer {
+public:
+    explicit Peer(int type = SOCK_DGRAM, const char* ip = "127.0.0.1", uint16_t port = 0)
+        : m_fd(::socket(AF_INET, type, 0)) {
+        sockaddr_in a = Loopback(port, ip);
+        m_bound = ::bind(m_fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0;
+        socklen_t len = sizeof(m_addr);
+        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&m_addr), &len);
+    }
+    ~Peer() { ::close(m_fd); }
+    bool Bound() const { return m_bound; }
+    int Fd() const { return m_fd; }
+    uint16_t Port() const { return PortOf(m_addr); }
+    const sockaddr_in& Addr() const { return m_addr; }
+
+    void SendTo(const std::string& data, uint16_t port) const {
+        const sockaddr_in to = Loopback(port);
+        ASSERT_EQ(static_cast<ssize_t>(data.size()),
+                  ::sendto(m_fd, data.data(), data.size(), 0,
+                           reinterpret_cast<const sockaddr*>(&to), sizeof(to)));
+    }
+    /// The next datagram and its source port; "" on timeout.
+    std::string Receive(uint16_t* fromPort = nullptr, int timeoutMs = 1000) const {
+        pollfd p{m_fd, POLLIN, 0};
+        if (::poll(&p, 1, timeoutMs) != 1) {
+            return "";
+        }
+        char buf[2048];
+        sockaddr_in from{};
+        socklen_t len = sizeof(from);
+        const ssize_t n =
+            ::recvfrom(m_fd, buf, sizeof(buf), 0, reinterpret_cast<sockaddr*>(&from), &len);
+        if (fromPort != nullptr) {
+            *fromPort = PortOf(from);
+        }
+        return n < 0 ? "" : std::string(buf, static_cast<size_t>(n));
+    }
+
+private:
+    int m_fd;
+    bool m_bound = false;
+    sockaddr_in m_addr{};
+};
+
+// --- Port choice -----------------------------------------------------------
+
+TEST(SocketPortChoice, EveryOpenStartsAtTheProcessPortAndSkipsTakenOnes) {
+    const uint16_t start = detail::ProcessStartPort();
+    if (start == 65535 || !Peer(SOCK_DGRAM, "127.0.0.1", start).Bound()) {
+        GTEST_SKIP() << "start port " << start << " is taken or at the top";
+    }
+    CommSocket first, second;
+    ASSERT_EQ(0, first.OpenAndBindSocket(Loopback(), "127.0.0.1", 3956, false, 100));
+    ASSERT_EQ(0, second.OpenAndBindSocket(Loopback(), "127.0.0.1", 3956, false, 100));
+    EXPECT_EQ(start, PortOf(first.LocalAddress()));
+    if (PortOf(second.LocalAddress()) != start + 1) {
+        // start + 1 was taken by someone else: the search went on upwards.
+        EXPECT_GT(PortOf(second.LocalAddress()), start + 1);
+    }
+    // The stream socket draws from the same sequence.
+    OverlappedSocket stream;
+    ASSERT_EQ(0, stream.OpenAndBindSocket(Loopback()));
+    EXPECT_GT(PortOf(stream.LocalAddress()), PortOf(second.LocalAddress()));
+    first.Close();
+    second.Close();
+    stream.Close();
+}
+
+TEST(SocketPortChoice, BroadcastSocketsShareThePortThroughReuse) {
+    // Discovery binds the adapter's socket and an any-address socket: both
+    // draw the same port and may share it.
+    CommSocket adapter, any;
+    ASSERT_EQ(0, adapter.OpenAndBindSocket(Loopback(), "255.255.255.255", 3956, true, 100));
+    ASSERT_EQ(0, any.OpenAndBindSocket(Loopback(0, "0.0.0.0"), "255.255.255.255", 3956, true, 100));
+    EXPECT_EQ(PortOf(adapter.LocalAddress()), PortOf(any.LocalAddress()));
+    adapter.Close();
+    any.Close();
+}
+
+TEST(SocketPortChoice, BindAfterWrappingBelowTheStartCountsAsFailure) {
+    Peer top(SOCK_DGRAM, "127.0.0.1", 65535);
+    if (!top.Bound()) {
+        GTEST_SKIP() << "port 65535 is taken";
+    }
+    const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in local = Loopback();
+    EXPECT_FALSE(detail::BindFromPort(fd, local, 65535));
+    EXPECT_LT(PortOf(local), 65535); // it did bind, below the start
+    ::close(fd);
+
+    const int fd2 = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in local2 = Loopback();
+    Peer below(SOCK_DGRAM, "127.0.0.1", 65534);
+    if (below.Bound()) {
+        // 65534 is taken by us too: from 65534 the search wraps as well.
+        EXPECT_FALSE(detail::BindFromPort(fd2, local2, 65534));
+    }
+    ::close(fd2);
+}
+
+TEST(SocketPortChoice, BindAtTheTopWithoutWrapSucceeds) {
+    Peer taken(SOCK_DGRAM, "127.0.0.1", 65534);
+    if (!taken.Bound() || !Peer(SOCK_DGRAM, "127.0.0.1", 65535).Bound()) {
+        GTEST_SKIP() << "ports 65534/65535 are not ours to use";
+    }
+    const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in local = Loopback();
+    EXPECT_TRUE(detail::BindFromPort(fd, local, 65534));
+    EXPECT_EQ(65535, PortOf(local));
+    ::close(fd);
+}
+
+// --- CommSocket ------------------------------------------------------------
+
+class CommSocketTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ErrorCache::GetErrorCache()->Clear();
+        ASSERT_EQ(0, socket.OpenAndBindSocket(Loopback(), "127.0.0.1", peer.Port(), false, 300));
+    }
+    void TearDown() override { socket.Close(); }
+
+    Peer peer;
+    CommSocket socket;
+};
+
+TEST_F(CommSocketTest, ExchangesDatagramsWithItsPeer) {
+    ASSERT_EQ(0, socket.Send("abc", 3, 0));
+    uint16_t from = 0;
+    EXPECT_EQ("abc", peer.Receive(&from));
+    EXPECT_EQ(PortOf(socket.LocalAddress()), from);
+
+    peer.SendTo("xy", from);
+    char buffer[16];
+    std::memset(buffer, '.', sizeof(buffer));
+    // A short datagram succeeds; its length is not reported.
+    EXPECT_EQ(0, socket.Receive(buffer, sizeof(buffer), false));
+    EXPECT_EQ("xy..", std::string(buffer, 4));
+}
+
+TEST_F(CommSocketTest, NonZeroIpRedirectsThisAndLaterSends) {
+    Peer other(SOCK_DGRAM, "127.0.0.2", peer.Port());
+    if (!other.Bound()) {
+        GTEST_SKIP() << "127.0.0.2 not usable";
+    }
+    in_addr ip{};
+    ::inet_pton(AF_INET, "127.0.0.2", &ip);
+    ASSERT_EQ(0, socket.Send("1", 1, ip.s_addr));
+    ASSERT_EQ(0, socket.Send("2", 1, 0));
+    EXPECT_EQ("1", other.Receive());
+    EXPECT_EQ("2", other.Receive());
+    EXPECT_EQ("", peer.Receive(nullptr, 50));
+    EXPECT_EQ(ip.s_addr, socket.RemoteAddress().sin_addr.s_addr);
+}
+
+TEST_F(CommSocketTest, SetTimeoutSplitsMillisecondsAndHandsBackTheFormer) {
+    int former = -1;
+    ASSERT_EQ(0, socket.SetTimeout(1500, former));
+    EXPECT_EQ(300, former);
+    timeval tv{};
+    socklen_t len = sizeof(tv);
+    ASSERT_EQ(0, ::getsockopt(socket.Descriptor(), SOL_SOCKET, SO_RCVTIMEO, &tv, &len));
+    EXPECT_EQ(1, tv.tv_sec);
+    EXPECT_EQ(500000, tv.tv_usec);
+    ASSERT_EQ(0, socket.SetTimeout(0, former));
+    EXPECT_EQ(1500, former);
+}
+
+TEST_F(CommSocketTest, TimeoutIsRecordedUnlessSilent) {
+    char buffer[8];
+    int former = 0;
+    ASSERT_EQ(0, socket.SetTimeout(80, former));
+    const auto start = Clock::now();
+    EXPECT_EQ(GC_ERR_TIMEOUT, socket.Receive(buffer, sizeof(buffer), true));
+    EXPECT_GE(MsSince(start), 70);
+    EXPECT_EQ(0, ErrorCache::GetErrorCache()->Count());
+
+    EXPECT_EQ(GC_ERR_TIMEOUT, socket.Receive(buffer, sizeof(buffer), false));
+    EXPECT_NE(std::string::npos,
+              LastErrorText().find("the call to recvfrom() returned with timeout error ETIMEDOUT"));
+}
+
+TEST_F(CommSocketTest, CloseFromAnotherThreadEndsABlockingReceive) {
+    int former = 0;
+    ASSERT_EQ(0, socket.SetTimeout(0, former)); // no timeout: blocks
+    auto receiving = std::async(std::launch::async, [this] {
+        char buffer[8];
+        const int rc = socket.Receive(buffer, sizeof(buffer), false);
+        return std::make_pair(rc, LastErrorText());
+    });
+    EXPECT_EQ(std::future_status::timeout, receiving.wait_for(std::chrono::milliseconds(100)));
+    socket.Close();
+    ASSERT_EQ(std::future_status::ready, receiving.wait_for(std::chrono::seconds(5)));
+    const auto result = receiving.get();
+    EXPECT_EQ(GC_ERR_BUSY, result.first);
+    EXPECT_NE(std::string::npos, result.second.find("the call to recvfrom() returned with error" +
+                                                    std::to_string(EBADF)));
+    EXPECT_EQ(-1, socket.Descriptor());
+}
+
+TEST_F(CommSocketTest, OperationsOnAClosedSocketFail) {
+    socket.Close();
+    socket.Close(); // twice is harmless
+    EXPECT_EQ(GC_ERR_IO, socket.Send("a", 1, 0));
+    EXPECT_NE(std::string::npos, LastErrorText().find("GenTL::CommSocket::Send sendto Failed : " +
+                                                      std::to_string(EBADF)));
+    int former = 0;
+    EXPECT_EQ(GC_ERR_ABORT, socket.SetTimeout(10, former));
+    EXPECT_NE(std::string::npos, LastErrorText().find("GenTL::CommSocket::GetTimeout Failed : "));
+}
+
+TEST(CommSocket, RemoteIpThatIsNoAddressStaysZero) {
+    CommSocket socket;
+    ASSERT_EQ(0, socket.OpenAndBindSocket(Loopback(), "", 3956, false, 100));
+    EXPECT_EQ(0u, socket.RemoteAddress().sin_addr.s_addr);
+    EXPECT_EQ(3956, PortOf(socket.RemoteAddress()));
+    socket.Close();
+}
+
+// --- OverlappedSocket ------------------------------------------------------
+
+class OverlappedSocketTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ErrorCache::GetErrorCache()->Clear();
+        ASSERT_EQ(0, socket.OpenAndBindSocket(Loopback()));
+        port = PortOf(socket.LocalAddress());
+    }
+    void TearDown() override { socket.Close(); }
+
+    Peer peer;
+    OverlappedSocket socket;
+    uint16_t port = 0;
+};
+
+TEST_F(OverlappedSocketTest, ReceivesWholeAndTruncatedDatagrams) {
+    EXPECT_EQ(200, socket.Timeout());
+    peer.SendTo("hello", port);
+    peer.SendTo("0123456789", port);
+    char buffer[8];
+    int received = -1;
+    ASSERT_EQ(0, socket.GetNextResult(buffer, sizeof(buffer), received, 200));
+    EXPECT_EQ("hello", std::string(buffer, static_cast<size_t>(received)));
+    ASSERT_EQ(0, socket.GetNextResult(buffer, sizeof(buffer), received, 200));
+    EXPECT_EQ("01234567", std::string(buffer, static_cast<size_t>(received)));
+}
+
+TEST_F(OverlappedSocketTest, NoCopySplitsHeaderFromPayload) {
+    peer.SendTo("HDR:payload", port);
+    peer.SendTo("HD", port);
+    char head[4], body[16];
+    int headGot = -1, bodyGot = -1;
+    ASSERT_EQ(0, socket.GetNextResultNoCopy(head, 4, headGot, body, sizeof(body), bodyGot, 200));
+    EXPECT_EQ("HDR:", std::string(head, static_cast<size_t>(headGot)));
+    EXPECT_EQ("payload", std::string(body, static_cast<size_t>(bodyGot)));
+    ASSERT_EQ(0, socket.GetNextResultNoCopy(head, 4, headGot, body, sizeof(body), bodyGot, 200));
+    EXPECT_EQ(2, headGot);
+    EXPECT_EQ(0, bodyGot);
+}
+
+TEST_F(OverlappedSocketTest, TimeoutIsAppliedOnlyWhenItChanges) {
+    char buffer[8];
+    int received = 0;
+    auto start = Clock::now();
+    EXPECT_EQ(GC_ERR_TIMEOUT, socket.GetNextResult(buffer, sizeof(buffer), received, 60));
+    EXPECT_GE(MsSince(start), 50);
+    EXPECT_LT(MsSince(start), 190); // not the 200 ms of the open
+    EXPECT_EQ(60, socket.Timeout());
+    EXPECT_NE(std::string::npos,
+              LastErrorText().find("GenTL::OverlappedSocket::Receive recvfrom Failed: TIMEOUT"));
+
+    // A change made behind the stored value is not noticed: no system call
+    // is made while the caller's timeout stays the same.
+    ASSERT_EQ(0, socket.SetTimeout(20));
+    start = Clock::now();
+    EXPECT_EQ(GC_ERR_TIMEOUT, socket.GetNextResult(buffer, sizeof(buffer), received, 60));
+    EXPECT_LT(MsSince(start), 50);
+}
+
+TEST_F(OverlappedSocketTest, SendsToAnAddress) {
+    ASSERT_EQ(0, socket.Send("ping", 4, peer.Addr()));
+    uint16_t from = 0;
+    EXPECT_EQ("ping", peer.Receive(&from));
+    EXPECT_EQ(port, from);
+}
+
+TEST_F(OverlappedSocketTest, CloseFromAnotherThreadEndsTheWaitAndTheSocketReopens) {
+    auto receiving = std::async(std::launch::async, [this] {
+        char buffer[8];
+        int received = 0;
+        return socket.GetNextResult(buffer, sizeof(buffer), received, 0);
+    });
+    EXPECT_EQ(std::future_status::timeout, receiving.wait_for(std::chrono::milliseconds(100)));
+    socket.Close();
+    ASSERT_EQ(std::future_status::ready, receiving.wait_for(std::chrono::seconds(5)));
+    EXPECT_EQ(GC_ERR_IO, receiving.get());
+
+    ASSERT_EQ(0, socket.OpenAndBindSocket(Loopback()));
+    peer.SendTo("again", PortOf(socket.LocalAddress()));
+    char buffer[8];
+    int received = 0;
+    ASSERT_EQ(0, socket.GetNextResult(buffer, sizeof(buffer), received, 500));
+    EXPECT_EQ(5, received);
+}
+
+// --- TCPSocket -------------------------------------------------------------
+
+/// A TCP server on 127.0.0.1 that accepts one connection.
+class TcpServer {
+public:
+    TcpServer() : m_listen(SOCK_STREAM) { ::listen(m_listen.Fd(), 1); }
+    ~TcpServer() {
+        if (m_conn >= 0) {
+            ::close(m_conn);
+        }
+    }
+    sockaddr_in Addr() const { return m_listen.Addr(); }
+    void Accept() { m_conn = ::accept(m_listen.Fd(), nullptr, nullptr); }
+    void Write(const std::string& data) const {
+        ASSERT_EQ(static_cast<ssize_t>(data.size()),
+                  ::send(m_conn, data.data(), data.size(), MSG_NOSIGNAL));
+    }
+    void Hangup() {
+        ::close(m_conn);
+        m_conn = -1;
+    }
+
+private:
+    Peer m_listen;
+    int m_conn = -1;
+};
+
+class TCPSocketTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ErrorCache::GetErrorCache()->Clear();
+        socket.SetFirstDataCallback([this] { ++firstData; });
+        ASSERT_EQ(0, socket.OpenAndConnectSocket(server.Addr()));
+        server.Accept();
+    }
+    void TearDown() override { socket.Close(); }
+
+    TcpServer server;
+    TCPSocket socket;
+    std::atomic<int> firstData{0};
+};
+
+TEST_F(TCPSocketTest, GathersTheWholeLengthAndCopiesTheHeader) {
+    EXPECT_EQ(200, socket.Timeout());
+    std::thread writer([this] {
+        server.Write("HEAD1");
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        server.Write("23456");
+    });
+    char buffer[10], header[4];
+    int received = 0;
+    const int rc =
+        socket.GetNextResult(buffer, sizeof(buffer), received, header, sizeof(header), 1000);
+    writer.join();
+    ASSERT_EQ(0, rc);
+    EXPECT_EQ(10, received);
+    EXPECT_EQ("HEAD123456", std::string(buffer, 10));
+    EXPECT_EQ("HEAD", std::string(header, 4));
+    EXPECT_EQ(1, firstData); // once per call, though two receives were needed
+    EXPECT_EQ(1000, socket.Timeout());
+}
+
+TEST_F(TCPSocketTest, CopyIsBoundedByTheLength) {
+    server.Write("ab");
+    char buffer[2], copy[8] = {};
+    int received = 0;
+    ASSERT_EQ(0, socket.GetNextResult(buffer, sizeof(buffer), received, copy, sizeof(copy), 500));
+    EXPECT_EQ(std::string("ab\0\0", 4), std::string(copy, 4));
+}
+
+TEST_F(TCPSocketTest, TimeoutWithoutDataSkipsTheCallback) {
+    char buffer[4], header[1];
+    int received = 0;
+    const auto start = Clock::now();
+    EXPECT_EQ(GC_ERR_TIMEOUT, socket.GetNextResult(buffer, 4, received, header, 1, 50));
+    EXPECT_GE(MsSince(start), 40);
+    EXPECT_EQ(0, firstData);
+    EXPECT_NE(std::string::npos,
+              LastErrorText().find("GenTL::TCPSocket::GetNextResult recv Failed: TIMEOUT"));
+}
+
+TEST_F(TCPSocketTest, CloseFromAnotherThreadEndsTheWait) {
+    auto receiving = std::async(std::launch::async, [this] {
+        char buffer[4], header[1];
+        int received = 0;
+        return socket.GetNextResult(buffer, 4, received, header, 1, 0);
+    });
+    EXPECT_EQ(std::future_status::timeout, receiving.wait_for(std::chrono::milliseconds(100)));
+    socket.Close();
+    ASSERT_EQ(std::future_status::ready, receiving.wait_for(std::chrono::seconds(5)));
+    EXPECT_EQ(GC_ERR_IO, receiving.get());
+}
+
+TEST_F(TCPSocketTest, PeerHangupKeepsWaitingUntilInterrupted) {
+    std::atomic<bool> interrupted{false};
+    boost::thread grab([this, &interrupted] {
+        char buffer[4], header[1];
+        int received = 0;
+        try {
+            socket.GetNextResult(buffer, 4, received, header, 1, 100);
+        } catch (const boost::thread_interrupted&) {
+            interrupted = true;
+        }
+    });
+    server.Write("ab");
+    server.Hangup();
+    EXPECT_FALSE(grab.try_join_for(boost::chrono::milliseconds(150)));
+    grab.interrupt();
+    ASSERT_TRUE(grab.try_join_for(boost::chrono::seconds(5)));
+    EXPECT_TRUE(interrupted);
+    EXPECT_EQ(1, firstData);
+}
+
+TEST(TCPSocket, RefusedConnectIsAnAbort) {
+    ErrorCache::GetErrorCache()->Clear();
+    sockaddr_in closedPort;
+    {
+        Peer probe(SOCK_STREAM); // bound but never listening: connects are refused
+        closedPort = probe.Addr();
+        TCPSocket socket;
+        EXPECT_EQ(GC_ERR_ABORT, socket.OpenAndConnectSocket(closedPort));
+        EXPECT_NE(std::string::npos,
+                  LastErrorText().find("GenTL::TCPSocket::OpenAndConnectSocket Failed : " +
+                                       std::to_string(ECONNREFUSED)));
+        EXPECT_EQ(-1, socket.Descriptor());
+    }
+}
+
+} // namespace
+} // namespace GenTL
