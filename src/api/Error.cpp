@@ -208,6 +208,18 @@ int ChainErrorAt(int code, const char* function, int line) {
     return code;
 }
 
+int ChainErrorTextAt(int code, const std::string& text, const char* function, int line) {
+    ErrorCache* cache = ErrorCache::GetErrorCache();
+    if (cache->Count() != 1) {
+        return ReportErrorAt(code, text, function, line);
+    }
+    Error e = Error::GenerateSuccess();
+    cache->Pop(e);
+    Error::AppendError(e, code, Stamp(function, line) + text);
+    cache->OverwriteCachedErrorWith(e);
+    return code;
+}
+
 int ReportBareError(int code) {
     const Error e = Error::GenerateError(code);
     CacheError(e);

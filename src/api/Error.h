@@ -6,6 +6,8 @@
  * Use the two recording macros at the place that finds a failure:
  *   return ReportError(GC_ERR_INVALID_PARAMETER, "piSize==nullptr");
  *   if (int rc = inner()) return ChainError(rc);
+ * ChainErrorText(code, text) adds a line of its own text to the stack in
+ * the same way (for the "... became in unknown state" notes of the closes).
  * Each stamps "<function>():<line>: " in front of its line.
  */
 #include <cstddef>
@@ -84,6 +86,9 @@ void CacheError(const Error& e);
 namespace detail {
 int ReportErrorAt(int code, const std::string& text, const char* function, int line);
 int ChainErrorAt(int code, const char* function, int line);
+/// ChainErrorAt with a text of its own in place of the code's name; with
+/// nothing cached it acts as ReportErrorAt.
+int ChainErrorTextAt(int code, const std::string& text, const char* function, int line);
 /// The bare form: default text, no stamp, no ":IGNORABLE:" test.
 int ReportBareError(int code);
 } // namespace detail
@@ -92,3 +97,5 @@ int ReportBareError(int code);
 
 #define ReportError(code, text) ::GenTL::detail::ReportErrorAt((code), (text), __func__, __LINE__)
 #define ChainError(code) ::GenTL::detail::ChainErrorAt((code), __func__, __LINE__)
+#define ChainErrorText(code, text)                                                                 \
+    ::GenTL::detail::ChainErrorTextAt((code), (text), __func__, __LINE__)
