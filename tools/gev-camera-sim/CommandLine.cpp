@@ -1,0 +1,398 @@
+#include "CommandLine.h"
+
+#include <arpa/inet.h>
+#include <getopt.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+
+namespace gevsim {
+
+namespace {
+
+const char* const kCapabilityNames[] = {"pending-ack",
+                                        "manifest",
+                                        "writemem",
+                                        "concatenation",
+                                        "resend",
+                                        "event",
+                                        "eventdata",
+                                        "action",
+                                        "scheduled-action",
+                                        "switchover",
+                                        "heartbeat-disable",
+                                        "extended-id",
+                                        "scsp",
+                                        "mcsp",
+                                        "test-data",
+                                        "user-name",
+                                        "serial-number",
+                                        "ccp-application"};
+
+bool toDouble(const char* s, double& v) {
+    char* end = nullptr;
+    v = std::strtod(s, &end);
+    return end != s && *end == '\0';
+}
+
+bool toUnsigned(const char* s, unsigned long& v) {
+    char* end = nullptr;
+    v = std::strtoul(s, &end, 0);
+    return end != s && *end == '\0';
+}
+
+// "A[:B[:C]]" into up to three unsigned numbers.
+bool toTriple(const std::string& s, unsigned long out[3], int& n) {
+    n = 0;
+    std::stringstream in(s);
+    std::string part;
+    while (std::getline(in, part, ':')) {
+        if (n == 3 || !toUnsigned(part.c_str(), out[n]))
+            return false;
+        ++n;
+    }
+    return n > 0;
+}
+
+enum Option {
+    kIp = 1000,
+    kMac,
+    kSerial,
+    kNetmask,
+    kGateway,
+    kVendor,
+    kModel,
+    kUserName,
+    kGev,
+    kWidth,
+    kHeight,
+    kPixelFormat,
+    kFps,
+    kVariable,
+    kMaxPacket,
+    kPacketSize,
+    kRing,
+    kEventRate,
+    kHeartbeat,
+    kDisable,
+    kLoss,
+    kReorder,
+    kDuplicate,
+    kDropLeader,
+    kDropTrailer,
+    kBurst,
+    kAckDelay,
+    kWrongAckId,
+    kAckStatus,
+    kSilentAfter,
+    kSeed,
+    kReadyFile,
+    kHelp
+};
+
+} // namespace
+
+bool CommandLine::parseIp(const std::string& text, uint32_t& ip) {
+    in_addr a{};
+    if (inet_pton(AF_INET, text.c_str(), &a) != 1)
+        return false;
+    ip = ntohl(a.s_addr);
+    return true;
+}
+
+bool CommandLine::parseMac(const std::string& text, uint64_t& mac) {
+    unsigned b[6];
+    char tail = 0;
+    if (std::sscanf(text.c_str(), "%x:%x:%x:%x:%x:%x%c", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5],
+                    &tail) != 6)
+        return false;
+    mac = 0;
+    for (unsigned v : b) {
+        if (v > 0xFF)
+            return false;
+        mac = mac << 8 | v;
+    }
+    return true;
+}
+
+bool CommandLine::parsePixelFormat(const std::string& text, uint32_t& pf) {
+    if (text == "Mono8")
+        pf = 0x01080001;
+    else if (text == "Mono16")
+        pf = 0x01100007;
+    else if (text == "RGB8")
+        pf = 0x02180014;
+    else
+        return false;
+    return true;
+}
+
+bool CommandLine::fail(const std::string& message) {
+    m_error = message;
+    return false;
+}
+
+std::string CommandLine::usage() {
+    std::string caps;
+    for (const char* c : kCapabilityNames)
+        caps += std::string(caps.empty() ? "" : ", ") + c;
+    return "usage: gev-camera-sim --ip A.B.C.D [--ip ...] [options]\n"
+           "Each --ip is one camera; --mac, --serial and --user-name given after an --ip\n"
+           "belong to that camera.\n"
+           "Identity:  --mac XX:XX:XX:XX:XX:XX --serial S --user-name S --netmask M --gateway G\n"
+           "           --vendor S --model S --gev-version MAJOR.MINOR (default 2.0)\n"
+           "Image:     --width N --height N --pixel-format Mono8|Mono16|RGB8 --fps F\n"
+           "           --variable-size (width-1 carrier blocks, real height in the trailer)\n"
+           "Channels:  --packet-size N (1500) --max-packet-size N (9000) --ring BLOCKS (64)\n"
+           "           --event-rate HZ (0) --heartbeat-ms N (3000)\n"
+           "           --disable CAP[,CAP...]  one of: " +
+           caps +
+           "\n"
+           "Faults:    --loss P --reorder P --duplicate P (shares 0..1 of GVSP packets)\n"
+           "           --drop-leader N --drop-trailer N (every n-th block)\n"
+           "           --burst-loss FIRST:COUNT[:EVERY] (data packets of every n-th block)\n"
+           "           --ack-delay MS[:EVERY] (slow replies; pending acks when enabled)\n"
+           "           --wrong-ack-id N --ack-status CODE[:EVERY] --silent-after SEC --seed N\n"
+           "Run:       --ready-file PATH (written once all sockets are bound) -v (more: -vv)\n";
+}
+
+bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
+    static const option kOptions[] = {{"ip", required_argument, nullptr, kIp},
+                                      {"mac", required_argument, nullptr, kMac},
+                                      {"serial", required_argument, nullptr, kSerial},
+                                      {"netmask", required_argument, nullptr, kNetmask},
+                                      {"gateway", required_argument, nullptr, kGateway},
+                                      {"vendor", required_argument, nullptr, kVendor},
+                                      {"model", required_argument, nullptr, kModel},
+                                      {"user-name", required_argument, nullptr, kUserName},
+                                      {"gev-version", required_argument, nullptr, kGev},
+                                      {"width", required_argument, nullptr, kWidth},
+                                      {"height", required_argument, nullptr, kHeight},
+                                      {"pixel-format", required_argument, nullptr, kPixelFormat},
+                                      {"fps", required_argument, nullptr, kFps},
+                                      {"variable-size", no_argument, nullptr, kVariable},
+                                      {"max-packet-size", required_argument, nullptr, kMaxPacket},
+                                      {"packet-size", required_argument, nullptr, kPacketSize},
+                                      {"ring", required_argument, nullptr, kRing},
+                                      {"event-rate", required_argument, nullptr, kEventRate},
+                                      {"heartbeat-ms", required_argument, nullptr, kHeartbeat},
+                                      {"disable", required_argument, nullptr, kDisable},
+                                      {"loss", required_argument, nullptr, kLoss},
+                                      {"reorder", required_argument, nullptr, kReorder},
+                                      {"duplicate", required_argument, nullptr, kDuplicate},
+                                      {"drop-leader", required_argument, nullptr, kDropLeader},
+                                      {"drop-trailer", required_argument, nullptr, kDropTrailer},
+                                      {"burst-loss", required_argument, nullptr, kBurst},
+                                      {"ack-delay", required_argument, nullptr, kAckDelay},
+                                      {"wrong-ack-id", required_argument, nullptr, kWrongAckId},
+                                      {"ack-status", required_argument, nullptr, kAckStatus},
+                                      {"silent-after", required_argument, nullptr, kSilentAfter},
+                                      {"seed", required_argument, nullptr, kSeed},
+                                      {"ready-file", required_argument, nullptr, kReadyFile},
+                                      {"verbose", no_argument, nullptr, 'v'},
+                                      {"help", no_argument, nullptr, kHelp},
+                                      {nullptr, 0, nullptr, 0}};
+
+    optind = 0; // full re-initialisation of getopt, so parse() can run more than once
+    opterr = 0;
+    FaultConfig& f = config.faults;
+    int opt;
+    while ((opt = getopt_long(argc, argv, "vh", kOptions, nullptr)) != -1) {
+        const std::string arg = optarg ? optarg : "";
+        double d = 0;
+        unsigned long u = 0;
+        unsigned long t[3] = {0, 0, 0};
+        int n = 0;
+        CameraIdentity* cam = config.cameras.empty() ? nullptr : &config.cameras.back();
+        auto needCamera = [&](const char* name) {
+            return cam ? true : fail(std::string("--") + name + " must follow an --ip");
+        };
+        switch (opt) {
+        case kIp: {
+            CameraIdentity c;
+            if (!parseIp(arg, c.ip))
+                return fail("bad --ip " + arg);
+            config.cameras.push_back(c);
+            break;
+        }
+        case kMac:
+            if (!needCamera("mac"))
+                return false;
+            if (!parseMac(arg, cam->mac))
+                return fail("bad --mac " + arg);
+            break;
+        case kSerial:
+            if (!needCamera("serial"))
+                return false;
+            if (arg.size() > 15)
+                return fail("--serial takes at most 15 characters");
+            cam->serial = arg;
+            break;
+        case kUserName:
+            if (!needCamera("user-name"))
+                return false;
+            if (arg.size() > 15)
+                return fail("--user-name takes at most 15 characters");
+            cam->userName = arg;
+            break;
+        case kNetmask:
+        case kGateway: {
+            uint32_t v = 0;
+            if (!parseIp(arg, v))
+                return fail("bad address " + arg);
+            for (auto& c : config.cameras)
+                (opt == kNetmask ? c.netmask : c.gateway) = v;
+            break;
+        }
+        case kVendor:
+            config.vendor = arg.substr(0, 31);
+            break;
+        case kModel:
+            config.model = arg.substr(0, 31);
+            break;
+        case kGev: {
+            unsigned major = 0, minor = 0;
+            if (std::sscanf(arg.c_str(), "%u.%u", &major, &minor) != 2 || major > 0xFFFF ||
+                minor > 0xFFFF)
+                return fail("bad --gev-version " + arg);
+            config.gevMajor = static_cast<uint16_t>(major);
+            config.gevMinor = static_cast<uint16_t>(minor);
+            break;
+        }
+        case kWidth:
+        case kHeight:
+            if (!toUnsigned(optarg, u) || u == 0 || u > 16384)
+                return fail("bad image size " + arg);
+            (opt == kWidth ? config.width : config.height) = static_cast<uint32_t>(u);
+            break;
+        case kPixelFormat:
+            if (!parsePixelFormat(arg, config.pixelFormat))
+                return fail("unknown pixel format " + arg);
+            break;
+        case kFps:
+            if (!toDouble(optarg, d) || d <= 0 || d > 10000)
+                return fail("bad --fps " + arg);
+            config.frameRate = d;
+            break;
+        case kVariable:
+            config.variableSize = true;
+            break;
+        case kMaxPacket:
+        case kPacketSize:
+            if (!toUnsigned(optarg, u) || u < 576 || u > 65535)
+                return fail("packet sizes lie between 576 and 65535");
+            (opt == kMaxPacket ? config.maxPacketSize : config.packetSize) =
+                static_cast<uint32_t>(u);
+            break;
+        case kRing:
+            if (!toUnsigned(optarg, u) || u == 0 || u > 100000)
+                return fail("bad --ring " + arg);
+            config.ringBlocks = static_cast<uint32_t>(u);
+            break;
+        case kEventRate:
+            if (!toDouble(optarg, d) || d < 0 || d > 10000)
+                return fail("bad --event-rate " + arg);
+            config.eventRate = d;
+            break;
+        case kHeartbeat:
+            if (!toUnsigned(optarg, u) || u < 100 || u > 0xFFFFFFFFul)
+                return fail("bad --heartbeat-ms " + arg);
+            config.heartbeatMs = static_cast<uint32_t>(u);
+            break;
+        case kDisable: {
+            std::stringstream in(arg);
+            std::string name;
+            while (std::getline(in, name, ',')) {
+                bool known = false;
+                for (const char* c : kCapabilityNames)
+                    known = known || name == c;
+                if (!known)
+                    return fail("unknown capability " + name);
+                config.disabled.push_back(name);
+            }
+            break;
+        }
+        case kLoss:
+        case kReorder:
+        case kDuplicate:
+            if (!toDouble(optarg, d) || d < 0 || d > 1)
+                return fail("rates lie between 0 and 1: " + arg);
+            (opt == kLoss ? f.lossRate : opt == kReorder ? f.reorderRate : f.duplicateRate) = d;
+            break;
+        case kDropLeader:
+        case kDropTrailer:
+        case kWrongAckId:
+            if (!toUnsigned(optarg, u) || u > 0xFFFFFFFFul)
+                return fail("bad count " + arg);
+            (opt == kDropLeader    ? f.dropLeader
+             : opt == kDropTrailer ? f.dropTrailer
+                                   : f.wrongAckId)
+                .every = static_cast<uint32_t>(u);
+            break;
+        case kBurst:
+            if (!toTriple(arg, t, n) || n < 2 || t[0] == 0 || t[1] == 0 || (n == 3 && t[2] == 0))
+                return fail("--burst-loss takes FIRST:COUNT[:EVERY]");
+            f.burstFirst = static_cast<uint32_t>(t[0]);
+            f.burstCount = static_cast<uint32_t>(t[1]);
+            f.burstEvery = n == 3 ? static_cast<uint32_t>(t[2]) : 1;
+            break;
+        case kAckDelay:
+            if (!toTriple(arg, t, n) || n > 2 || t[0] > 60000)
+                return fail("--ack-delay takes MS[:EVERY]");
+            f.ackDelayMs = static_cast<uint32_t>(t[0]);
+            f.ackDelayWhen.every = n == 2 ? static_cast<uint32_t>(t[1]) : 1;
+            break;
+        case kAckStatus:
+            if (!toTriple(arg, t, n) || n > 2 || t[0] > 0xFFFF || t[0] == 0)
+                return fail("--ack-status takes CODE[:EVERY]");
+            f.ackStatus = static_cast<uint16_t>(t[0]);
+            f.ackStatusWhen.every = n == 2 ? static_cast<uint32_t>(t[1]) : 1;
+            break;
+        case kSilentAfter:
+            if (!toDouble(optarg, d) || d < 0)
+                return fail("bad --silent-after " + arg);
+            f.silentAfterSec = d;
+            break;
+        case kSeed:
+            if (!toUnsigned(optarg, u))
+                return fail("bad --seed " + arg);
+            f.seed = static_cast<uint32_t>(u);
+            break;
+        case kReadyFile:
+            config.readyFile = arg;
+            break;
+        case 'v':
+            ++config.verbosity;
+            break;
+        case 'h':
+        case kHelp:
+            m_help = true;
+            return false;
+        default:
+            return fail(std::string("unknown or incomplete option ") +
+                        (optind > 0 && optind <= argc ? argv[optind - 1] : ""));
+        }
+    }
+    if (optind < argc)
+        return fail(std::string("unexpected argument ") + argv[optind]);
+    if (config.cameras.empty())
+        return fail("at least one --ip is needed");
+    if (config.packetSize > config.maxPacketSize)
+        config.packetSize = config.maxPacketSize;
+    for (size_t i = 0; i < config.cameras.size(); ++i) {
+        CameraIdentity& c = config.cameras[i];
+        // A locally administered MAC and a serial derived from the address,
+        // unless given.
+        if (c.mac == 0)
+            c.mac = 0x024B53000000ull | (c.ip & 0xFFFFFF);
+        if (c.serial.empty()) {
+            char s[16];
+            std::snprintf(s, sizeof s, "KS%08X", static_cast<unsigned>(c.ip));
+            c.serial = s;
+        }
+    }
+    return true;
+}
+
+} // namespace gevsim
