@@ -10,12 +10,15 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <string>
@@ -485,6 +488,85 @@ TEST(TCPSocket, RefusedConnectIsAnAbort) {
                                        std::to_string(ECONNREFUSED)));
         EXPECT_EQ(-1, socket.Descriptor());
     }
+}
+
+} // namespace
+} // namespace GenTL
+
+// --- Multicast, inside a network namespace of its own ------------------------
+
+namespace GenTL {
+namespace {
+
+/// Runs body in a child process inside a fresh network namespace that has
+/// only a loopback device with a multicast route, so that group traffic never
+/// reaches a real network. body returns 0 for success or a step number.
+/// Returns -1 when such a namespace cannot be made here.
+int InPrivateNetwork(int (*body)()) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        if (::unshare(CLONE_NEWNET) != 0 ||
+            std::system("ip link set lo up && ip link set lo multicast on && "
+                        "ip route add 224.0.0.0/4 dev lo") != 0) {
+            ::_exit(100);
+        }
+        ::_exit(body());
+    }
+    int status = 0;
+    if (pid < 0 || ::waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) {
+        return -2;
+    }
+    return WEXITSTATUS(status) == 100 ? -1 : WEXITSTATUS(status);
+}
+
+int MulticastSenderAndListenersMeet() {
+    const int group = static_cast<int>(ntohl(::inet_addr("239.10.10.10")));
+    OverlappedSocket sender, listenerA, listenerB;
+    if (sender.OpenAndBindSocketForMulticast(Loopback(0, "0.0.0.0"), group) != 0 ||
+        !sender.IsMulticast()) {
+        return 1;
+    }
+    const uint16_t senderPort = PortOf(sender.LocalAddress());
+    if (senderPort < 49152 || senderPort > 65534) {
+        return 2;
+    }
+    // Two listeners share the fixed port.
+    const uint16_t port = 50123;
+    if (listenerA.OpenAndBindSocketForMulticastListening(Loopback(0, "0.0.0.0"), group, port) !=
+            0 ||
+        listenerB.OpenAndBindSocketForMulticastListening(Loopback(0, "0.0.0.0"), group, port) !=
+            0) {
+        return 3;
+    }
+    sockaddr_in to = Loopback(port, "239.10.10.10");
+    if (sender.Send("frame", 5, to) != 0) {
+        return 4;
+    }
+    for (OverlappedSocket* l : {&listenerA, &listenerB}) {
+        char buffer[8];
+        int received = 0;
+        if (l->GetNextResult(buffer, sizeof(buffer), received, 1000) != 0 || received != 5) {
+            return 5;
+        }
+    }
+    // After Close the group is left; the socket opens again.
+    listenerA.Close();
+    if (listenerA.IsMulticast() || listenerA.OpenAndBindSocketForMulticastListening(
+                                       Loopback(0, "0.0.0.0"), group, port) != 0) {
+        return 6;
+    }
+    listenerA.Close();
+    listenerB.Close();
+    sender.Close();
+    return 0;
+}
+
+TEST(OverlappedSocketMulticast, SenderAndListenersMeetInTheGroup) {
+    const int result = InPrivateNetwork(&MulticastSenderAndListenersMeet);
+    if (result == -1) {
+        GTEST_SKIP() << "no private network namespace available";
+    }
+    EXPECT_EQ(0, result) << "failed at step " << result;
 }
 
 } // namespace
