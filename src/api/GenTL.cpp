@@ -21,7 +21,9 @@
 #include "GenTL_KESTA.h"
 #include "api/Error.h"
 #include "api/FileUtility.h"
+#include "api/GLogger.h"
 #include "api/GenTLHandle.h"
+#include "api/HLogger.h"
 #include "api/InfoUtility.h"
 #include "events/IEvent.h"
 #include "modules/IBaseModule.h"
@@ -35,6 +37,8 @@ namespace GenTL {
 
 boost::mutex g_libMutex;
 bool g_isLibInit = false;
+GLogger* g_pGLogger = nullptr;
+HLogger* g_pHLogger = nullptr;
 boost::mutex g_isSystemOpenMutex;
 bool g_isSystemOpen = false;
 
@@ -212,6 +216,12 @@ GC_ERROR GCInitLib(void) {
                            "GenTL::GCCloseLib() before calling GenTL::GCInitLib() again");
     }
     g_isLibInit = true;
+    if (g_pGLogger == nullptr) {
+        g_pGLogger = new GLogger();
+    }
+    if (g_pHLogger == nullptr) {
+        g_pHLogger = new HLogger();
+    }
     {
         boost::lock_guard<boost::mutex> systemLock(g_isSystemOpenMutex);
         g_isSystemOpen = false;
@@ -226,6 +236,10 @@ GC_ERROR GCCloseLib(void) {
     {
         boost::lock_guard<boost::mutex> libLock(g_libMutex);
         g_isLibInit = false;
+        delete g_pGLogger;
+        g_pGLogger = nullptr;
+        delete g_pHLogger;
+        g_pHLogger = nullptr;
         boost::lock_guard<boost::mutex> systemLock(g_isSystemOpenMutex);
         g_isSystemOpen = false;
     }

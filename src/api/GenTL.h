@@ -12,10 +12,17 @@
 
 namespace GenTL {
 
+class GLogger;
+class HLogger;
+
 /// Guards g_isLibInit and the creation and deletion of the loggers.
 extern boost::mutex g_libMutex;
 /// Set by GCInitLib, cleared by GCCloseLib.
 extern bool g_isLibInit;
+/// The loggers of the GenTL and GVCP layers, alive from GCInitLib to
+/// GCCloseLib (created and deleted under g_libMutex).
+extern GLogger* g_pGLogger;
+extern HLogger* g_pHLogger;
 
 /// Guards g_isSystemOpen.
 extern boost::mutex g_isSystemOpenMutex;
