@@ -1,0 +1,427 @@
+// The exported functions as a consumer reaches them: the built .cti loaded
+// with dlopen(), functions found by name. No module exists here, so these
+// cases cover the lifecycle, the refusals of the frame, the error stack
+// text and GCGetInfo.
+
+#include <dlfcn.h>
+
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <functional>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CtiTest.h"
+
+namespace {
+
+using kesta::test::CtiTest;
+using kesta::test::LastError;
+
+const char kNotInitText[] = "GenTL::GCInitLib() must be called before any other function";
+
+// A pointer that is not a handle: 16 readable zero bytes.
+struct alignas(8) ForeignBlock {
+    unsigned char bytes[16] = {};
+};
+
+// One call of each handle-taking family on h, by name; run them one at a
+// time to look at each call's record.
+struct FamilyCall {
+    std::string name;
+    std::function<GC_ERROR()> call;
+};
+
+std::vector<FamilyCall> EveryFamily(kesta::test::CtiLibrary& lib, void* h) {
+    // The outputs live as long as the library: the calls may run later.
+    static size_t size;
+    static int32_t type;
+    static char buffer[8];
+    static uint32_t count;
+    static void* out;
+    static bool8_t changed;
+    size = sizeof(buffer);
+    auto* l = &lib;
+    return {
+        {"GCReadPort", [=] { return l->GCReadPort(h, 0, buffer, &size); }},
+        {"GCGetPortInfo", [=] { return l->GCGetPortInfo(h, PORT_INFO_ID, &type, buffer, &size); }},
+        {"GCRegisterEvent", [=] { return l->GCRegisterEvent(h, EVENT_NEW_BUFFER, &out); }},
+        {"EventGetInfo", [=] { return l->EventGetInfo(h, EVENT_NUM_FIRED, &type, buffer, &size); }},
+        {"EventKill", [=] { return l->EventKill(h); }},
+        {"TLClose", [=] { return l->TLClose(h); }},
+        {"TLGetNumInterfaces", [=] { return l->TLGetNumInterfaces(h, &count); }},
+        {"TLUpdateInterfaceList", [=] { return l->TLUpdateInterfaceList(h, &changed, 100); }},
+        {"IFClose", [=] { return l->IFClose(h); }},
+        {"IFGetInfo", [=] { return l->IFGetInfo(h, INTERFACE_INFO_ID, &type, buffer, &size); }},
+        {"IFGetParentTL", [=] { return l->IFGetParentTL(h, &out); }},
+        {"DevClose", [=] { return l->DevClose(h); }},
+        {"DevGetInfo", [=] { return l->DevGetInfo(h, DEVICE_INFO_ID, &type, buffer, &size); }},
+        {"DevSendActionCommand", [=] { return l->DevSendActionCommand(h, 1, 2, 3, 0); }},
+        {"DSClose", [=] { return l->DSClose(h); }},
+        {"DSGetInfo", [=] { return l->DSGetInfo(h, STREAM_INFO_ID, &type, buffer, &size); }},
+        {"DSStartAcquisition",
+         [=] { return l->DSStartAcquisition(h, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE); }},
+        {"IFForceIp", [=] { return l->IFForceIp(h, 0x001122334455ULL, 1, 2, 0); }},
+        {"IFGetUnicastDiscoveryDevices",
+         [=] { return l->IFGetUnicastDiscoveryDevices(h, &count, &count); }},
+        {"DSWaitForNextLeader", [=] { return l->DSWaitForNextLeader(h, 0); }},
+    };
+}
+
+// ---------------------------------------------------------------------------
+// Lifecycle and the initialized test
+// ---------------------------------------------------------------------------
+
+using Lifecycle = CtiTest;
+
+TEST_F(Lifecycle, EveryFunctionRefusesBeforeInitAndLeavesAStampedRecord) {
+    size_t size = 0;
+    int32_t type = 0;
+    GC_ERROR code = 0;
+    // The initialized test comes before any argument test.
+    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_ID, nullptr, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(Lib().GCGetLastError(&code, nullptr, &size), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(Lib().GCGetLastError(nullptr, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(Lib().TLOpen(nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(Lib().GCCloseLib(), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(Lib().DSQueueBuffer(nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(Lib().DSGetBufferInfo(nullptr, nullptr, BUFFER_INFO_BASE, &type, nullptr, &size),
+              GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(Lib().DSSetupResendRetryParams(nullptr, 0, 0.0, "", "", 0, 0),
+              GC_ERR_NOT_INITIALIZED);
+    for (const FamilyCall& f : EveryFamily(Lib(), nullptr)) {
+        EXPECT_EQ(f.call(), GC_ERR_NOT_INITIALIZED) << f.name;
+    }
+
+    // GCInitLib keeps the calling thread's record: the last refusal.
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    const LastError e = Lib().TakeLastError();
+    ASSERT_EQ(e.result, GC_ERR_SUCCESS);
+    EXPECT_EQ(e.code, GC_ERR_NOT_INITIALIZED);
+    EXPECT_TRUE(std::regex_match(
+        e.text, std::regex("Error Stack:\n  -1002 GenTL::GC_ERR_NOT_INITIALIZED\\(-1002\\) :\n"
+                           "      DSWaitForNextLeader\\(\\):[0-9]+: GenTL::GCInitLib\\(\\) must be "
+                           "called before any other function\n")))
+        << e.text;
+}
+
+TEST_F(Lifecycle, StubsAnswerNotImplementedWithoutAnyFrame) {
+    int32_t type = 0;
+    size_t size = 0;
+    uint32_t parts = 0;
+    SINGLE_CHUNK_DATA chunk{};
+    // Before GCInitLib, and with handles that would fail any handle test.
+    EXPECT_EQ(Lib().DSGetBufferChunkData(nullptr, nullptr, &chunk, &size), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(Lib().DSGetNumBufferParts(nullptr, nullptr, &parts), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(Lib().DSGetBufferPartInfo(nullptr, nullptr, 0, BUFFER_PART_INFO_BASE, &type, nullptr,
+                                        &size),
+              GC_ERR_NOT_IMPLEMENTED);
+
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    EXPECT_EQ(Lib().DSGetNumBufferParts(nullptr, nullptr, &parts), GC_ERR_NOT_IMPLEMENTED);
+    const auto records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].code, GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_TRUE(std::regex_match(
+        records[0].message,
+        std::regex("DSGetNumBufferParts\\(\\):[0-9]+: GenTL::GC_ERR_NOT_IMPLEMENTED\\(-1003\\)")))
+        << records[0].message;
+}
+
+TEST_F(Lifecycle, InitIsRefusedTwiceAndCloseTwice) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    EXPECT_EQ(Init(), GC_ERR_RESOURCE_IN_USE);
+    LastError e = Lib().TakeLastError();
+    ASSERT_EQ(e.Records().size(), 1u);
+    EXPECT_NE(e.Records()[0].message.find(
+                  "every call to GenTL::GCInitLib() must be matched with a call to "
+                  "GenTL::GCCloseLib() before calling GenTL::GCInitLib() again"),
+              std::string::npos);
+
+    // The library stayed initialized.
+    size_t size = 0;
+    int32_t type = 0;
+    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_ID, &type, nullptr, &size), GC_ERR_SUCCESS);
+
+    EXPECT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS);
+    EXPECT_EQ(Lib().GCCloseLib(), GC_ERR_NOT_INITIALIZED);
+
+    // A new life: the second close's record lives in a fresh cache.
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    e = Lib().TakeLastError();
+    ASSERT_EQ(e.Records().size(), 1u);
+    EXPECT_EQ(e.code, GC_ERR_NOT_INITIALIZED);
+    EXPECT_TRUE(
+        std::regex_match(e.Records()[0].message, std::regex("GCCloseLib\\(\\):[0-9]+: .*")));
+    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_ID, &type, nullptr, &size), GC_ERR_SUCCESS);
+}
+
+TEST_F(Lifecycle, TLOpenChecksItsArgumentAndRefusesWithoutASystemModule) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    EXPECT_EQ(Lib().TLOpen(nullptr), GC_ERR_INVALID_PARAMETER);
+    auto records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_TRUE(std::regex_match(records[0].message,
+                                 std::regex("TLOpen\\(\\):[0-9]+: received phTL=nullptr")));
+
+    TL_HANDLE hTL = nullptr;
+    EXPECT_EQ(Lib().TLOpen(&hTL), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(hTL, nullptr);
+    records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_NE(records[0].message.find("System module"), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------
+// Handle refusals
+// ---------------------------------------------------------------------------
+
+using HandleRefusal = CtiTest;
+
+TEST_F(HandleRefusal, NullHandleGivesTwoRecordsInEveryFamily) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    size_t size = 4;
+    char buffer[4] = {};
+    for (const FamilyCall& f : EveryFamily(Lib(), nullptr)) {
+        EXPECT_EQ(f.call(), GC_ERR_INVALID_HANDLE) << f.name;
+        EXPECT_EQ(Lib().TakeLastError().Records().size(), 2u) << f.name;
+    }
+    // One function in detail: the frame's stamped line over the handle test.
+    EXPECT_EQ(Lib().GCReadPort(nullptr, 0, buffer, &size), GC_ERR_INVALID_HANDLE);
+    const LastError e = Lib().TakeLastError();
+    EXPECT_EQ(e.code, GC_ERR_INVALID_HANDLE);
+    const auto records = e.Records();
+    ASSERT_EQ(records.size(), 2u) << e.text;
+    EXPECT_EQ(records[0].name, "GenTL::GC_ERR_INVALID_HANDLE(-1006)");
+    EXPECT_TRUE(std::regex_match(
+        records[0].message,
+        std::regex("GCReadPort\\(\\):[0-9]+: GenTL::GC_ERR_INVALID_HANDLE\\(-1006\\)")));
+    EXPECT_EQ(records[1].message, "failed to cast handle to a GenTLHandle*");
+}
+
+TEST_F(HandleRefusal, ForeignPointerIsNotAHandle) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    ForeignBlock foreign;
+    for (const FamilyCall& f : EveryFamily(Lib(), &foreign)) {
+        EXPECT_EQ(f.call(), GC_ERR_INVALID_HANDLE) << f.name;
+        const auto records = Lib().TakeLastError().Records();
+        ASSERT_EQ(records.size(), 2u) << f.name;
+        EXPECT_EQ(records[0].message.rfind(f.name + "():", 0), 0u) << records[0].message;
+        EXPECT_EQ(records[1].message, "received a non-GenTL handle") << f.name;
+    }
+    // The block was not touched (no close freed or zeroed anything).
+    for (unsigned char byte : foreign.bytes) {
+        EXPECT_EQ(byte, 0);
+    }
+
+    // This extension answers a failed handle test in the bare form.
+    EXPECT_EQ(Lib().DSSetupResendRetryParams(&foreign, 3, 25.0, "a", "b", 640, 480),
+              GC_ERR_INVALID_HANDLE);
+    const auto records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].message, "Invalid Handle");
+}
+
+TEST_F(HandleRefusal, StreamAndBufferAreTestedInThatOrder) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    ForeignBlock foreign;
+    int32_t type = 0;
+    size_t size = 0;
+
+    EXPECT_EQ(Lib().DSQueueBuffer(&foreign, nullptr), GC_ERR_INVALID_HANDLE);
+    auto records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[1].message, "received a non-GenTL handle");
+
+    EXPECT_EQ(Lib().DSGetBufferInfo(nullptr, &foreign, BUFFER_INFO_SIZE, &type, nullptr, &size),
+              GC_ERR_INVALID_HANDLE);
+    records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[1].message, "failed to cast handle to a GenTLHandle*");
+}
+
+// ---------------------------------------------------------------------------
+// GCGetLastError
+// ---------------------------------------------------------------------------
+
+using LastErrorText = CtiTest;
+
+TEST_F(LastErrorText, NoErrorIsCodeZeroAndNineBytes) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    GC_ERROR code = -1;
+    size_t size = 0;
+    ASSERT_EQ(Lib().GCGetLastError(&code, nullptr, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(code, GC_ERR_SUCCESS);
+    EXPECT_EQ(size, 9u);
+
+    char text[16];
+    std::fill(std::begin(text), std::end(text), 'x');
+    size = 8;
+    EXPECT_EQ(Lib().GCGetLastError(&code, text, &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, 8u);
+    size = sizeof(text);
+    ASSERT_EQ(Lib().GCGetLastError(&code, text, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(size, 9u);
+    EXPECT_STREQ(text, "No Error");
+    // The whole buffer given was cleared past the text.
+    EXPECT_EQ(text[15], '\0');
+
+    EXPECT_EQ(Lib().GCGetLastError(nullptr, text, &size), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Lib().GCGetLastError(&code, text, nullptr), GC_ERR_INVALID_PARAMETER);
+}
+
+TEST_F(LastErrorText, StackIsConsumedOnlyWhenDelivered) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().GCGetInfo(TL_INFO_CUSTOM_ID, nullptr, nullptr, nullptr), GC_ERR_INVALID_INDEX);
+
+    GC_ERROR code = 0;
+    size_t size = 0;
+    ASSERT_EQ(Lib().GCGetLastError(&code, nullptr, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(code, GC_ERR_INVALID_INDEX);
+    const size_t needed = size;
+    std::vector<char> text(needed + 8, 'x');
+
+    size = needed - 1;
+    EXPECT_EQ(Lib().GCGetLastError(&code, text.data(), &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, needed - 1);
+
+    size = needed;
+    ASSERT_EQ(Lib().GCGetLastError(&code, text.data(), &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(size, needed);
+    EXPECT_EQ(std::string(text.data()).size() + 1, needed);
+    EXPECT_EQ(std::string(text.data()).rfind("Error Stack:\n  -1017 ", 0), 0u);
+
+    // Delivered once: the thread's stack is gone.
+    size = 0;
+    ASSERT_EQ(Lib().GCGetLastError(&code, nullptr, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(code, GC_ERR_SUCCESS);
+    EXPECT_EQ(size, 9u);
+}
+
+TEST_F(LastErrorText, ANewFailureReplacesTheOldStack) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    size_t size = 0;
+    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_ID, nullptr, nullptr, &size), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Lib().GCGetInfo(99, nullptr, nullptr, &size), GC_ERR_INVALID_INDEX);
+    const LastError e = Lib().TakeLastError();
+    EXPECT_EQ(e.code, GC_ERR_INVALID_INDEX);
+    ASSERT_EQ(e.Records().size(), 1u);
+    EXPECT_EQ(e.Records()[0].message.find("either piSize"), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------
+// GCGetInfo
+// ---------------------------------------------------------------------------
+
+using LibraryInfo = CtiTest;
+
+std::string LibraryPathOf(void* symbol) {
+    Dl_info info{};
+    if (dladdr(symbol, &info) == 0 || info.dli_fname == nullptr) {
+        return "?";
+    }
+    return info.dli_fname;
+}
+
+TEST_F(LibraryInfo, EveryCommandAnswersWithItsTypeAndSize) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    const std::string path = LibraryPathOf(reinterpret_cast<void*>(Lib().GCInitLib));
+    const auto found = path.find("libgentl");
+    const std::string name = found == std::string::npos ? "libgentl.so" : path.substr(found);
+
+    const std::vector<std::pair<TL_INFO_CMD, std::string>> strings = {
+        {TL_INFO_ID, "KESTA_GenTL_1_5"},   {TL_INFO_VENDOR, "Kesta Optic Works"},
+        {TL_INFO_MODEL, "GenTL Producer"}, {TL_INFO_VERSION, "0.1.78.0"},
+        {TL_INFO_TLTYPE, "GEV"},           {TL_INFO_NAME, name},
+        {TL_INFO_PATHNAME, path},          {TL_INFO_DISPLAYNAME, "Kesta Optic Works GenTL Module"},
+    };
+    for (const auto& [cmd, expected] : strings) {
+        int32_t type = -1;
+        size_t size = 0;
+        ASSERT_EQ(Lib().GCGetInfo(cmd, &type, nullptr, &size), GC_ERR_SUCCESS) << cmd;
+        EXPECT_EQ(type, INFO_DATATYPE_STRING) << cmd;
+        EXPECT_EQ(size, expected.size() + 1) << cmd;
+        std::vector<char> text(size, 'x');
+        ASSERT_EQ(Lib().GCGetInfo(cmd, &type, text.data(), &size), GC_ERR_SUCCESS) << cmd;
+        EXPECT_EQ(std::string(text.data()), expected) << cmd;
+    }
+
+    struct Number {
+        TL_INFO_CMD cmd;
+        INFO_DATATYPE type;
+        uint32_t value;
+    };
+    for (const Number& n : {Number{TL_INFO_CHAR_ENCODING, INFO_DATATYPE_INT32, 0},
+                            Number{TL_INFO_GENTL_VER_MAJOR, INFO_DATATYPE_UINT32, 1},
+                            Number{TL_INFO_GENTL_VER_MINOR, INFO_DATATYPE_UINT32, 5}}) {
+        int32_t type = -1;
+        uint32_t value = 0xDEADBEEF;
+        size_t size = sizeof(value);
+        ASSERT_EQ(Lib().GCGetInfo(n.cmd, &type, &value, &size), GC_ERR_SUCCESS) << n.cmd;
+        EXPECT_EQ(type, n.type) << n.cmd;
+        EXPECT_EQ(size, 4u) << n.cmd;
+        EXPECT_EQ(value, n.value) << n.cmd;
+    }
+}
+
+TEST_F(LibraryInfo, PathNameIsAbsoluteAndNamesTheLoadedFile) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    int32_t type = 0;
+    char path[PATH_MAX] = {};
+    size_t size = sizeof(path);
+    ASSERT_EQ(Lib().GCGetInfo(TL_INFO_PATHNAME, &type, path, &size), GC_ERR_SUCCESS);
+    char* expected = realpath(Lib().Path().c_str(), nullptr);
+    char* reported = realpath(path, nullptr);
+    ASSERT_NE(expected, nullptr);
+    ASSERT_NE(reported, nullptr) << path;
+    EXPECT_STREQ(reported, expected);
+    std::free(expected);
+    std::free(reported);
+}
+
+TEST_F(LibraryInfo, RefusalsCarryTheirTexts) {
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    int32_t type = 0;
+    size_t size = 0;
+
+    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_GENTL_VER_MINOR + 1, &type, nullptr, &size),
+              GC_ERR_INVALID_INDEX);
+    auto records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_NE(records[0].message.find(
+                  ": iInfoCmd must be one of :\nGenTL::TL_INFO_ID, GenTL::TL_INFO_VENDOR, "
+                  "GenTL::TL_INFO_MODEL, \nGenTL::TL_INFO_VERSION, GenTL::TL_INFO_TLTYPE, "
+                  "GenTL::TL_INFO_NAME, \nGenTL::TL_INFO_PATHNAME, GenTL::TL_INFO_DISPLAYNAME, "
+                  "GenTL::TL_INFO_CHAR_ENCODING, \nGenTL::TL_INFO_GENTL_VER_MAJOR, "
+                  "GenTL::TL_INFO_GENTL_VER_MINOR"),
+              std::string::npos)
+        << records[0].message;
+
+    // A short buffer: the marshalling's record, then GCGetInfo's line.
+    char text[4] = {};
+    size = sizeof(text);
+    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_VENDOR, &type, text, &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, sizeof(text));
+    EXPECT_EQ(type, INFO_DATATYPE_STRING);
+    records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_TRUE(std::regex_match(
+        records[0].message,
+        std::regex("GCGetInfo\\(\\):[0-9]+: GenTL::GC_ERR_BUFFER_TOO_SMALL\\(-1016\\)")));
+    EXPECT_TRUE(std::regex_match(
+        records[1].message,
+        std::regex("SetInfo\\(\\):[0-9]+: \\*piSize=4 < len=18\\. iSize must be >= len")))
+        << records[1].message;
+
+    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_ID, nullptr, nullptr, &size), GC_ERR_INVALID_PARAMETER);
+    records = Lib().TakeLastError().Records();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_NE(records[1].message.find("either piSize=nullptr or piType=nullptr"),
+              std::string::npos);
+}
+
+} // namespace

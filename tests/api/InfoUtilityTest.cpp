@@ -1,0 +1,200 @@
+// The size and type rules of the info marshalling.
+
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "GenTL_KESTA.h"
+#include "api/Error.h"
+#include "api/InfoUtility.h"
+
+namespace {
+
+using GenTL::Error;
+using GenTL::ErrorCache;
+using GenTL::InfoUtility;
+
+class InfoUtilityTest : public ::testing::Test {
+protected:
+    void SetUp() override { ErrorCache::GetErrorCache()->Clear(); }
+    void TearDown() override { ErrorCache::ReleaseErrorCache(); }
+
+    static bool Recorded() { return ErrorCache::GetErrorCache()->Count() == 1; }
+    static std::string RecordedText() {
+        Error e;
+        ErrorCache::GetErrorCache()->Peak(e);
+        return e.Message();
+    }
+
+    const InfoUtility info;
+    int type = -1;
+};
+
+TEST_F(InfoUtilityTest, ScalarsWriteTheirTypeAndSize) {
+    struct Expect {
+        int type;
+        unsigned long size;
+    };
+    unsigned char buffer[8];
+    auto check = [&](auto value, Expect expect) {
+        std::memset(buffer, 0xAA, sizeof(buffer));
+        unsigned long size = sizeof(buffer);
+        type = -1;
+        ASSERT_EQ(info.SetInfo(value, &type, buffer, &size, false), GC_ERR_SUCCESS);
+        EXPECT_EQ(type, expect.type);
+        EXPECT_EQ(size, expect.size);
+        decltype(value) read{};
+        std::memcpy(&read, buffer, sizeof(read));
+        EXPECT_EQ(read, value);
+    };
+    check(static_cast<unsigned int>(0xC0FFEE), {INFO_DATATYPE_UINT32, 4});
+    check(-5, {INFO_DATATYPE_INT32, 4});
+    check(static_cast<unsigned long>(1) << 40, {INFO_DATATYPE_UINT64, 8});
+    check(-(static_cast<long>(1) << 40), {INFO_DATATYPE_INT64, 8});
+    check(2.5, {INFO_DATATYPE_FLOAT64, 8});
+    check(true, {INFO_DATATYPE_BOOL8, 1});
+
+    // A pointer is stored as its value, not as the text it points to.
+    char text[] = "abc";
+    char* pointer = text;
+    check(pointer, {INFO_DATATYPE_PTR, 8});
+    EXPECT_FALSE(Recorded());
+}
+
+TEST_F(InfoUtilityTest, NullBufferIsASizeQuery) {
+    unsigned long size = 12345;
+    EXPECT_EQ(info.SetInfo(7u, &type, nullptr, &size, false), GC_ERR_SUCCESS);
+    EXPECT_EQ(type, INFO_DATATYPE_UINT32);
+    EXPECT_EQ(size, 4u);
+
+    size = 0;
+    EXPECT_EQ(info.SetInfo(std::string("hello"), &type, nullptr, &size, false), GC_ERR_SUCCESS);
+    EXPECT_EQ(type, INFO_DATATYPE_STRING);
+    EXPECT_EQ(size, 6u);
+    EXPECT_FALSE(Recorded());
+}
+
+TEST_F(InfoUtilityTest, TooSmallKeepsSizeButWritesType) {
+    unsigned char buffer[8] = {};
+    unsigned long size = 2;
+    EXPECT_EQ(info.SetInfo(1u, &type, buffer, &size, false), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(type, INFO_DATATYPE_UINT32);
+    EXPECT_EQ(size, 2u);
+    EXPECT_NE(RecordedText().find("*piSize=2 < size=4. iSize must be >= len"), std::string::npos)
+        << RecordedText();
+    EXPECT_EQ(RecordedText().rfind("SetInfo():", 0), 0u);
+
+    size = 5;
+    EXPECT_EQ(info.SetInfo(std::string("hello"), &type, buffer, &size, false),
+              GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, 5u);
+    EXPECT_NE(RecordedText().find("*piSize=5 < len=6. iSize must be >= len"), std::string::npos);
+}
+
+TEST_F(InfoUtilityTest, StringClearsTheWholeBufferGiven) {
+    char buffer[16];
+    std::memset(buffer, 'x', sizeof(buffer));
+    unsigned long size = 6;
+    ASSERT_EQ(info.SetInfo(std::string("hello"), &type, buffer, &size, false), GC_ERR_SUCCESS);
+    EXPECT_STREQ(buffer, "hello");
+    EXPECT_EQ(buffer[6], 'x');
+
+    std::memset(buffer, 'x', sizeof(buffer));
+    size = sizeof(buffer);
+    ASSERT_EQ(info.SetInfo(std::string("hi"), &type, buffer, &size, false), GC_ERR_SUCCESS);
+    EXPECT_EQ(size, 3u);
+    for (std::size_t i = 2; i < sizeof(buffer); ++i) {
+        EXPECT_EQ(buffer[i], '\0') << i;
+    }
+}
+
+TEST_F(InfoUtilityTest, MissingTypeOrSizePointerIsRefused) {
+    unsigned long size = 4;
+    unsigned int value = 0;
+    EXPECT_EQ(info.SetInfo(1u, nullptr, &value, &size, false), GC_ERR_INVALID_PARAMETER);
+    EXPECT_NE(RecordedText().find("either piSize=nullptr or piType=nullptr"), std::string::npos);
+    EXPECT_EQ(info.SetInfo(std::string("x"), &type, &value, nullptr, false),
+              GC_ERR_INVALID_PARAMETER);
+}
+
+TEST_F(InfoUtilityTest, QuietFailuresRecordNothing) {
+    unsigned char buffer[1] = {};
+    unsigned long size = 1;
+    EXPECT_EQ(info.SetInfo(1.0, &type, buffer, &size, true), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(info.SetInfo(std::string("ab"), &type, buffer, &size, true), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(info.SetInfo(1, nullptr, buffer, &size, true), GC_ERR_INVALID_PARAMETER);
+    unsigned int value = 0;
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_UINT64, buffer, 4, value, true), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_UINT32, nullptr, 4, value, true), GC_ERR_INVALID_BUFFER);
+    EXPECT_FALSE(Recorded());
+}
+
+TEST_F(InfoUtilityTest, GetInfoChecksTypeThenSize) {
+    unsigned char raw[8] = {};
+    const unsigned int stored = 0x01020304;
+    std::memcpy(raw, &stored, sizeof(stored));
+
+    unsigned int value = 0;
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_UINT64, raw, sizeof(raw), value, false),
+              GC_ERR_INVALID_PARAMETER);
+    // The default text, unstamped.
+    EXPECT_EQ(RecordedText(), "Invalid Parameter");
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_UINT32, raw, 3, value, false), GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(RecordedText(), "Invalid Buffer");
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_UINT32, nullptr, 4, value, false), GC_ERR_INVALID_BUFFER);
+    ASSERT_EQ(info.GetInfo(INFO_DATATYPE_UINT32, raw, 4, value, false), GC_ERR_SUCCESS);
+    EXPECT_EQ(value, stored);
+
+    // Minimum sizes at their edges.
+    short s = 0;
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_INT16, raw, 1, s, false), GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_INT16, raw, 2, s, false), GC_ERR_SUCCESS);
+    long l = 0;
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_INT64, raw, 7, l, false), GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_INT64, raw, 8, l, false), GC_ERR_SUCCESS);
+    bool b = false;
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_BOOL8, raw, 0, b, false), GC_ERR_INVALID_BUFFER);
+    char* p = nullptr;
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_PTR, raw, 8, p, false), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_BUFFER, raw, 8, p, false), GC_ERR_SUCCESS);
+}
+
+TEST_F(InfoUtilityTest, FloatAndDoubleShareTheirCode) {
+    const double d = 3.25;
+    const float f = 1.5f;
+    unsigned char raw[8] = {};
+
+    std::memcpy(raw, &f, sizeof(f));
+    float readFloat = 0;
+    ASSERT_EQ(info.GetInfo(INFO_DATATYPE_FLOAT64, raw, 4, readFloat, false), GC_ERR_SUCCESS);
+    EXPECT_EQ(readFloat, f);
+
+    std::memcpy(raw, &d, sizeof(d));
+    double readDouble = 0;
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_FLOAT64, raw, 4, readDouble, false),
+              GC_ERR_INVALID_BUFFER);
+    ASSERT_EQ(info.GetInfo(INFO_DATATYPE_FLOAT64, raw, 8, readDouble, false), GC_ERR_SUCCESS);
+    EXPECT_EQ(readDouble, d);
+}
+
+TEST_F(InfoUtilityTest, BoolReadsOneByte) {
+    const unsigned char one[1] = {1};
+    const unsigned char zero[1] = {0};
+    bool value = false;
+    ASSERT_EQ(info.GetInfo(INFO_DATATYPE_BOOL8, one, 1, value, false), GC_ERR_SUCCESS);
+    EXPECT_TRUE(value);
+    ASSERT_EQ(info.GetInfo(INFO_DATATYPE_BOOL8, zero, 1, value, false), GC_ERR_SUCCESS);
+    EXPECT_FALSE(value);
+}
+
+TEST_F(InfoUtilityTest, StringReadsAnObjectOfThisLibrary) {
+    const std::string stored = "a value long enough to live on the heap";
+    std::string value;
+    EXPECT_EQ(info.GetInfo(INFO_DATATYPE_STRING, &stored, 31, value, false), GC_ERR_INVALID_BUFFER);
+    ASSERT_EQ(info.GetInfo(INFO_DATATYPE_STRING, &stored, sizeof(stored), value, false),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(value, stored);
+}
+
+} // namespace
