@@ -368,7 +368,7 @@ TEST_F(LibraryInfo, EveryCommandAnswersWithItsTypeAndSize) {
     }
 }
 
-TEST_F(LibraryInfo, PathNameIsAbsoluteAndNamesTheLoadedFile) {
+TEST_F(LibraryInfo, PathNameNamesTheLoadedFile) {
     ASSERT_EQ(Init(), GC_ERR_SUCCESS);
     int32_t type = 0;
     char path[PATH_MAX] = {};

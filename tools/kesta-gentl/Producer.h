@@ -1,0 +1,50 @@
+#pragma once
+// The loaded producer: the .cti opened with dlopen() and its functions,
+// found by name. Commands call the functions through the members.
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "GenTL_KESTA.h"
+
+namespace kesta::gentl {
+
+class Producer {
+public:
+    /// Opens the .cti at path; throws std::runtime_error if it cannot be
+    /// loaded or lacks a function.
+    explicit Producer(const std::string& path);
+    ~Producer();
+    Producer(const Producer&) = delete;
+    Producer& operator=(const Producer&) = delete;
+
+    const std::string& Path() const { return m_path; }
+
+    /// Prints "<what> failed with <code>" and the library's error stack of
+    /// the calling thread (GCGetLastError) to out; returns code.
+    GC_ERROR Report(std::ostream& out, const std::string& what, GC_ERROR code) const;
+
+    PGCInitLib GCInitLib = nullptr;
+    PGCCloseLib GCCloseLib = nullptr;
+    PGCGetInfo GCGetInfo = nullptr;
+    PGCGetLastError GCGetLastError = nullptr;
+
+private:
+    template <typename F> F Resolve(const char* name);
+
+    std::string m_path;
+    void* m_handle = nullptr;
+};
+
+/**
+ * Where to load the producer from: explicitPath if given, otherwise the
+ * GenTL_KESTA.cti among the *.cti files of the folders in
+ * GENICAM_GENTL64_PATH (colon-separated), in order. Throws
+ * std::runtime_error with the reason when there is none.
+ */
+std::string FindProducer(const std::string& explicitPath);
+
+/// The *.cti files in the folders of a colon-separated search path.
+std::vector<std::string> ListProducers(const std::string& searchPath);
+
+} // namespace kesta::gentl

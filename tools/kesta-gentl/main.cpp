@@ -1,0 +1,81 @@
+// kesta-gentl: command-line consumer of the KESTA GenTL producer.
+//
+//   kesta-gentl [--cti PATH] <command> [arguments]
+//
+// The producer is PATH, or the GenTL_KESTA.cti found through
+// GENICAM_GENTL64_PATH.
+
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <string>
+
+#include "Commands.h"
+
+namespace {
+
+using kesta::gentl::Arguments;
+using kesta::gentl::Producer;
+
+struct Command {
+    const char* name;
+    const char* help;
+    int (*run)(Producer&, const Arguments&);
+};
+
+const Command kCommands[] = {
+    {"info", "print the producer's GCGetInfo answers", kesta::gentl::RunInfo},
+};
+
+void PrintUsage(std::ostream& out) {
+    out << "usage: kesta-gentl [--cti PATH] <command> [arguments]\n\n"
+           "The producer is PATH, or GenTL_KESTA.cti in one of the folders of\n"
+           "GENICAM_GENTL64_PATH (colon-separated).\n\ncommands:\n";
+    for (const Command& command : kCommands) {
+        out << "  " << command.name << "\t" << command.help << "\n";
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::string ctiPath;
+    int at = 1;
+    for (; at < argc && argv[at][0] == '-'; ++at) {
+        const std::string option = argv[at];
+        if (option == "--help" || option == "-h") {
+            PrintUsage(std::cout);
+            return 0;
+        }
+        if (option == "--cti" && at + 1 < argc) {
+            ctiPath = argv[++at];
+        } else if (option.rfind("--cti=", 0) == 0) {
+            ctiPath = option.substr(6);
+        } else {
+            std::cerr << "unknown option " << option << "\n";
+            PrintUsage(std::cerr);
+            return 2;
+        }
+    }
+    if (at >= argc) {
+        PrintUsage(std::cerr);
+        return 2;
+    }
+    const std::string name = argv[at];
+    const Arguments arguments(argv + at + 1, argv + argc);
+    for (const Command& command : kCommands) {
+        if (name != command.name) {
+            continue;
+        }
+        try {
+            Producer producer(kesta::gentl::FindProducer(ctiPath));
+            return command.run(producer, arguments);
+        } catch (const std::exception& e) {
+            std::cerr << "kesta-gentl: " << e.what() << "\n";
+            return 1;
+        }
+    }
+    std::cerr << "unknown command " << name << "\n";
+    PrintUsage(std::cerr);
+    return 2;
+}
