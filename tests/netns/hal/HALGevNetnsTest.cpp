@@ -1,0 +1,535 @@
+// The control layer against simulated cameras and scripted peers, inside the
+// network namespaces of tests/netns/run-with-camera. Each CTest entry runs
+// one group of these tests (by filter) with the camera options it needs.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+
+#include "GenTL_KESTA.h"
+#include "NetnsSupport.h"
+#include "api/Error.h"
+#include "hal/AdapterHandle.h"
+#include "hal/DeviceHandle.h"
+#include "hal/GvcpWire.h"
+#include "hal/HALGev.h"
+#include "hal/SocketHelper.h"
+
+namespace GenTL {
+namespace {
+
+using namespace kesta_netns;
+
+constexpr unsigned sk_addrVersion = 0x0000;
+constexpr unsigned sk_addrUserName = 0x00E8;
+constexpr unsigned sk_addrHeartbeatTimeout = 0x0938;
+constexpr unsigned sk_addrTickHigh = 0x093C;
+constexpr unsigned sk_addrGvcpConfig = 0x0954;
+constexpr unsigned sk_addrCcp = 0x0A00;
+constexpr unsigned sk_addrXmlFile = 0x00100000;
+constexpr long kDiscoveryMs = 400;
+
+/// The host side of the test bed, through HALGev: the adapter of the test
+/// link, opened.
+class HalBed : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (Env("KESTA_NETNS_HOST").empty()) {
+            GTEST_SKIP() << "needs the namespaces of run-with-camera";
+        }
+        m_hal.reset(new HALGev("/nonexistent/KestaGentl.cfg"));
+        m_adapter = OpenAdapterWithIp(ParseIp(Env("KESTA_NETNS_HOST_IP")));
+        ASSERT_NE(nullptr, m_adapter);
+    }
+    void TearDown() override {
+        for (void* device : m_devices) {
+            m_hal->CloseDevice(device);
+        }
+        if (m_adapter != nullptr) {
+            m_hal->CloseInterface(m_adapter);
+        }
+    }
+
+    void* OpenAdapterWithIp(std::uint32_t ip, std::string* idOut = nullptr) {
+        std::vector<std::string> ids;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetInterfaces(ids));
+        for (const std::string& id : ids) {
+            void* adapter = nullptr;
+            if (m_hal->OpenInterface(id, &adapter) != GC_ERR_SUCCESS) {
+                continue;
+            }
+            long own = 0;
+            m_hal->GetIPAddress(adapter, own);
+            if (static_cast<std::uint32_t>(own) == ip) {
+                if (idOut != nullptr) {
+                    *idOut = id;
+                }
+                return adapter;
+            }
+            m_hal->CloseInterface(adapter);
+        }
+        return nullptr;
+    }
+
+    std::vector<DiscoveredDevice> Discover(void* adapter = nullptr) {
+        std::vector<DiscoveredDevice> devices;
+        EXPECT_EQ(GC_ERR_SUCCESS,
+                  m_hal->GetDevices(adapter ? adapter : m_adapter, devices, kDiscoveryMs));
+        return devices;
+    }
+
+    /// Opens a discovered camera and takes control of it.
+    void* OpenCamera(const std::string& serial, bool control = true) {
+        void* device = nullptr;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->OpenDevice(m_adapter, serial, &device));
+        if (device == nullptr) {
+            return nullptr;
+        }
+        m_devices.push_back(device);
+        m_hal->SetConnected(device, true);
+        if (control) {
+            EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, sk_addrCcp, 2));
+        }
+        return device;
+    }
+
+    std::unique_ptr<HALGev> m_hal;
+    void* m_adapter = nullptr;
+    std::vector<void*> m_devices;
+};
+
+// --- Several cameras ---------------------------------------------------------------
+
+using Cameras = HalBed;
+
+TEST_F(Cameras, BroadcastDiscoveryFindsEveryCamera) {
+    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
+    const std::vector<std::string> ips = EnvList("KESTA_CAMERA_IPS");
+    const std::vector<std::string> macs = EnvList("KESTA_CAMERA_MACS");
+    ASSERT_GE(serials.size(), 2u);
+
+    const auto start = Clock::now();
+    const std::vector<DiscoveredDevice> devices = Discover();
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(kDiscoveryMs - 20))
+        << "a discovery always ends in its timeout";
+    ASSERT_EQ(serials.size(), devices.size());
+    for (std::size_t i = 0; i < serials.size(); ++i) {
+        SCOPED_TRACE(serials[i]);
+        const auto found =
+            std::find_if(devices.begin(), devices.end(),
+                         [&](const DiscoveredDevice& d) { return std::get<0>(d) == serials[i]; });
+        ASSERT_NE(devices.end(), found);
+        EXPECT_EQ(ParseIp(ips[i]), ntohl(std::get<1>(*found)));
+
+        long value = 0;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevIPAddress(m_adapter, serials[i], value));
+        EXPECT_EQ(ParseIp(ips[i]), static_cast<std::uint32_t>(value));
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevMACAddress(m_adapter, serials[i], value));
+        EXPECT_EQ(ParseMac(macs[i]), static_cast<std::uint64_t>(value));
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevSubnetMask(m_adapter, serials[i], value));
+        EXPECT_EQ(ParseIp(Env("KESTA_NETNS_NETMASK")), static_cast<std::uint32_t>(value));
+        std::string text;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetSerialNumber(m_adapter, serials[i], text));
+        EXPECT_EQ(serials[i], text);
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetModelName(m_adapter, serials[i], text));
+        EXPECT_FALSE(text.empty());
+        // The camera reports persistent IP and LLA (0x5): by id the number's
+        // bits are read.
+        bool on = false;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevIpConfigPersistentIp(m_adapter, serials[i], on));
+        EXPECT_TRUE(on);
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevIpConfigDHCP(m_adapter, serials[i], on));
+        EXPECT_FALSE(on);
+    }
+    long mask = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetSubnetMask(m_adapter, mask));
+    EXPECT_EQ(ParseIp(Env("KESTA_NETNS_NETMASK")), static_cast<std::uint32_t>(mask));
+    long mac = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetMACAddress(m_adapter, mac));
+    std::string id;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetInterfaceId(m_adapter, id));
+    char hex[13] = {};
+    std::snprintf(hex, sizeof hex, "%012lx", static_cast<unsigned long>(mac));
+    EXPECT_EQ(hex, id.substr(0, 12));
+}
+
+TEST_F(Cameras, UnicastDiscoveryAsksEachAddressAfterTheBroadcast) {
+    const std::vector<std::string> ips = EnvList("KESTA_CAMERA_IPS");
+    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp(ips[0]))));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp(ips[1]))));
+    // Nobody there: logged and passed over, after one timeout.
+    EXPECT_EQ(GC_ERR_SUCCESS,
+              m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp("192.168.213.99"))));
+    unsigned list[8] = {};
+    unsigned size = 8;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetUnicastDiscoveryDevices(m_adapter, list, &size));
+    EXPECT_EQ(3u, size);
+
+    const auto start = Clock::now();
+    const std::vector<DiscoveredDevice> devices = Discover();
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(2 * kDiscoveryMs - 20));
+    EXPECT_EQ(serials.size() + 2, devices.size()) << "unicast answers come on top";
+
+    AdapterHandle* adapter = AsAdapter(m_adapter);
+    std::set<std::string> unicast;
+    for (const DeviceData& row : adapter->deviceList) {
+        if (row.unicastDiscovered) {
+            unicast.insert(row.id);
+        }
+    }
+    EXPECT_EQ((std::set<std::string>{serials[0], serials[1]}), unicast);
+
+    // Only the broadcast part is left once the list is cleared.
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->RemoveUnicastDiscoveryDevice(m_adapter, 0xFFFFFFFF));
+    EXPECT_EQ(serials.size(), Discover().size());
+}
+
+/// Bytes of the camera's XML file, which the simulator serves at 0x100000.
+Bytes XmlFile() {
+    std::ifstream in(std::string(KESTA_SOURCE_DIR) + "/tools/gev-camera-sim/KestaSimCamera.xml",
+                     std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST_F(Cameras, OpensEachCameraAndReadsAndWritesRegistersAndMemory) {
+    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
+    const Bytes xml = XmlFile();
+    ASSERT_GT(xml.size(), 2000u);
+    Discover();
+    for (const std::string& serial : serials) {
+        SCOPED_TRACE(serial);
+        void* device = OpenCamera(serial);
+        ASSERT_NE(nullptr, device);
+        std::string text;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetSerialNumber(device, text));
+        EXPECT_EQ(serial, text);
+        unsigned short port = 0;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevPort(device, port));
+        EXPECT_EQ(3956, port);
+
+        unsigned value = 0;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrVersion, value));
+        EXPECT_EQ(0x00020000u, value);
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, sk_addrHeartbeatTimeout, 4321));
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrHeartbeatTimeout, value));
+        EXPECT_EQ(4321u, value);
+
+        unsigned block[2] = {};
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadRegBlock(device, sk_addrTickHigh, block, 2));
+        const unsigned long tick = (static_cast<unsigned long>(block[0]) << 32) | block[1];
+        EXPECT_GT(tick, 0u);
+        const unsigned writes[2] = {htonl(5000), htonl(0)};
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteRegBlock(device, sk_addrHeartbeatTimeout, writes, 1));
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrHeartbeatTimeout, value));
+        EXPECT_EQ(5000u, value);
+
+        for (std::size_t length : {1u, 2u, 3u, 4u, 5u, 63u, 64u, 255u, 533u, 536u}) {
+            SCOPED_TRACE(length);
+            Bytes data(length + 4, 0xA5);
+            EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadMem(device, sk_addrXmlFile + 8,
+                                                     reinterpret_cast<char*>(data.data()), length));
+            EXPECT_TRUE(std::equal(xml.begin() + 8, xml.begin() + 8 + static_cast<long>(length),
+                                   data.begin()));
+            EXPECT_EQ(Bytes(4, 0xA5), Bytes(data.end() - 4, data.end()));
+        }
+        char big[537] = {};
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_hal->ReadMem(device, sk_addrXmlFile, big, 537));
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_hal->WriteMem(device, sk_addrXmlFile, big, 537));
+        // Read-only memory: the camera's status comes back mapped.
+        EXPECT_EQ(GC_ERR_ACCESS_DENIED, m_hal->WriteMem(device, sk_addrXmlFile, big, 536));
+
+        for (const std::string& name :
+             {std::string("n"), std::string("cam"), std::string("fifteen chars!!")}) {
+            EXPECT_EQ(GC_ERR_SUCCESS,
+                      m_hal->WriteMem(device, sk_addrUserName, name.c_str(), name.size() + 1));
+            char back[16] = {};
+            EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadMem(device, sk_addrUserName, back, sizeof back));
+            EXPECT_EQ(name, std::string(back));
+        }
+    }
+}
+
+TEST_F(Cameras, ResendAndActionCommandsReachTheCameraByteForByte) {
+    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
+    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    ASSERT_TRUE(sniffer.Ok());
+    Discover();
+    void* device = OpenCamera(serial, false);
+    ASSERT_NE(nullptr, device);
+    DeviceHandle* handle = AsDevice(device);
+    handle->requestId = 0x1233;
+    const std::size_t before = sniffer.Packets().size();
+
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->SendPacketResend(device, 0x1122334455667788ul, 5, 9, false));
+    EXPECT_EQ(GC_ERR_SUCCESS,
+              m_hal->SendPacketResend(device, 0x1122334455667788ul, 0x10, 0x20, true));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->SendActionCommand(device, 0, 0, 0, 0));
+    // The simulator answers actions whose keys match; the ack is checked
+    // when it comes, the bytes on the wire in any case.
+    m_hal->SendActionCommand(device, 0xA1A2A3A4, 0xB1B2B3B4, 0xC1C2C3C4, 0x0102030405060708ul);
+
+    const std::vector<Captured> packets = sniffer.WaitFor(before + 4, 3000);
+    ASSERT_EQ(before + 4, packets.size());
+    EXPECT_EQ(Bytes({0x42, 0x00, 0x00, 0x40, 0x00, 0x0C, 0x12, 0x34, 0x00, 0x00,
+                     0x77, 0x88, 0,    0,    0,    5,    0,    0,    0,    9}),
+              packets[before].payload);
+    EXPECT_EQ(
+        Bytes({0x42, 0x10, 0x00, 0x40, 0x00, 0x14, 0x12, 0x35, 0,    0,    0,    0,    0,    0,
+               0,    0x10, 0,    0,    0,    0x20, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}),
+        packets[before + 1].payload);
+    EXPECT_EQ(
+        Bytes({0x42, 0x01, 0x01, 0x00, 0x00, 0x00, 0x12, 0x36, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}),
+        packets[before + 2].payload);
+    EXPECT_EQ(
+        Bytes({0x42, 0x81, 0x01, 0x00, 0x00, 0x00, 0x12, 0x37, 0xA1, 0xA2, 0xA3, 0xA4, 0xB1, 0xB2,
+               0xB3, 0xB4, 0xC1, 0xC2, 0xC3, 0xC4, 1,    2,    3,    4,    5,    6,    7,    8}),
+        packets[before + 3].payload);
+    for (const Captured& packet : packets) {
+        EXPECT_EQ(ParseIp(Env("KESTA_NETNS_HOST_IP")), packet.sourceIp);
+    }
+    // The control socket is left at 2 s after an action command.
+    int former = 0;
+    handle->socket->SetTimeout(200, former);
+    EXPECT_EQ(2000, former);
+}
+
+TEST_F(Cameras, ForceIpMovesACameraFoundByItsMac) {
+    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
+    const std::string serial = serials.back();
+    Discover();
+    long mac = 0;
+    ASSERT_EQ(GC_ERR_SUCCESS, m_hal->GetDevMACAddress(m_adapter, serial, mac));
+    const std::uint32_t moved = ParseIp("192.168.213.77");
+    EXPECT_EQ(GC_ERR_SUCCESS,
+              m_hal->ForceIP(m_adapter, static_cast<unsigned short>(mac >> 32),
+                             static_cast<unsigned>(mac), moved, ParseIp("255.255.255.0"), 0));
+    int former = 0;
+    AsAdapter(m_adapter)->socket->SetTimeout(200, former);
+    EXPECT_EQ(2000, former) << "the adapter socket keeps the ForceIP wait";
+
+    long ip = 0;
+    Discover();
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevIPAddress(m_adapter, serial, ip));
+    EXPECT_EQ(moved, static_cast<std::uint32_t>(ip));
+    // And it answers there.
+    void* device = OpenCamera(serial, false);
+    unsigned value = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrVersion, value));
+    // A ForceIP to a MAC nobody has goes unanswered.
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_hal->ForceIP(m_adapter, 0x0200, 0xDEADBEEF, moved + 1,
+                                             ParseIp("255.255.255.0"), 0));
+}
+
+TEST_F(Cameras, TwoAddressesOnOneAdapterAreTwoAdapters) {
+    const std::string link = Env("KESTA_NETNS_HOST_IF");
+    ASSERT_EQ(0, std::system(("ip addr add 192.168.213.3/24 dev " + link).c_str()));
+    ASSERT_EQ(0, std::system(("ip addr add 192.168.213.4/24 dev " + link).c_str()));
+    std::vector<std::string> ids;
+    ASSERT_EQ(GC_ERR_SUCCESS, m_hal->GetInterfaces(ids));
+    std::string first;
+    m_hal->GetInterfaceId(m_adapter, first);
+    const std::string base = first.substr(0, 12);
+    std::vector<std::string> ours;
+    for (const std::string& id : ids) {
+        if (id.compare(0, 12, base) == 0) {
+            ours.push_back(id);
+        }
+    }
+    EXPECT_EQ((std::vector<std::string>{base, base + ":1", base + ":2"}), ours);
+
+    // The second address discovers the same cameras on its own socket.
+    std::string secondId;
+    void* second = OpenAdapterWithIp(ParseIp("192.168.213.3"), &secondId);
+    ASSERT_NE(nullptr, second);
+    EXPECT_EQ(base + ":1", secondId);
+    std::vector<DiscoveredDevice> devices;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevices(second, devices, kDiscoveryMs));
+    EXPECT_GE(devices.size(), EnvList("KESTA_CAMERA_SERIALS").size());
+    m_hal->CloseInterface(second);
+    std::system(("ip addr del 192.168.213.3/24 dev " + link).c_str());
+    std::system(("ip addr del 192.168.213.4/24 dev " + link).c_str());
+}
+
+// --- Time-outs and retries as the wire sees them --------------------------------------
+
+using SilentCamera = HalBed;
+
+/// Run with --silent-after 2: the camera stops answering after 2 s.
+TEST_F(SilentCamera, RetriesGoOutAtTheTimeoutWithTheSameBytesThenDisconnect) {
+    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
+    Discover();
+    void* device = OpenCamera(serial, false);
+    ASSERT_NE(nullptr, device);
+    unsigned value = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrVersion, value));
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    const auto start = Clock::now();
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_hal->ReadReg(device, sk_addrVersion, value));
+    const auto elapsed = Clock::now() - start;
+    // Defaults: 3 retries, 200 ms.
+    EXPECT_GE(elapsed, std::chrono::milliseconds(4 * 200 - 20));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(4 * 200 + 300));
+    const std::vector<Captured> packets = sniffer.WaitFor(4, 500);
+    ASSERT_EQ(4u, packets.size());
+    for (std::size_t i = 1; i < packets.size(); ++i) {
+        EXPECT_EQ(packets[0].payload, packets[i].payload) << "a resend repeats the bytes";
+        const auto gap = std::chrono::duration_cast<std::chrono::milliseconds>(packets[i].at -
+                                                                               packets[i - 1].at);
+        EXPECT_GE(gap.count(), 190);
+        EXPECT_LE(gap.count(), 300);
+    }
+    bool connected = true;
+    m_hal->IsConnected(device, connected);
+    EXPECT_FALSE(connected);
+}
+
+using SlowCamera = HalBed;
+
+/// Run with --ack-delay 300: every ack comes 300 ms late.
+TEST_F(SlowCamera, PendingAcksAvoidResendsOnceEnabled) {
+    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
+    Discover();
+    void* device = OpenCamera(serial, true);
+    ASSERT_NE(nullptr, device);
+    // Without pending acks the 200 ms timeout resends once, and the ack of
+    // the first send answers (same request id); the late second ack is
+    // waited past by the next transaction.
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, sk_addrGvcpConfig, 0x2));
+
+    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    unsigned value = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrGvcpConfig, value));
+    EXPECT_EQ(0x2u, value & 0x2);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrVersion, value));
+    EXPECT_EQ(0x00020000u, value);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(2u, sniffer.Packets().size()) << "one send per transaction";
+    int former = 0;
+    AsDevice(device)->socket->SetTimeout(200, former);
+    EXPECT_EQ(200, former) << "the pending wait is put back";
+}
+
+using FaultyAcks = HalBed;
+
+/// Run with --wrong-ack-id 2: every second ack carries the next id.
+TEST_F(FaultyAcks, AckWithAWrongIdIsWaitedPastAndTheResendAnswers) {
+    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
+    Discover();
+    void* device = OpenCamera(serial, false);
+    ASSERT_NE(nullptr, device);
+    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    for (int i = 0; i < 4; ++i) {
+        unsigned value = 0;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrVersion, value));
+        EXPECT_EQ(0x00020000u, value);
+    }
+    // Acks 1..: one of every two is wrong, each wrong one costs a resend.
+    EXPECT_GE(sniffer.Packets().size(), 5u);
+}
+
+using StatusAcks = HalBed;
+
+/// Run with --ack-status 0x8006:2: every second ack carries that status.
+TEST_F(StatusAcks, DeviceStatusesComeBackMapped) {
+    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
+    Discover();
+    void* device = OpenCamera(serial, false);
+    ASSERT_NE(nullptr, device);
+    int denied = 0;
+    int good = 0;
+    for (int i = 0; i < 4; ++i) {
+        unsigned value = 0;
+        const int rc = m_hal->ReadReg(device, sk_addrVersion, value);
+        denied += rc == GC_ERR_ACCESS_DENIED ? 1 : 0;
+        good += rc == GC_ERR_SUCCESS ? 1 : 0;
+    }
+    EXPECT_EQ(2, denied);
+    EXPECT_EQ(2, good);
+}
+
+// --- Answers no camera would send ---------------------------------------------------
+
+using ScriptedAnswers = HalBed;
+
+Bytes DiscoveryAck(std::uint16_t id, std::uint8_t fill, std::size_t size) {
+    Bytes ack(size, fill);
+    if (size >= 8) {
+        gvcp::PutU16(ack.data(), ack.size(), 0, 0);
+        gvcp::PutU16(ack.data(), ack.size(), 2, gvcp::kDiscoveryAck);
+        gvcp::PutU16(ack.data(), ack.size(), 4, 248);
+        gvcp::PutU16(ack.data(), ack.size(), 6, id);
+    }
+    return ack;
+}
+
+/// Run with no camera and a second host that plays a hostile device.
+TEST_F(ScriptedAnswers, UnterminatedShortAndFloodingDiscoveryAnswersAreBounded) {
+    const std::string peerNs = Env("KESTA_NETNS_HOST2");
+    ASSERT_FALSE(peerNs.empty());
+    NetnsPeer peer(peerNs, [](const Bytes& request) -> std::vector<Bytes> {
+        const std::uint16_t id = gvcp::GetU16(request.data(), request.size(), 6);
+        if (gvcp::GetU16(request.data(), request.size(), 2) != gvcp::kDiscoveryCmd) {
+            return {Bytes{0x01}};
+        }
+        std::vector<Bytes> replies;
+        // Every byte 'A': no zero anywhere, strings run to the end.
+        replies.push_back(DiscoveryAck(id, 'A', 256));
+        // Short, and then long.
+        replies.push_back(DiscoveryAck(id, 'B', 12));
+        replies.push_back(DiscoveryAck(id, 'C', 1400));
+        replies.push_back(Bytes{0x00});
+        for (int i = 0; i < 100; ++i) {
+            replies.push_back(DiscoveryAck(static_cast<std::uint16_t>(id + i), 'D', 256));
+        }
+        return replies;
+    });
+    ASSERT_TRUE(peer.Ok());
+    const std::vector<DiscoveredDevice> devices = Discover();
+    ASSERT_EQ(104u, devices.size());
+    EXPECT_EQ(std::string(32, 'A'), std::get<0>(devices[0]))
+        << "the serial runs into the user name and stops at the end of the answer";
+    std::string text;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetUserDefinedName(m_adapter, std::string(32, 'A'), text));
+    EXPECT_EQ(std::string(16, 'A'), text) << "bounded by the payload";
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetVendorName(m_adapter, std::string(32, 'A'), text));
+    EXPECT_EQ(std::string(248 - 0x48, 'A'), text);
+
+    // The peer also holds the unicast role: its answers are taken as they come.
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(
+                                  m_adapter, htonl(ParseIp(Env("KESTA_NETNS_HOST2_IP")))));
+    EXPECT_EQ(105u, Discover().size()) << "one answer taken per unicast address";
+}
+
+TEST_F(ScriptedAnswers, ForceIpJudgesTheAck) {
+    const std::string peerNs = Env("KESTA_NETNS_HOST2");
+    NetnsPeer peer(peerNs, [](const Bytes& request) -> std::vector<Bytes> {
+        const std::uint16_t id = gvcp::GetU16(request.data(), request.size(), 6);
+        Bytes pending(12, 0);
+        gvcp::PutU16(pending.data(), 12, 2, gvcp::kPendingAck);
+        gvcp::PutU16(pending.data(), 12, 6, id);
+        gvcp::PutU16(pending.data(), 12, 10, 100);
+        Bytes wrong(8, 0);
+        gvcp::PutU16(wrong.data(), 8, 0, 0x8006);
+        gvcp::PutU16(wrong.data(), 8, 2, gvcp::kForceIpAck);
+        gvcp::PutU16(wrong.data(), 8, 6, id);
+        return {pending, wrong};
+    });
+    ASSERT_TRUE(peer.Ok());
+    EXPECT_EQ(GC_ERR_INVALID_VALUE, m_hal->ForceIP(m_adapter, 0x0200, 1, ParseIp("192.168.213.9"),
+                                                   ParseIp("255.255.255.0"), 0));
+    Error e;
+    ErrorCache::GetErrorCache()->Peak(e);
+    EXPECT_NE(std::string::npos,
+              e.Message().find("GenTL::HALGev::ForceIp Ack is invalid: -1019 : , ACK = 5, status = "
+                               "32774, ack_id = "));
+}
+
+} // namespace
+} // namespace GenTL

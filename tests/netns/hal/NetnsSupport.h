@@ -1,0 +1,268 @@
+#pragma once
+// Support for the control layer's network tests: the test bed from the
+// harness's environment, threads that work inside another namespace of the
+// test bed, a capture of GVCP datagrams as a namespace receives them, and a
+// scripted GVCP peer for answers that no camera would send.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <netinet/in.h>
+#include <netinet/ip.h>
+#include <netinet/udp.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace kesta_netns {
+
+using Bytes = std::vector<std::uint8_t>;
+using Clock = std::chrono::steady_clock;
+
+inline std::string Env(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+inline std::vector<std::string> EnvList(const char* name) {
+    std::istringstream in(Env(name));
+    std::vector<std::string> items;
+    for (std::string item; in >> item;) {
+        items.push_back(item);
+    }
+    return items;
+}
+
+/// Host order.
+inline std::uint32_t ParseIp(const std::string& text) {
+    in_addr address{};
+    inet_pton(AF_INET, text.c_str(), &address);
+    return ntohl(address.s_addr);
+}
+
+inline std::string IpText(std::uint32_t hostOrder) {
+    in_addr address{};
+    address.s_addr = htonl(hostOrder);
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
+}
+
+inline std::uint64_t ParseMac(const std::string& text) {
+    std::uint64_t mac = 0;
+    for (std::size_t i = 0; i + 1 < text.size() + 1; i += 3) {
+        mac = (mac << 8) | std::stoul(text.substr(i, 2), nullptr, 16);
+    }
+    return mac;
+}
+
+/// Moves the calling thread into a namespace of the test bed.
+inline bool EnterNamespace(const std::string& name) {
+    const int fd = ::open(("/var/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    const bool ok = ::setns(fd, CLONE_NEWNET) == 0;
+    ::close(fd);
+    return ok;
+}
+
+/// One UDP datagram as captured.
+struct Captured {
+    Clock::time_point at;
+    std::uint32_t sourceIp = 0; // host order
+    std::uint32_t destinationIp = 0;
+    std::uint16_t sourcePort = 0;
+    Bytes payload;
+};
+
+/**
+ * Captures the UDP datagrams to a port as the interfaces of a namespace
+ * receive them, headers stripped, bounds checked.
+ */
+class Sniffer {
+public:
+    Sniffer(const std::string& netns, std::uint16_t port) : m_port(port) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_thread = std::thread([this, netns] { Run(netns); });
+        m_ready.wait(lock, [this] { return m_started; });
+    }
+    ~Sniffer() {
+        m_stop = true;
+        m_thread.join();
+    }
+    bool Ok() const { return m_ok; }
+    std::vector<Captured> Packets() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_packets;
+    }
+    /// Waits up to timeoutMs until count datagrams were seen.
+    std::vector<Captured> WaitFor(std::size_t count, int timeoutMs) {
+        const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+        while (Clock::now() < end && Packets().size() < count) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return Packets();
+    }
+
+private:
+    void Run(const std::string& netns) {
+        int fd = -1;
+        if (EnterNamespace(netns)) {
+            fd = ::socket(AF_PACKET, SOCK_DGRAM, htons(ETH_P_IP));
+        }
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_ok = fd >= 0;
+            m_started = true;
+        }
+        m_ready.notify_all();
+        while (fd >= 0 && !m_stop) {
+            pollfd wait{fd, POLLIN, 0};
+            if (::poll(&wait, 1, 20) <= 0) {
+                continue;
+            }
+            std::uint8_t frame[9000];
+            sockaddr_ll from{};
+            socklen_t length = sizeof from;
+            const ssize_t n =
+                ::recvfrom(fd, frame, sizeof frame, 0, reinterpret_cast<sockaddr*>(&from), &length);
+            if (n < static_cast<ssize_t>(sizeof(iphdr)) || from.sll_pkttype == PACKET_OUTGOING) {
+                continue;
+            }
+            iphdr ip{};
+            std::memcpy(&ip, frame, sizeof ip);
+            const std::size_t ipLength = ip.ihl * 4u;
+            if (ip.protocol != IPPROTO_UDP || ipLength < sizeof ip ||
+                static_cast<std::size_t>(n) < ipLength + sizeof(udphdr)) {
+                continue;
+            }
+            udphdr udp{};
+            std::memcpy(&udp, frame + ipLength, sizeof udp);
+            if (ntohs(udp.dest) != m_port) {
+                continue;
+            }
+            const std::size_t udpLength =
+                std::min<std::size_t>(ntohs(udp.len), static_cast<std::size_t>(n) - ipLength);
+            Captured packet;
+            packet.at = Clock::now();
+            packet.sourceIp = ntohl(ip.saddr);
+            packet.destinationIp = ntohl(ip.daddr);
+            packet.sourcePort = ntohs(udp.source);
+            if (udpLength > sizeof udp) {
+                packet.payload.assign(frame + ipLength + sizeof udp, frame + ipLength + udpLength);
+            }
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_packets.push_back(std::move(packet));
+        }
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+
+    std::uint16_t m_port;
+    std::mutex m_mutex;
+    std::condition_variable m_ready;
+    bool m_started = false;
+    bool m_ok = false;
+    std::atomic<bool> m_stop{false};
+    std::vector<Captured> m_packets;
+    std::thread m_thread;
+};
+
+/// A GVCP peer on port 3956 of a namespace that answers each datagram as its
+/// script says (broadcasts included).
+class NetnsPeer {
+public:
+    using Script = std::function<std::vector<Bytes>(const Bytes& request)>;
+
+    NetnsPeer(const std::string& netns, Script script) : m_script(std::move(script)) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_thread = std::thread([this, netns] { Run(netns); });
+        m_ready.wait(lock, [this] { return m_started; });
+    }
+    ~NetnsPeer() {
+        m_stop = true;
+        m_thread.join();
+    }
+    bool Ok() const { return m_ok; }
+    int Count() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_count;
+    }
+
+private:
+    void Run(const std::string& netns) {
+        int fd = -1;
+        if (EnterNamespace(netns)) {
+            fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+            const int on = 1;
+            ::setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+            sockaddr_in address{};
+            address.sin_family = AF_INET;
+            address.sin_port = htons(3956);
+            if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+                ::close(fd);
+                fd = -1;
+            }
+        }
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_ok = fd >= 0;
+            m_started = true;
+        }
+        m_ready.notify_all();
+        while (fd >= 0 && !m_stop) {
+            pollfd wait{fd, POLLIN, 0};
+            if (::poll(&wait, 1, 20) <= 0) {
+                continue;
+            }
+            std::uint8_t buffer[1500];
+            sockaddr_in from{};
+            socklen_t length = sizeof from;
+            const ssize_t n = ::recvfrom(fd, buffer, sizeof buffer, 0,
+                                         reinterpret_cast<sockaddr*>(&from), &length);
+            if (n < 0) {
+                continue;
+            }
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                ++m_count;
+            }
+            for (const Bytes& reply : m_script(Bytes(buffer, buffer + n))) {
+                ::sendto(fd, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&from),
+                         length);
+            }
+        }
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+
+    Script m_script;
+    std::mutex m_mutex;
+    std::condition_variable m_ready;
+    bool m_started = false;
+    bool m_ok = false;
+    int m_count = 0;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+} // namespace kesta_netns

@@ -1,0 +1,122 @@
+// The control channel privilege: exclusive and control access, switchover,
+// heartbeat expiry, and a rival application (another port, or the second
+// host namespace when the harness made one).
+#include "SimFixture.h"
+
+#include <chrono>
+#include <thread>
+
+namespace gevtest {
+namespace {
+
+class Control : public SimTest {
+protected:
+    std::unique_ptr<GvcpClient> rival() {
+        if (!bed.host2Namespace.empty())
+            return std::make_unique<GvcpClient>(bed.cameraIps[0], bed.host2Ip, bed.host2Namespace);
+        return std::make_unique<GvcpClient>(bed.cameraIps[0], bed.hostIp);
+    }
+};
+
+TEST_F(Control, ControlAccessLetsOthersReadButNotWrite) {
+    ASSERT_EQ(client->claim(2), 0);
+    EXPECT_EQ(client->reg(addr::kCcp), 2u);
+    auto other = rival();
+    ASSERT_TRUE(other->socket().ok());
+    uint32_t v = 0;
+    EXPECT_EQ(other->readReg(addr::kWidth, v), 0);
+    EXPECT_EQ(other->writeReg(addr::kWidth, 100), 0x8006);
+    EXPECT_EQ(other->claim(2), 0x8006);
+    EXPECT_EQ(other->claim(1), 0x8006);
+    EXPECT_EQ(client->writeReg(addr::kWidth, 100), 0);
+}
+
+TEST_F(Control, ExclusiveAccessShutsOthersOut) {
+    ASSERT_EQ(client->claim(1), 0);
+    auto other = rival();
+    uint32_t v = 0;
+    EXPECT_EQ(other->readReg(addr::kWidth, v), 0x8006);
+    EXPECT_EQ(other->claim(2), 0x8006);
+    ASSERT_EQ(client->release(), 0);
+    EXPECT_EQ(other->claim(2), 0);
+    EXPECT_EQ(client->writeReg(addr::kWidth, 100), 0x8006);
+    EXPECT_EQ(other->release(), 0);
+}
+
+TEST_F(Control, SwitchoverNeedsTheKey) {
+    ASSERT_EQ(client->writeReg(addr::kCcp, 6), 0); // control with switchover enabled
+    ASSERT_EQ(client->writeReg(addr::kSwitchoverKey, 0x1234), 0);
+    auto other = rival();
+    EXPECT_EQ(other->writeReg(addr::kCcp, 0x43210002), 0x8006);
+    ASSERT_EQ(other->writeReg(addr::kCcp, 0x12340002), 0);
+    EXPECT_EQ(other->reg(addr::kCcp), 2u);
+    EXPECT_EQ(client->writeReg(addr::kWidth, 100), 0x8006);
+    EXPECT_EQ(other->writeReg(addr::kWidth, 100), 0);
+    // Without the switchover bit the holder cannot be displaced.
+    EXPECT_EQ(client->writeReg(addr::kCcp, 0x12340002), 0x8006);
+    EXPECT_EQ(other->release(), 0);
+}
+
+TEST_F(Control, HeartbeatExpiryDropsTheSilentApplication) {
+    ASSERT_EQ(client->claim(2), 0);
+    ASSERT_EQ(client->writeReg(addr::kHeartbeat, 100), 0);
+    EXPECT_EQ(client->reg(addr::kHeartbeat), 500u); // clamped to the minimum
+    ASSERT_EQ(client->writeReg(addr::kScp, 40000), 0);
+    // Kept alive by traffic for longer than the timeout...
+    for (int i = 0; i < 8; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        ASSERT_EQ(client->writeReg(addr::kHeartbeat, 500), 0);
+    }
+    EXPECT_EQ(client->reg(addr::kCcp), 2u);
+    // ...and dropped after a silence, with the stream channel closed.
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    EXPECT_EQ(client->reg(addr::kCcp), 0u);
+    EXPECT_EQ(client->reg(addr::kScp), 0u);
+    EXPECT_EQ(client->writeReg(addr::kWidth, 100), 0x8006);
+    auto other = rival();
+    EXPECT_EQ(other->claim(2), 0);
+    EXPECT_EQ(other->release(), 0);
+}
+
+TEST_F(Control, HeartbeatCanBeDisabled) {
+    ASSERT_EQ(client->claim(2), 0);
+    ASSERT_EQ(client->writeReg(addr::kHeartbeat, 500), 0);
+    ASSERT_EQ(client->writeReg(addr::kGvcpConfig, 1), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    EXPECT_EQ(client->reg(addr::kCcp), 2u);
+    ASSERT_EQ(client->writeReg(addr::kGvcpConfig, 0), 0);
+}
+
+TEST_F(Control, ActionCommandsSelectByKeys) {
+    ASSERT_EQ(client->claim(2), 0);
+    ASSERT_EQ(client->writeReg(addr::kActionDeviceKey, 0xCAFE), 0);
+    ASSERT_EQ(client->writeReg(addr::kGroupKey, 7), 0);
+    ASSERT_EQ(client->writeReg(addr::kGroupMask, 0x0F), 0);
+    GvcpClient broadcaster(0xFFFFFFFF, bed.hostIp);
+    auto action = [&](uint32_t deviceKey, uint32_t groupKey, uint32_t mask) {
+        std::vector<uint8_t> p;
+        putBe32(p, 0, deviceKey);
+        putBe32(p, 4, groupKey);
+        putBe32(p, 8, mask);
+        // The length field is left 0, as some hosts send it.
+        broadcaster.sendCommand(0x0100, p, 0x01, broadcaster.nextId(), 0);
+        return broadcaster.receiveAck(300);
+    };
+    const Ack ok = action(0xCAFE, 7, 0x01);
+    ASSERT_TRUE(ok.received);
+    EXPECT_EQ(ok.code, 0x0101);
+    EXPECT_EQ(ok.status, 0);
+    EXPECT_FALSE(action(0xBEEF, 7, 0x01).received);
+    EXPECT_FALSE(action(0xCAFE, 8, 0x01).received);
+    EXPECT_FALSE(action(0xCAFE, 7, 0x10).received);
+    EXPECT_EQ(client->reg(addr::kActionCount), 1u);
+}
+
+TEST_F(Control, PendingAckEnableIsStored) {
+    ASSERT_EQ(client->claim(2), 0);
+    ASSERT_EQ(client->writeReg(addr::kGvcpConfig, 2), 0);
+    EXPECT_EQ(client->reg(addr::kGvcpConfig), 2u);
+}
+
+} // namespace
+} // namespace gevtest
