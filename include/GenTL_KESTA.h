@@ -396,6 +396,7 @@ typedef struct S_EVENT_NEW_BUFFER {
     BUFFER_HANDLE BufferHandle; /* the filled buffer */
     void* pUserPointer;         /* pPrivate of its announcement */
 } EVENT_NEW_BUFFER_DATA;
+typedef struct S_EVENT_NEW_BUFFER S_EVENT_NEW_BUFFER;
 
 /* ------------------------------------------------------------------------- */
 /* Acquisition                                                               */
@@ -459,6 +460,7 @@ typedef struct S_PORT_REGISTER_STACK_ENTRY {
     void* pBuffer;    /* data to write, or room for the data read */
     size_t Size;      /* bytes to access; updated with the bytes accessed */
 } PORT_REGISTER_STACK_ENTRY;
+typedef struct S_PORT_REGISTER_STACK_ENTRY S_PORT_REGISTER_STACK_ENTRY;
 
 /* One chunk of DSGetBufferChunkData. */
 typedef struct S_SINGLE_CHUNK_DATA {
@@ -466,6 +468,7 @@ typedef struct S_SINGLE_CHUNK_DATA {
     ptrdiff_t ChunkOffset; /* from the start of the buffer */
     size_t ChunkLength;
 } SINGLE_CHUNK_DATA;
+typedef struct S_SINGLE_CHUNK_DATA S_SINGLE_CHUNK_DATA;
 
 /* ------------------------------------------------------------------------- */
 /* Exported functions                                                        */
