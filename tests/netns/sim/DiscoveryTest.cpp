@@ -59,7 +59,7 @@ TEST_F(Discovery, ForceIpMovesOnlyTheCameraWithThatMac) {
         return broadcaster.receiveAck(500);
     };
     const uint64_t mac = parseMac(bed.cameraMacs[0]);
-    EXPECT_FALSE(forceIp(mac ^ 1).received); // another MAC: silence
+    EXPECT_FALSE(forceIp(mac ^ 0x100000).received); // no such MAC: silence
 
     const Ack ack = forceIp(mac);
     ASSERT_TRUE(ack.received);

@@ -163,14 +163,14 @@ bool Socket::receive(std::vector<uint8_t>& data, int timeoutMs, uint32_t* fromIp
     pollfd p{m_fd, POLLIN, 0};
     if (::poll(&p, 1, timeoutMs) <= 0)
         return false;
-    data.resize(65536);
+    static thread_local std::vector<uint8_t> scratch(65536);
     sockaddr_in a{};
     socklen_t len = sizeof a;
     const ssize_t n =
-        ::recvfrom(m_fd, data.data(), data.size(), 0, reinterpret_cast<sockaddr*>(&a), &len);
+        ::recvfrom(m_fd, scratch.data(), scratch.size(), 0, reinterpret_cast<sockaddr*>(&a), &len);
     if (n < 0)
         return false;
-    data.resize(static_cast<size_t>(n));
+    data.assign(scratch.begin(), scratch.begin() + n);
     if (fromIp)
         *fromIp = ntohl(a.sin_addr.s_addr);
     if (fromPort)
@@ -423,7 +423,7 @@ std::vector<GvspPacket> GvspReceiver::collect(std::map<uint64_t, Block>& blocks,
             n += b.trailer ? 1 : 0;
         return n;
     };
-    while (trailers() < wantTrailers) {
+    while (wantTrailers == 0 || trailers() < wantTrailers) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                               end - std::chrono::steady_clock::now())
                               .count();

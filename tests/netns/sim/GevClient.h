@@ -142,7 +142,8 @@ public:
     uint16_t port() const { return m_socket.port(); }
     Socket& socket() { return m_socket; }
     // Reads packets for up to timeoutMs and files them into blocks; stops
-    // early once `blocks` blocks have trailers. Returns the packets read.
+    // early once wantTrailers blocks (if not 0) have trailers. Returns the
+    // packets read.
     std::vector<GvspPacket> collect(std::map<uint64_t, Block>& blocks, size_t wantTrailers,
                                     int timeoutMs);
     static void file(const GvspPacket& p, std::map<uint64_t, Block>& blocks);

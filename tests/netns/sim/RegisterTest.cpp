@@ -135,6 +135,7 @@ TEST_F(Registers, ManifestPointsAtTheUrl) {
 
 TEST_F(Registers, WriteMemAcksTheBytesWrittenAndWritesRegisters) {
     ASSERT_EQ(client->claim(), 0);
+    ASSERT_EQ(client->writeReg(addr::kPixelFormat, 0x01080001), 0); // Mono8
     std::vector<uint8_t> p;
     putBe32(p, 0, addr::kWidth);
     putBe32(p, 4, 128); // Width

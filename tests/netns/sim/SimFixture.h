@@ -20,11 +20,22 @@ protected:
         ASSERT_TRUE(client->socket().ok());
     }
 
+    // Takes control and puts back what earlier tests of the same camera
+    // may have changed.
+    void claimWithDefaults() {
+        EXPECT_EQ(client->claim(), 0);
+        EXPECT_EQ(client->writeReg(addr::kAcqMode, 0), 0);
+        EXPECT_EQ(client->writeReg(addr::kPixelFormat, 0x01080001), 0);
+        EXPECT_EQ(client->writeReg(addr::kVariableSize, 0), 0);
+        EXPECT_EQ(client->writeReg(addr::kGvspConfig, 0), 0);
+        EXPECT_EQ(client->writeReg(addr::kScpd, 0), 0);
+    }
+
     // Takes control and aims stream channel 0 at a new receiver.
     std::unique_ptr<GvspReceiver> openStream(uint32_t width = 64, uint32_t height = 48,
                                              float fps = 50.0f) {
         auto receiver = std::make_unique<GvspReceiver>(bed.hostIp);
-        EXPECT_EQ(client->claim(), 0);
+        claimWithDefaults();
         EXPECT_EQ(client->writeReg(addr::kWidth, width), 0);
         EXPECT_EQ(client->writeReg(addr::kHeight, height), 0);
         EXPECT_EQ(client->writeReg(addr::kFrameRate, floatBits(fps)), 0);

@@ -232,6 +232,7 @@ TEST_F(Stream, MulticastReachesEveryListener) {
     const uint32_t group = parseIp("239.10.10.10");
     GvspReceiver local(0);
     ASSERT_TRUE(local.socket().joinGroup(group, 0));
+    claimWithDefaults();
     // A second application in the second host listens on the same port.
     std::unique_ptr<Socket> listener;
     if (!bed.host2Namespace.empty()) {
@@ -259,7 +260,7 @@ TEST_F(Stream, MulticastReachesEveryListener) {
 }
 
 TEST_F(Stream, TcpFramesCarryHeaderAndWholePayload) {
-    ASSERT_EQ(client->claim(), 0);
+    claimWithDefaults();
     ASSERT_EQ(client->writeReg(addr::kWidth, 80), 0);
     ASSERT_EQ(client->writeReg(addr::kHeight, 50), 0);
     ASSERT_EQ(client->writeReg(addr::kFrameRate, floatBits(50.0f)), 0);
