@@ -1,0 +1,316 @@
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CachedError.h"
+#include "modules/BaseModule.h"
+#include "modules/ISystem.h"
+
+namespace {
+
+using kesta::test::CachedError;
+
+const char kTemplate[] = "local:Some_Module.xml;F0F00000;%X?SchemaVersion=1.0.0";
+const std::string kFormatted = "local:Some_Module.xml;F0F00000;AFA0?SchemaVersion=1.0.0";
+
+// A module with a URL and a register space of 64 bytes, for the base's
+// answers that call back into the concrete module.
+class PortModule : public GenTL::BaseModule {
+public:
+    explicit PortModule(unsigned long extra)
+        : BaseModule("an id", "AModule", "APort"), m_extra(extra) {}
+
+    int ReadPort(unsigned long address, void* buffer, unsigned long* size) override {
+        if (address + *size > sizeof(m_space)) {
+            return ReportError(GC_ERR_INVALID_ADDRESS, "out of space");
+        }
+        std::memcpy(buffer, m_space + address, *size);
+        return 0;
+    }
+    int WritePort(unsigned long address, const void* buffer, unsigned long* size) override {
+        if (address + *size > sizeof(m_space)) {
+            return ReportError(GC_ERR_INVALID_ADDRESS, "out of space");
+        }
+        std::memcpy(m_space + address, buffer, *size);
+        return 0;
+    }
+    int GetPortURL(char* url, unsigned long* size) const override {
+        return BaseModule::GetPortURL(kTemplate, 0xAFA0, m_extra, url, size);
+    }
+    int ReadPortStacked(S_PORT_REGISTER_STACK_ENTRY* e, unsigned long* n) override {
+        return ReadPortEntries(e, n);
+    }
+    int WritePortStacked(S_PORT_REGISTER_STACK_ENTRY* e, unsigned long* n) override {
+        return WritePortEntries(e, n);
+    }
+
+    unsigned char m_space[64] = {};
+
+private:
+    unsigned long m_extra;
+};
+
+class BaseModuleTest : public ::testing::Test {
+protected:
+    void SetUp() override { CachedError::Clear(); }
+    void TearDown() override { GenTL::ErrorCache::ReleaseErrorCache(); }
+
+    static std::string PortText(GenTL::IBaseModule& m, int cmd) {
+        int type = -1;
+        unsigned long size = 0;
+        EXPECT_EQ(m.GetPortInfo(cmd, &type, nullptr, &size), 0);
+        EXPECT_EQ(type, INFO_DATATYPE_STRING);
+        std::string text(size, '?');
+        EXPECT_EQ(m.GetPortInfo(cmd, &type, text.data(), &size), 0);
+        return text.substr(0, size - 1);
+    }
+    static bool PortFlag(GenTL::IBaseModule& m, int cmd) {
+        int type = -1;
+        unsigned char value = 0xAA;
+        unsigned long size = 1;
+        EXPECT_EQ(m.GetPortInfo(cmd, &type, &value, &size), 0);
+        EXPECT_EQ(type, INFO_DATATYPE_BOOL8);
+        return value != 0;
+    }
+};
+
+TEST_F(BaseModuleTest, PortInfoAnswersTheCommonFactsAndTheModulesOwn) {
+    GenTL::BaseModule plain;
+    EXPECT_EQ(PortText(plain, PORT_INFO_ID), "Unknown ID");
+    EXPECT_EQ(PortText(plain, PORT_INFO_VENDOR), "Kesta Optic Works");
+    EXPECT_EQ(PortText(plain, PORT_INFO_MODEL), "GenTL Producer");
+    EXPECT_EQ(PortText(plain, PORT_INFO_TLTYPE), "GEV");
+    EXPECT_EQ(PortText(plain, PORT_INFO_MODULE), "Unknown Module");
+    EXPECT_EQ(PortText(plain, PORT_INFO_VERSION), "0.1.78.0");
+    EXPECT_EQ(PortText(plain, PORT_INFO_PORTNAME), "Unknown Port Name");
+    EXPECT_TRUE(PortFlag(plain, PORT_INFO_LITTLE_ENDIAN));
+    EXPECT_FALSE(PortFlag(plain, PORT_INFO_BIG_ENDIAN));
+    EXPECT_TRUE(PortFlag(plain, PORT_INFO_ACCESS_READ));
+    EXPECT_TRUE(PortFlag(plain, PORT_INFO_ACCESS_WRITE));
+    EXPECT_FALSE(PortFlag(plain, PORT_INFO_ACCESS_NA));
+    EXPECT_FALSE(PortFlag(plain, PORT_INFO_ACCESS_NI));
+
+    PortModule own(GenTL::kPortUrlExtraTwo);
+    EXPECT_EQ(PortText(own, PORT_INFO_ID), "an id");
+    EXPECT_EQ(PortText(own, PORT_INFO_MODULE), "AModule");
+    EXPECT_EQ(PortText(own, PORT_INFO_PORTNAME), "APort");
+    EXPECT_EQ(PortText(own, PORT_INFO_VENDOR), "Kesta Optic Works");
+
+    int type = 0;
+    unsigned long size = 0;
+    for (int cmd : {13, -1, static_cast<int>(PORT_INFO_CUSTOM_ID)}) {
+        EXPECT_EQ(own.GetPortInfo(cmd, &type, nullptr, &size), GC_ERR_INVALID_INDEX);
+    }
+    EXPECT_EQ(
+        CachedError::Take().Text(),
+        "PORT_INFO_CMD must be one of :\n"
+        "GenTL::PORT_INFO_ID, GenTL::PORT_INFO_VENDOR, GenTL::PORT_INFO_MODEL, \n"
+        "GenTL::PORT_INFO_TLTYPE, GenTL::PORT_INFO_MODULE, GenTL::PORT_INFO_LITTLE_ENDIAN, \n"
+        "GenTL::PORT_INFO_BIG_ENDIAN, GenTL::PORT_INFO_ACCESS_READ, "
+        "GenTL::PORT_INFO_ACCESS_WRITE, \n"
+        "GenTL::PORT_INFO_ACCESS_NA, GenTL::PORT_INFO_ACCESS_NI, GenTL::PORT_INFO_VERSION , \n"
+        "GenTL::PORT_INFO_PORTNAME");
+}
+
+TEST_F(BaseModuleTest, DefaultsRefuseAsNotImplementedWithTheStampedCodeName) {
+    GenTL::BaseModule m;
+    unsigned long size = 4;
+    char data[4] = {};
+    unsigned int count = 0;
+    void* event = nullptr;
+    S_PORT_REGISTER_STACK_ENTRY entry{0, data, sizeof(data)};
+    unsigned long entries = 1;
+    const std::vector<std::pair<std::string, int>> calls = {
+        {"ReadPort", m.ReadPort(0, data, &size)},
+        {"WritePort", m.WritePort(0, data, &size)},
+        {"GetPortURL", m.GetPortURL(data, &size)},
+        {"RegisterEvent", m.RegisterEvent(EVENT_NEW_BUFFER, &event)},
+        {"UnregisterEvent", m.UnregisterEvent(EVENT_NEW_BUFFER)},
+        {"GetNumPortURLs", m.GetNumPortURLs(&count)},
+        {"ReadPortStacked", m.ReadPortStacked(&entry, &entries)},
+        {"WritePortStacked", m.WritePortStacked(&entry, &entries)},
+    };
+    for (const auto& [name, rc] : calls) {
+        EXPECT_EQ(rc, GC_ERR_NOT_IMPLEMENTED) << name;
+    }
+    // Each refusal replaces the cached error: one line, of the last one.
+    const CachedError e = CachedError::Take();
+    EXPECT_EQ(e.count, 1u);
+    EXPECT_EQ(e.code, GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(e.message.rfind("WritePortStacked():", 0), 0u) << e.message;
+    EXPECT_EQ(e.Text(), "GenTL::GC_ERR_NOT_IMPLEMENTED(-1003)");
+}
+
+TEST_F(BaseModuleTest, PortUrlSizeRuleAddsTheModulesTrailingZeros) {
+    for (unsigned long extra : {GenTL::kPortUrlExtraOne, GenTL::kPortUrlExtraTwo}) {
+        PortModule m(extra);
+        const unsigned long needed = kFormatted.size() + extra;
+        unsigned long size = 0;
+        ASSERT_EQ(m.GetPortURL(nullptr, &size), 0);
+        EXPECT_EQ(size, needed);
+
+        std::vector<char> url(needed + 4, 'x');
+        size = needed - 1;
+        EXPECT_EQ(m.GetPortURL(url.data(), &size), GC_ERR_BUFFER_TOO_SMALL);
+        EXPECT_EQ(size, needed - 1);
+        EXPECT_EQ(url[0], 'x');
+        EXPECT_EQ(CachedError::Take().Text(), "*piSize=" + std::to_string(needed - 1) +
+                                                  " < len=" + std::to_string(needed) +
+                                                  ". iSize must be >= len");
+
+        size = url.size();
+        ASSERT_EQ(m.GetPortURL(url.data(), &size), 0);
+        EXPECT_EQ(size, needed);
+        EXPECT_EQ(std::string(url.data()), kFormatted);
+        for (unsigned long i = kFormatted.size(); i < needed; ++i) {
+            EXPECT_EQ(url[i], '\0');
+        }
+        EXPECT_EQ(url[needed], 'x'); // nothing written past the size
+    }
+    PortModule m(GenTL::kPortUrlExtraTwo);
+    EXPECT_EQ(m.GetPortURL(nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piSize==nullptr");
+}
+
+TEST_F(BaseModuleTest, UrlInfoHasOneUrlWithTheSchemaVersionAndNoFileFacts) {
+    PortModule m(GenTL::kPortUrlExtraTwo);
+    int type = -1;
+    unsigned long size = 0;
+    // URL_INFO_URL goes through the module's own GetPortURL.
+    ASSERT_EQ(m.GetPortURLInfo(0, URL_INFO_URL, &type, nullptr, &size), 0);
+    EXPECT_EQ(type, INFO_DATATYPE_STRING);
+    EXPECT_EQ(size, kFormatted.size() + 2);
+    EXPECT_EQ(m.GetPortURLInfo(0, URL_INFO_URL, nullptr, nullptr, &size), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piType==nullptr");
+    size = 3;
+    char small[3];
+    EXPECT_EQ(m.GetPortURLInfo(0, URL_INFO_URL, &type, small, &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(CachedError::Take().count, 2u); // the URL's line, then the chained one
+
+    int value = -1;
+    size = sizeof(value);
+    ASSERT_EQ(m.GetPortURLInfo(0, URL_INFO_SCHEMA_VER_MAJOR, &type, &value, &size), 0);
+    EXPECT_EQ(type, INFO_DATATYPE_INT32);
+    EXPECT_EQ(value, 1);
+    ASSERT_EQ(m.GetPortURLInfo(0, URL_INFO_SCHEMA_VER_MINOR, &type, &value, &size), 0);
+    EXPECT_EQ(value, 0);
+
+    const std::vector<std::pair<int, std::string>> notImplemented = {
+        {URL_INFO_FILE_VER_MAJOR, "URL_INFO_FILE_VER_MAJOR"},
+        {URL_INFO_FILE_VER_MINOR, "URL_INFO_FILE_VER_MINOR"},
+        {URL_INFO_FILE_VER_SUBMINOR, "URL_INFO_FILE_VER_SUBMINOR"},
+        {URL_INFO_FILE_SHA1_HASH, "URL_INFO_FILE_SHA1_HASH"},
+        {URL_INFO_FILE_REGISTER_ADDRESS, "URL_INFO_FILE_REGISTER_ADDRESS"},
+        {URL_INFO_FILE_SIZE, "URL_INFO_FILE_SIZE"},
+        {URL_INFO_SCHEME, "URL_INFO_SCHEME"},
+        {URL_INFO_FILENAME, "URL_INFO_FILENAME"},
+        {URL_INFO_CUSTOM_ID, "URL_INFO_CUSTOM_ID"}};
+    for (const auto& [cmd, name] : notImplemented) {
+        EXPECT_EQ(m.GetPortURLInfo(0, cmd, &type, &value, &size), GC_ERR_NOT_IMPLEMENTED);
+        EXPECT_EQ(CachedError::Take().Text(), "URL_INFO_CMD " + name + " is not implemented");
+    }
+    EXPECT_EQ(m.GetPortURLInfo(0, 11, &type, &value, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(
+        CachedError::Take().Text().rfind("URL_INFO_CMD must be one of :\nGenTL::URL_INFO_URL, ", 0),
+        0u);
+    EXPECT_NE(CachedError::Take().Text().find("\nGenTL::URL_INFO_SCHEME, GenTL::URL_INFO_FILENAME, "
+                                              "GenTL::URL_INFO_CUSTOM_ID"),
+              std::string::npos);
+    // Any index but 0 fails, whatever the command.
+    for (int cmd :
+         {static_cast<int>(URL_INFO_URL), static_cast<int>(URL_INFO_SCHEMA_VER_MAJOR), 11}) {
+        EXPECT_EQ(m.GetPortURLInfo(1, cmd, &type, &value, &size), GC_ERR_INVALID_INDEX);
+        EXPECT_EQ(CachedError::Take().Text(), "iURLIndex is out of range");
+    }
+}
+
+TEST_F(BaseModuleTest, StackedAccessRunsEntriesInOrderUntilTheFirstFailure) {
+    PortModule m(GenTL::kPortUrlExtraTwo);
+    unsigned int a = 0x11223344, b = 0x55667788, c = 0x99AABBCC;
+    std::vector<S_PORT_REGISTER_STACK_ENTRY> writes = {
+        {0, &a, 4}, {60, &b, 8 /* runs past the space */}, {8, &c, 4}};
+    unsigned long n = writes.size();
+    EXPECT_EQ(m.WritePortStacked(writes.data(), &n), GC_ERR_INVALID_ADDRESS);
+    EXPECT_EQ(CachedError::Take().count, 2u);
+    unsigned int first = 0, third = 0;
+    std::memcpy(&first, m.m_space, 4);
+    std::memcpy(&third, m.m_space + 8, 4);
+    EXPECT_EQ(first, a);
+    EXPECT_EQ(third, 0u); // later entries are not touched
+
+    writes[1].Size = 4;
+    ASSERT_EQ(m.WritePortStacked(writes.data(), &n), 0);
+    unsigned int r[3] = {};
+    std::vector<S_PORT_REGISTER_STACK_ENTRY> reads = {{8, &r[0], 4}, {0, &r[1], 4}, {60, &r[2], 4}};
+    ASSERT_EQ(m.ReadPortStacked(reads.data(), &n), 0);
+    EXPECT_EQ(r[0], c);
+    EXPECT_EQ(r[1], a);
+    EXPECT_EQ(r[2], b);
+
+    EXPECT_EQ(m.ReadPortStacked(nullptr, &n), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "pEntries==nullptr");
+    EXPECT_EQ(m.WritePortStacked(reads.data(), nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piNumEntries==nullptr");
+}
+
+// A module as the concrete ones are built: interface plus BaseModule, the
+// handle's IBaseModule being the interface's.
+class TwoPartModule : public GenTL::ISystem, public GenTL::BaseModule {
+public:
+    TwoPartModule() : BaseModule("sys", "TLSystem", "TLPort") {}
+    int ReadPort(unsigned long a, void* b, unsigned long* s) override {
+        return BaseModule::ReadPort(a, b, s);
+    }
+    int WritePort(unsigned long a, const void* b, unsigned long* s) override {
+        return BaseModule::WritePort(a, b, s);
+    }
+    int GetPortURL(char* url, unsigned long* size) const override {
+        return BaseModule::GetPortURL(kTemplate, 1, GenTL::kPortUrlExtraTwo, url, size);
+    }
+    int GetPortInfo(int c, int* t, void* b, unsigned long* s) override {
+        return BaseModule::GetPortInfo(c, t, b, s);
+    }
+    int RegisterEvent(int t, void** e) override { return BaseModule::RegisterEvent(t, e); }
+    int UnregisterEvent(int t) override { return BaseModule::UnregisterEvent(t); }
+    int GetNumPortURLs(unsigned int* c) override { return GetOneNumPortURLs(c); }
+    int GetPortURLInfo(unsigned int i, int c, int* t, void* b, unsigned long* s) override {
+        return BaseModule::GetPortURLInfo(i, c, t, b, s);
+    }
+    int ReadPortStacked(S_PORT_REGISTER_STACK_ENTRY* e, unsigned long* n) override {
+        return BaseModule::ReadPortStacked(e, n);
+    }
+    int WritePortStacked(S_PORT_REGISTER_STACK_ENTRY* e, unsigned long* n) override {
+        return BaseModule::WritePortStacked(e, n);
+    }
+    int Open() override { return 0; }
+    int Close() override { return 0; }
+    int GetInfo(int, int*, void*, unsigned long*) override { return 0; }
+    int GetNumInterfaces(unsigned int*) override { return 0; }
+    int GetInterfaceID(unsigned int, char*, unsigned long*) override { return 0; }
+    int GetInterfaceInfo(const char*, int, int*, void*, unsigned long*) override { return 0; }
+    int OpenInterface(const char*, void*, void**) override { return 0; }
+    int UpdateInterfaceList(bool*, unsigned long) override { return 0; }
+};
+
+TEST_F(BaseModuleTest, TheInterfacePartReachesTheConcreteOverridesThroughTheBase) {
+    TwoPartModule module;
+    GenTL::IBaseModule* viaInterface = static_cast<GenTL::ISystem*>(&module);
+    EXPECT_NE(static_cast<void*>(viaInterface),
+              static_cast<void*>(static_cast<GenTL::BaseModule*>(&module)));
+    EXPECT_EQ(dynamic_cast<GenTL::ISystem*>(viaInterface), &module);
+    int type = 0;
+    unsigned long size = 0;
+    // URL_INFO_URL in BaseModule calls the concrete GetPortURL.
+    ASSERT_EQ(viaInterface->GetPortURLInfo(0, URL_INFO_URL, &type, nullptr, &size), 0);
+    EXPECT_EQ(size, std::string("local:Some_Module.xml;F0F00000;1?SchemaVersion=1.0.0").size() + 2);
+    EXPECT_EQ(PortText(*viaInterface, PORT_INFO_MODULE), "TLSystem");
+    unsigned int count = 0;
+    ASSERT_EQ(viaInterface->GetNumPortURLs(&count), 0);
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(viaInterface->GetNumPortURLs(nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piNumURLs==nullptr");
+}
+
+} // namespace
