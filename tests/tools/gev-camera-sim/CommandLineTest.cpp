@@ -1,0 +1,81 @@
+#include "CommandLine.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace gevsim {
+namespace {
+
+bool parse(std::vector<std::string> args, SimConfig& config, std::string* error = nullptr) {
+    args.insert(args.begin(), "gev-camera-sim");
+    std::vector<char*> argv;
+    for (auto& a : args)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    CommandLine c;
+    const bool ok = c.parse(static_cast<int>(args.size()), argv.data(), config);
+    if (error)
+        *error = c.error();
+    return ok;
+}
+
+TEST(CommandLine, CamerasTakeTheIdentityOptionsThatFollowThem) {
+    SimConfig c;
+    ASSERT_TRUE(parse({"--ip", "10.1.2.3", "--mac", "02:00:00:00:00:01", "--serial", "A1", "--ip",
+                       "10.1.2.4", "--netmask", "255.255.0.0"},
+                      c));
+    ASSERT_EQ(c.cameras.size(), 2u);
+    EXPECT_EQ(c.cameras[0].ip, 0x0A010203u);
+    EXPECT_EQ(c.cameras[0].mac, 0x020000000001ull);
+    EXPECT_EQ(c.cameras[0].serial, "A1");
+    EXPECT_EQ(c.cameras[1].mac, 0x024B53010204ull); // derived from the address
+    EXPECT_EQ(c.cameras[1].serial, "KS0A010204");
+    EXPECT_EQ(c.cameras[1].netmask, 0xFFFF0000u);
+}
+
+TEST(CommandLine, FaultKnobsAndCapabilities) {
+    SimConfig c;
+    ASSERT_TRUE(parse({"--ip", "10.0.0.2", "--loss", "0.25", "--burst-loss", "3:4:2", "--ack-delay",
+                       "300:5", "--ack-status", "0x8006", "--disable", "manifest,pending-ack",
+                       "--pixel-format", "RGB8", "--gev-version", "1.2", "-vv"},
+                      c));
+    EXPECT_DOUBLE_EQ(c.faults.lossRate, 0.25);
+    EXPECT_EQ(c.faults.burstFirst, 3u);
+    EXPECT_EQ(c.faults.burstCount, 4u);
+    EXPECT_EQ(c.faults.burstEvery, 2u);
+    EXPECT_EQ(c.faults.ackDelayMs, 300u);
+    EXPECT_EQ(c.faults.ackDelayWhen.every, 5u);
+    EXPECT_EQ(c.faults.ackStatus, 0x8006);
+    EXPECT_EQ(c.faults.ackStatusWhen.every, 1u);
+    EXPECT_TRUE(c.isDisabled("manifest"));
+    EXPECT_FALSE(c.isDisabled("resend"));
+    EXPECT_EQ(c.pixelFormat, 0x02180014u);
+    EXPECT_EQ(c.gevMajor, 1);
+    EXPECT_EQ(c.gevMinor, 2);
+    EXPECT_EQ(c.verbosity, 2);
+}
+
+TEST(CommandLine, BadInputIsRefusedWithAReason) {
+    SimConfig c;
+    std::string error;
+    EXPECT_FALSE(parse({}, c, &error));
+    EXPECT_NE(error.find("--ip"), std::string::npos);
+    for (const std::vector<std::string>& bad :
+         {std::vector<std::string>{"--ip", "10.0.0.300"},
+          {"--mac", "02:00:00:00:00:01"},
+          {"--ip", "10.0.0.2", "--loss", "1.5"},
+          {"--ip", "10.0.0.2", "--disable", "warp-drive"},
+          {"--ip", "10.0.0.2", "--burst-loss", "3"},
+          {"--ip", "10.0.0.2", "--packet-size", "100"},
+          {"--ip", "10.0.0.2", "--serial", "0123456789abcdef"},
+          {"--ip", "10.0.0.2", "stray"}}) {
+        SimConfig fresh;
+        EXPECT_FALSE(parse(bad, fresh, &error)) << bad.back();
+        EXPECT_FALSE(error.empty());
+    }
+}
+
+} // namespace
+} // namespace gevsim
