@@ -434,6 +434,11 @@ int HALGvspUDP::ResetWaitForNextLeader() {
     return GC_ERR_SUCCESS;
 }
 
+int HALGvspUDP::LeaderWaiters() {
+    boost::lock_guard<boost::mutex> lock(m_leaderMutex);
+    return m_leaderWaiters;
+}
+
 int HALGvspUDP::SetNextLeaderArrived() {
     boost::lock_guard<boost::mutex> lock(m_leaderMutex);
     m_leaderArrived = true;

@@ -82,6 +82,8 @@ public:
     GvspCapabilities Capabilities() const { return m_capabilities; }
     /// The stream's socket; open between Start and Stop.
     const StreamHandle& Stream() const { return m_stream; }
+    /// Threads now inside WaitForNextLeader.
+    int LeaderWaiters();
 
     /**
      * Inter-packet expiry in ms from SCPD and the tick frequency: three

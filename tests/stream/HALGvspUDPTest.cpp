@@ -1,0 +1,366 @@
+// The GVSP layer over UDP against a fake camera: the four start paths, the
+// firewall traversal, Stop, the extended-id decision and the leader wait.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "FakeGvcpForStream.h"
+
+namespace kesta::test {
+namespace {
+
+constexpr unsigned kVersion = 0x0000;
+constexpr unsigned kGvspCaps = 0x092C;
+constexpr unsigned kGvspConfig = 0x0960;
+constexpr unsigned kScp = 0x0D00;
+constexpr unsigned kScps = 0x0D04;
+constexpr unsigned kScda = 0x0D18;
+constexpr unsigned kGroup = 0xEF0A0A0A; // 239.10.10.10
+constexpr unsigned kLoopback = 0x7F000001;
+
+using Clock = std::chrono::steady_clock;
+
+// --- Start ---------------------------------------------------------------------------
+
+using StartPaths = StreamBed;
+
+TEST_F(StartPaths, UnicastWritesTheSocketsAddressThenOpensTheFirewallThenTests) {
+    layer.SetNextLeaderArrived();
+    GenTL::StreamStartParams params = Unicast();
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+
+    const sockaddr_in& local = socket->LocalAddress();
+    EXPECT_EQ(std::vector<unsigned>{kLoopback}, hal.WritesTo(kScda));
+    EXPECT_EQ(std::vector<unsigned>{ntohs(local.sin_port)}, hal.WritesTo(kScp));
+    EXPECT_NE(0u, ntohs(local.sin_port));
+    EXPECT_EQ(1, socket->unicastOpens);
+    EXPECT_EQ(0, socket->multicastOpens + socket->listenerOpens);
+
+    ASSERT_EQ(1u, socket->sent.size()) << "one firewall datagram";
+    EXPECT_EQ(std::vector<char>(4, 0), socket->sent[0].data);
+    EXPECT_EQ(static_cast<std::uint32_t>(hal.deviceIp), ntohl(socket->sent[0].to.sin_addr.s_addr));
+    EXPECT_EQ(40000, ntohs(socket->sent[0].to.sin_port)) << "to the camera's SCSP";
+
+    // Order on the wire: destination, port, SCSP read, then the test packet.
+    std::vector<unsigned> order;
+    for (const FakeGvcpForStream::Access& a : hal.log) {
+        if (a.write || a.address == 0x0D1C) {
+            order.push_back(a.address);
+        }
+    }
+    EXPECT_EQ((std::vector<unsigned>{kScda, kScp, 0x0D1C, kScps}), order);
+    EXPECT_EQ(GC_ERR_TIMEOUT, layer.WaitForNextLeader(0)) << "Start forgot the old arrival";
+    EXPECT_EQ(0xC0000000u, layer.Capabilities().word);
+}
+
+TEST_F(StartPaths, ExclusiveAccessCountsAsControl) {
+    GenTL::StreamStartParams params = Unicast();
+    params.accessMode = DEVICE_ACCESS_EXCLUSIVE;
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+}
+
+TEST_F(StartPaths, AViewerWithoutMulticastIsRefusedBeforeAnythingIsOpened) {
+    for (const int mode : {static_cast<int>(DEVICE_ACCESS_READONLY), 0, 5}) {
+        GenTL::StreamStartParams params = Unicast();
+        params.accessMode = mode;
+        EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, layer.Start(&hal, Device(), params)) << mode;
+    }
+    EXPECT_EQ(0, socket->unicastOpens);
+    EXPECT_EQ(0u, hal.Writes());
+}
+
+TEST_F(StartPaths, WithoutSourcePortCapabilityTheStreamStartsWithoutTraversal) {
+    hal.regs[kGvspCaps] = 0x40000000;
+    GenTL::StreamStartParams params = Unicast();
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+    EXPECT_TRUE(socket->sent.empty());
+    EXPECT_EQ(0u, hal.ReadsOf(0x0D1C));
+}
+
+TEST_F(StartPaths, AFailingTraversalDoesNotEndTheStart) {
+    hal.readFailures[0x0D1C] = GC_ERR_TIMEOUT;
+    GenTL::StreamStartParams params = Unicast();
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+    hal.readFailures.clear();
+    layer.Stop(&hal, Device(), 0, params.accessMode);
+
+    socket->failSend = GC_ERR_IO;
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+    EXPECT_EQ(1u, socket->sent.size());
+}
+
+TEST_F(StartPaths, FailingRegistersEndTheStartWithTheirCode) {
+    GenTL::StreamStartParams params = Unicast();
+    hal.readFailures[kGvspCaps] = GC_ERR_TIMEOUT;
+    EXPECT_EQ(GC_ERR_TIMEOUT, layer.Start(&hal, Device(), params));
+    EXPECT_EQ(0, socket->unicastOpens);
+    hal.readFailures.clear();
+
+    hal.readFailures[kScps] = GC_ERR_ACCESS_DENIED;
+    params.packetSize = 1234;
+    EXPECT_EQ(GC_ERR_ACCESS_DENIED, layer.Start(&hal, Device(), params));
+    EXPECT_EQ(0u, params.packetSize) << "cleared before the read";
+    hal.readFailures.clear();
+
+    for (const unsigned address : {kScda, kScp}) {
+        hal.writeFailures = {{address, GC_ERR_ACCESS_DENIED}};
+        const int closes = socket->closes;
+        EXPECT_EQ(GC_ERR_ACCESS_DENIED, layer.Start(&hal, Device(), params)) << address;
+        EXPECT_EQ(closes + 1, socket->closes) << address;
+        EXPECT_FALSE(link.socketOpen);
+    }
+    hal.writeFailures.clear();
+
+    socket->failOpen = GC_ERR_RESOURCE_EXHAUSTED;
+    const int closes = socket->closes;
+    EXPECT_EQ(GC_ERR_RESOURCE_EXHAUSTED, layer.Start(&hal, Device(), params));
+    EXPECT_EQ(closes, socket->closes) << "a failed open is not closed";
+}
+
+TEST_F(StartPaths, NullControlLayerOrDevice) {
+    GenTL::StreamStartParams params = Unicast();
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, layer.Start(nullptr, Device(), params));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, layer.Start(&hal, nullptr, params));
+    EXPECT_EQ(0, socket->unicastOpens);
+}
+
+TEST_F(StartPaths, MulticastControllerTestsOverUnicastThenMovesToTheGroup) {
+    link.mtu = 9000;
+    GenTL::StreamStartParams params = Unicast(true);
+    params.multicastEnable = true;
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+    EXPECT_EQ(9000u, params.packetSize);
+
+    const std::vector<unsigned> scda = hal.WritesTo(kScda);
+    ASSERT_EQ(2u, scda.size());
+    EXPECT_EQ(kLoopback, scda[0]);
+    EXPECT_EQ(kGroup, scda[1]);
+    EXPECT_EQ(2u, hal.WritesTo(kScp).size());
+    EXPECT_EQ(1, socket->unicastOpens);
+    EXPECT_EQ(1, socket->multicastOpens);
+    EXPECT_EQ(kGroup, socket->joinedGroup);
+    EXPECT_EQ(1, socket->closes) << "the unicast socket closes before the group is joined";
+    EXPECT_EQ(2u, socket->sent.size()) << "firewall opened for each socket";
+
+    // The test packets go before the move to the group.
+    std::size_t lastTest = 0, groupWrite = 0;
+    for (std::size_t i = 0; i < hal.log.size(); ++i) {
+        if (hal.log[i].write && hal.log[i].address == kScps) {
+            lastTest = i;
+        }
+        if (hal.log[i].write && hal.log[i].address == kScda && hal.log[i].value == kGroup) {
+            groupWrite = i;
+        }
+    }
+    EXPECT_LT(lastTest, groupWrite);
+}
+
+TEST_F(StartPaths, MulticastListenerTakesThePortFromTheCameraAndWritesNothing) {
+    hal.regs[kScp] = 0xABCD0000u | 51000; // only the low 16 bits are the port
+    hal.regs[kScps] = 0x40000000u | 1400;
+    GenTL::StreamStartParams params;
+    params.multicastEnable = true;
+    params.accessMode = DEVICE_ACCESS_READONLY;
+    params.autoNegotiatePacketSize = true;
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+    EXPECT_EQ(0u, hal.Writes());
+    EXPECT_EQ(1, socket->listenerOpens);
+    EXPECT_EQ(0, socket->unicastOpens);
+    EXPECT_EQ(51000, socket->listenerPort);
+    EXPECT_EQ(kGroup, socket->joinedGroup);
+    EXPECT_EQ(1400u, params.packetSize) << "no test: the camera's size";
+    EXPECT_TRUE(socket->timeouts.empty());
+    EXPECT_EQ(1u, socket->sent.size()) << "the listener opens its firewall too";
+    EXPECT_EQ(40u, params.interPacketExpiry);
+
+    hal.readFailures[kScp] = GC_ERR_TIMEOUT;
+    EXPECT_EQ(GC_ERR_TIMEOUT, layer.Start(&hal, Device(), params));
+    EXPECT_EQ(1, socket->listenerOpens);
+}
+
+// --- Stop ----------------------------------------------------------------------------
+
+using StopChannel = StreamBed;
+
+TEST_F(StopChannel, AControllerClearsTheCamerasPortAndClosesTheSocket) {
+    GenTL::StreamStartParams params = Unicast();
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.Stop(&hal, Device(), params.packetSize, params.accessMode));
+    EXPECT_EQ(0u, hal.WritesTo(kScp).back());
+    EXPECT_FALSE(link.socketOpen);
+}
+
+TEST_F(StopChannel, ASilentCameraStillLetsTheSocketClose) {
+    GenTL::StreamStartParams params = Unicast();
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+    hal.writeFailures[kScp] = GC_ERR_TIMEOUT;
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.Stop(&hal, Device(), 0, DEVICE_ACCESS_CONTROL));
+    EXPECT_FALSE(link.socketOpen);
+}
+
+TEST_F(StopChannel, ARefusedWriteKeepsTheSocketOpen) {
+    GenTL::StreamStartParams params = Unicast();
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
+    hal.writeFailures[kScp] = GC_ERR_ACCESS_DENIED;
+    EXPECT_EQ(GC_ERR_ACCESS_DENIED, layer.Stop(&hal, Device(), 0, DEVICE_ACCESS_CONTROL));
+    EXPECT_TRUE(link.socketOpen);
+}
+
+TEST_F(StopChannel, AViewerOnlyClosesAndANullLayerIsRefused) {
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.Stop(&hal, Device(), 0, DEVICE_ACCESS_READONLY));
+    EXPECT_EQ(0u, hal.Writes());
+    EXPECT_EQ(1, socket->closes);
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, layer.Stop(nullptr, Device(), 0, DEVICE_ACCESS_CONTROL));
+    EXPECT_EQ(1, socket->closes);
+}
+
+// --- Extended ids --------------------------------------------------------------------
+
+struct ExtendedIdCase {
+    unsigned version;
+    bool capable;
+    bool legacyRequested;
+    bool cameraKeepsBit; // the configuration bit sticks when written
+    bool extendedId;
+    bool configTouched;
+};
+
+TEST(ExtendedId, DecisionByVersionCapabilityAndRequest) {
+    const ExtendedIdCase cases[] = {
+        {0x00010002, false, false, true, false, false}, // 1.2: legacy
+        {0x00010002, false, true, true, false, false},
+        {0x00010002, true, false, true, true, true},   // capable 1.x still gets the bit
+        {0x00020000, false, false, true, true, false}, // 2.0 without capability: says true
+        {0x00020000, false, true, true, true, false},
+        {0x00020000, true, false, true, true, true},
+        {0x00020000, true, true, true, true, true},    // legacy asked, the read-back wins
+        {0x00020000, true, false, false, false, true}, // the camera refuses the bit
+    };
+    for (const ExtendedIdCase& c : cases) {
+        FakeStreamLink link;
+        FakeGvcpForStream hal(link);
+        hal.regs[kVersion] = c.version;
+        hal.regs[kGvspCaps] = 0x80000000u | (c.capable ? 0x40000000u : 0);
+        if (!c.cameraKeepsBit) {
+            hal.pinned[kGvspConfig] = true;
+        }
+        GenTL::HALGvspUDP layer;
+        bool extendedId = !c.extendedId;
+        ASSERT_EQ(GC_ERR_SUCCESS,
+                  layer.ConfigureExtendedId(&hal, nullptr, c.legacyRequested, extendedId));
+        const std::string what = std::to_string(c.version) + (c.capable ? " capable" : "") +
+                                 (c.legacyRequested ? " legacy" : "");
+        EXPECT_EQ(c.extendedId, extendedId) << what;
+        EXPECT_EQ(c.configTouched, hal.ReadsOf(kGvspConfig) > 0) << what;
+        if (c.configTouched) {
+            EXPECT_EQ(std::vector<unsigned>{0x40000000u}, hal.WritesTo(kGvspConfig)) << what;
+        }
+    }
+}
+
+TEST(ExtendedId, ABitAlreadySetIsNotWrittenAgain) {
+    FakeStreamLink link;
+    FakeGvcpForStream hal(link);
+    hal.regs[kGvspConfig] = 0x40000000;
+    GenTL::HALGvspUDP layer;
+    bool extendedId = false;
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.ConfigureExtendedId(&hal, nullptr, false, extendedId));
+    EXPECT_TRUE(extendedId);
+    EXPECT_TRUE(hal.WritesTo(kGvspConfig).empty());
+}
+
+TEST(ExtendedId, VersionAndCapabilitiesAreReadOnceAndFailuresReturned) {
+    FakeStreamLink link;
+    FakeGvcpForStream hal(link);
+    GenTL::HALGvspUDP layer;
+    bool extendedId = false;
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.ConfigureExtendedId(&hal, nullptr, false, extendedId));
+    ASSERT_EQ(GC_ERR_SUCCESS, layer.ConfigureExtendedId(&hal, nullptr, false, extendedId));
+    EXPECT_EQ(1u, hal.ReadsOf(kVersion));
+    EXPECT_EQ(1u, hal.ReadsOf(kGvspCaps));
+
+    for (const unsigned address : {kVersion, kGvspCaps, kGvspConfig}) {
+        FakeGvcpForStream failing(link);
+        failing.readFailures[address] = GC_ERR_TIMEOUT;
+        GenTL::HALGvspUDP fresh;
+        EXPECT_EQ(GC_ERR_TIMEOUT, fresh.ConfigureExtendedId(&failing, nullptr, false, extendedId))
+            << address;
+    }
+    FakeGvcpForStream failing(link);
+    failing.writeFailures[kGvspConfig] = GC_ERR_ACCESS_DENIED;
+    GenTL::HALGvspUDP fresh;
+    EXPECT_EQ(GC_ERR_ACCESS_DENIED,
+              fresh.ConfigureExtendedId(&failing, nullptr, false, extendedId));
+}
+
+// --- Leader wait ---------------------------------------------------------------------
+
+TEST(LeaderWait, ZeroTimeoutLooksAtTheFlagOnly) {
+    GenTL::HALGvspUDP layer;
+    EXPECT_EQ(GC_ERR_TIMEOUT, layer.WaitForNextLeader(0));
+    layer.SetNextLeaderArrived();
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.WaitForNextLeader(0));
+    EXPECT_EQ(GC_ERR_TIMEOUT, layer.WaitForNextLeader(0)) << "one arrival, one wait";
+    layer.SetNextLeaderArrived();
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.ResetWaitForNextLeader());
+    EXPECT_EQ(GC_ERR_TIMEOUT, layer.WaitForNextLeader(0));
+}
+
+TEST(LeaderWait, TimeoutsAboveThirtyTwoBitsAreRefusedButInfinity) {
+    GenTL::HALGvspUDP layer;
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, layer.WaitForNextLeader(0x100000000ul));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, layer.WaitForNextLeader(0xFFFFFFFFFFFFFFFEul));
+    layer.SetNextLeaderArrived();
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.WaitForNextLeader(GENTL_INFINITE));
+}
+
+TEST(LeaderWait, AnArrivalFromAnotherThreadEndsATimedWait) {
+    GenTL::HALGvspUDP layer;
+    const auto start = Clock::now();
+    std::thread grab([&layer] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        layer.SetNextLeaderArrived();
+    });
+    EXPECT_EQ(GC_ERR_SUCCESS, layer.WaitForNextLeader(5000));
+    grab.join();
+    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(2500));
+
+    const auto before = Clock::now();
+    EXPECT_EQ(GC_ERR_TIMEOUT, layer.WaitForNextLeader(60));
+    EXPECT_GE(Clock::now() - before, std::chrono::milliseconds(55));
+}
+
+TEST(LeaderWait, DestructionFreesEveryWaiter) {
+    auto* layer = new GenTL::HALGvspUDP();
+    std::atomic<int> freed{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 3; ++i) {
+        waiters.emplace_back([layer, &freed, i] {
+            const unsigned long timeout = i == 0 ? GENTL_INFINITE : 60000ul;
+            if (layer->WaitForNextLeader(timeout) == GC_ERR_SUCCESS) {
+                ++freed;
+            }
+        });
+    }
+    const auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (layer->LeaderWaiters() < 3 && Clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ASSERT_EQ(3, layer->LeaderWaiters());
+    const auto start = Clock::now();
+    delete layer;
+    for (std::thread& t : waiters) {
+        t.join();
+    }
+    EXPECT_EQ(3, freed.load());
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
+}
+
+} // namespace
+} // namespace kesta::test
