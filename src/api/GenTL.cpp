@@ -30,6 +30,8 @@
 #include "modules/IDevice.h"
 #include "modules/IInterface.h"
 #include "modules/ISystem.h"
+#include "modules/ProtectedDeviceRegistry.h"
+#include "modules/System.h"
 #include "stream/IBuffer.h"
 #include "stream/IDataStream.h"
 
@@ -226,12 +228,31 @@ GC_ERROR GCInitLib(void) {
         boost::lock_guard<boost::mutex> systemLock(g_isSystemOpenMutex);
         g_isSystemOpen = false;
     }
+    // Interfaces that an earlier life of the library left open are dropped
+    // unclosed: their handles died with that life.
+    for (const std::string& id : g_openedDevicesRegistry.AllInterfaceIDs()) {
+        g_openedDevicesRegistry.PopInterfaceEntry(id);
+    }
     return GC_ERR_SUCCESS;
 }
 
 GC_ERROR GCCloseLib(void) {
     if (!IsLibInitialized()) {
         return ReportError(GC_ERR_NOT_INITIALIZED, kNotInitialized);
+    }
+    // What the application left open: devices first, then interfaces. The
+    // system itself stays allocated.
+    for (const std::string& id : g_openedDevicesRegistry.AllDeviceIDs()) {
+        if (void* handle = g_openedDevicesRegistry.PeekDeviceEntry(id).handle) {
+            DevClose(handle);
+        }
+        g_openedDevicesRegistry.PopDeviceEntry(id);
+    }
+    for (const std::string& id : g_openedDevicesRegistry.AllInterfaceIDs()) {
+        if (void* handle = g_openedDevicesRegistry.PeekInterfaceEntry(id).handle) {
+            IFClose(handle);
+        }
+        g_openedDevicesRegistry.PopInterfaceEntry(id);
     }
     {
         boost::lock_guard<boost::mutex> libLock(g_libMutex);
@@ -460,9 +481,23 @@ GC_ERROR TLOpen(TL_HANDLE* phTL) {
                            "every call to GenTL::TLOpen() must be matched with a call to "
                            "GenTL::TLClose() before calling GenTL::TLOpen() again");
     }
-    return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                       "GenTL::TLOpen() cannot open a system: this build of the library has no "
-                       "System module");
+    auto* system = new System(nullptr);
+    if (int rc = AllocateHandle(phTL, static_cast<ISystem*>(system))) {
+        delete system;
+        return ChainError(rc);
+    }
+    const int rc = system->Open();
+    if (rc == GC_ERR_SUCCESS) {
+        g_isSystemOpen = true;
+        TraceExit(__func__);
+        return GC_ERR_SUCCESS;
+    }
+    // *phTL keeps the freed handle; the caller must not use it.
+    delete system;
+    if (int deleted = DeleteHandle(*phTL)) {
+        ChainError(deleted);
+    }
+    return ChainError(rc);
 }
 
 GC_ERROR TLClose(TL_HANDLE hTL) {

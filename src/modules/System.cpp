@@ -1,0 +1,399 @@
+#include "modules/System.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "GenTL_KESTA.h"
+#include "api/Error.h"
+#include "api/FileUtility.h"
+#include "api/GLogger.h"
+#include "api/GenTL.h"
+#include "api/GenTLHandle.h"
+#include "hal/HALGev.h"
+#include "modules/InterfaceGev.h"
+#include "modules/ProtectedDeviceRegistry.h"
+
+namespace GenTL {
+
+namespace {
+
+const char kSystemUrlTemplate[] =
+    "local:SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml;F0F00000;%X?"
+    "SchemaVersion=1.0.0";
+// Byte length of the system's XML description, without a terminator.
+constexpr unsigned long kSystemXmlLength = 44959;
+
+template <typename T> int ReadField(const T& field, T* value) {
+    if (value == nullptr) {
+        return detail::ReportBareError(GC_ERR_INVALID_HANDLE);
+    }
+    *value = field;
+    return GC_ERR_SUCCESS;
+}
+
+template <typename T> int WriteField(T& field, const T* value) {
+    if (value == nullptr) {
+        return detail::ReportBareError(GC_ERR_INVALID_HANDLE);
+    }
+    field = *value;
+    return GC_ERR_SUCCESS;
+}
+
+} // namespace
+
+System::System() : System(nullptr) {}
+
+System::System(IHALGev* hal)
+    : BaseModule(kProducerId, "TLSystem", "TLPort"), m_pHal(hal), m_tlFileName(GetGenTLFileName()),
+      m_tlFilePath(GetGenTLFilePath()) {}
+
+System::~System() = default;
+
+// --- Port ------------------------------------------------------------------
+
+int System::ReadPort(unsigned long address, void* buffer, unsigned long* size) {
+    return DispatchRead(address, buffer, size);
+}
+
+int System::WritePort(unsigned long address, const void* buffer, unsigned long* size) {
+    return DispatchWrite(address, buffer, size);
+}
+
+int System::GetPortURL(char* url, unsigned long* size) const {
+    return BaseModule::GetPortURL(kSystemUrlTemplate, kSystemXmlLength, kPortUrlExtraTwo, url,
+                                  size);
+}
+
+int System::GetPortInfo(int cmd, int* type, void* buffer, unsigned long* size) {
+    return BaseModule::GetPortInfo(cmd, type, buffer, size);
+}
+
+int System::RegisterEvent(int type, void** event) {
+    return BaseModule::RegisterEvent(type, event);
+}
+
+int System::UnregisterEvent(int type) {
+    return BaseModule::UnregisterEvent(type);
+}
+
+int System::GetNumPortURLs(unsigned int* count) {
+    return GetOneNumPortURLs(count);
+}
+
+int System::GetPortURLInfo(unsigned int index, int cmd, int* type, void* buffer,
+                           unsigned long* size) {
+    return BaseModule::GetPortURLInfo(index, cmd, type, buffer, size);
+}
+
+int System::ReadPortStacked(S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* count) {
+    return ReadPortEntries(entries, count);
+}
+
+int System::WritePortStacked(S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* count) {
+    return WritePortEntries(entries, count);
+}
+
+int System::DispatchRead(unsigned long address, void* buffer, unsigned long* size) {
+    return BaseModule::ReadPort(address, buffer, size);
+}
+
+int System::DispatchWrite(unsigned long address, const void* buffer, unsigned long* size) {
+    return BaseModule::WritePort(address, buffer, size);
+}
+
+// --- System ----------------------------------------------------------------
+
+int System::Open() {
+    if (m_pHal == nullptr) {
+        m_pHal = new HALGev();
+    }
+    bool changed = false;
+    if (int rc = UpdateInterfaceList(&changed, 1)) {
+        // The destructor leaves the control layer alone, so it goes here.
+        delete m_pHal;
+        m_pHal = nullptr;
+        return ChainError(rc);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+int System::Close() {
+    int kept = GC_ERR_SUCCESS;
+    // IFClose and DevClose take their own entries out of the registry.
+    for (const std::string& id : g_openedDevicesRegistry.AllInterfaceIDs()) {
+        void* handle = g_openedDevicesRegistry.PeekInterfaceEntry(id).handle;
+        if (handle == nullptr) {
+            continue;
+        }
+        if (int rc = IFClose(handle)) {
+            ChainErrorText(rc,
+                           "while closing the system, the interface " + id + " failed to close.");
+            kept = rc;
+        }
+    }
+    for (const std::string& id : g_openedDevicesRegistry.AllDeviceIDs()) {
+        void* handle = g_openedDevicesRegistry.PeekDeviceEntry(id).handle;
+        if (handle == nullptr) {
+            continue;
+        }
+        if (int rc = DevClose(handle)) {
+            ChainErrorText(rc,
+                           "while closing the system, the interface " + id + " failed to close.");
+            kept = rc;
+        }
+    }
+    delete m_pHal;
+    m_pHal = nullptr;
+    if (kept != GC_ERR_SUCCESS) {
+        return ChainError(kept);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+int System::GetInfo(int cmd, int* type, void* buffer, unsigned long* size) {
+    int rc = GC_ERR_SUCCESS;
+    switch (cmd) {
+    case TL_INFO_ID:
+        rc = m_infoUtility.SetInfo(m_portInfo.id, type, buffer, size, false);
+        break;
+    case TL_INFO_VENDOR:
+        rc = m_infoUtility.SetInfo(m_portInfo.vendor, type, buffer, size, false);
+        break;
+    case TL_INFO_MODEL:
+        rc = m_infoUtility.SetInfo(m_portInfo.model, type, buffer, size, false);
+        break;
+    case TL_INFO_VERSION:
+        rc = m_infoUtility.SetInfo(m_portInfo.version, type, buffer, size, false);
+        break;
+    case TL_INFO_TLTYPE:
+        rc = m_infoUtility.SetInfo(m_portInfo.tlType, type, buffer, size, false);
+        break;
+    case TL_INFO_NAME:
+        rc = m_infoUtility.SetInfo(m_tlFileName, type, buffer, size, false);
+        break;
+    case TL_INFO_PATHNAME:
+        rc = m_infoUtility.SetInfo(m_tlFilePath, type, buffer, size, false);
+        break;
+    case TL_INFO_DISPLAYNAME:
+        rc = m_infoUtility.SetInfo(m_displayName, type, buffer, size, false);
+        break;
+    case TL_INFO_CHAR_ENCODING:
+        rc = m_infoUtility.SetInfo(m_charEncoding, type, buffer, size, false);
+        break;
+    case TL_INFO_GENTL_VER_MAJOR:
+        rc = m_infoUtility.SetInfo(m_versionMajor, type, buffer, size, false);
+        break;
+    case TL_INFO_GENTL_VER_MINOR:
+        rc = m_infoUtility.SetInfo(m_versionMinor, type, buffer, size, false);
+        break;
+    default:
+        return ReportError(
+            GC_ERR_INVALID_INDEX,
+            "iInfoCmd must be one of :\nGenTL::TL_INFO_ID, GenTL::TL_INFO_VENDOR, "
+            "GenTL::TL_INFO_MODEL, \nGenTL::TL_INFO_VERSION, GenTL::TL_INFO_TLTYPE, "
+            "GenTL::TL_INFO_NAME, \nGenTL::TL_INFO_PATHNAME, GenTL::TL_INFO_DISPLAYNAME, "
+            "GenTL::TL_INFO_CHAR_ENCODING, \nGenTL::TL_INFO_GENTL_VER_MAJOR, "
+            "GenTL::TL_INFO_GENTL_VER_MINOR");
+    }
+    if (rc != GC_ERR_SUCCESS) {
+        return ChainError(rc);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+int System::GetNumInterfaces(unsigned int* count) {
+    if (count == nullptr) {
+        return ReportError(GC_ERR_INVALID_PARAMETER, "piNumIfaces==nullptr");
+    }
+    *count = static_cast<unsigned int>(m_interfaceIds.size());
+    return GC_ERR_SUCCESS;
+}
+
+int System::GetInterfaceID(unsigned int index, char* id, unsigned long* size) {
+    if (index >= m_interfaceIds.size()) {
+        return ReportError(GC_ERR_INVALID_INDEX, "interface index must between 0 <= and < " +
+                                                     std::to_string(m_interfaceIds.size()));
+    }
+    if (size == nullptr) {
+        return ReportError(GC_ERR_INVALID_PARAMETER, "piSize==nullptr");
+    }
+    const std::string& text = m_interfaceIds[index];
+    const unsigned long needed = text.size() + 1;
+    if (id == nullptr) {
+        *size = needed;
+        return GC_ERR_SUCCESS;
+    }
+    if (*size < needed) {
+        return ReportError(GC_ERR_BUFFER_TOO_SMALL, "*piSize=" + std::to_string(*size) + " < " +
+                                                        "idLen=" + std::to_string(needed) +
+                                                        ". iSize must be >= idLen");
+    }
+    std::memcpy(id, text.c_str(), needed);
+    *size = needed;
+    return GC_ERR_SUCCESS;
+}
+
+int System::GetInterfaceInfo(const char* id, int cmd, int* type, void* buffer,
+                             unsigned long* size) {
+    const std::string text = id == nullptr ? std::string() : std::string(id);
+    if (id == nullptr ||
+        std::find(m_interfaceIds.begin(), m_interfaceIds.end(), text) == m_interfaceIds.end()) {
+        return ReportError(GC_ERR_INVALID_ID, text + " not found in the list of interfaces");
+    }
+    switch (cmd) {
+    case INTERFACE_INFO_ID:
+        return m_infoUtility.SetInfo(text, type, buffer, size, false);
+    case INTERFACE_INFO_DISPLAYNAME:
+        return m_infoUtility.SetInfo("GigE Interface ( MAC:" + text + " )", type, buffer, size,
+                                     false);
+    case INTERFACE_INFO_TLTYPE:
+        return m_infoUtility.SetInfo(std::string("GEV"), type, buffer, size, false);
+    case INTERFACE_INFO_GEV_MAC_ADDRESS:
+    case INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS:
+    case INTERFACE_INFO_GEV_SUBNET_MASK:
+        return ReportError(GC_ERR_NOT_AVAILABLE, "the info is not available until the interface "
+                                                 "is open via GenTL::TLOpenInterface()");
+    default:
+        return ReportError(GC_ERR_INVALID_INDEX,
+                           "iInfoCmd must be one of :\nGenTL::INTERFACE_INFO_ID, "
+                           "GenTL::INTERFACE_INFO_DISPLAYNAME, \nGenTL::INTERFACE_INFO_TLTYPE, "
+                           "GenTL::INTERFACE_INFO_GEV_MAC_ADDRESS, "
+                           "\nGenTL::INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, "
+                           "GenTL::INTERFACE_INFO_GEV_SUBNET_MASK");
+    }
+}
+
+int System::OpenInterface(const char* id, void* hTL, void** phIface) {
+    if (id == nullptr) {
+        return ReportError(GC_ERR_INVALID_PARAMETER, "sIfaceID==nullptr");
+    }
+    if (phIface == nullptr) {
+        return ReportError(GC_ERR_INVALID_PARAMETER, "phIface==nullptr");
+    }
+    const std::string text(id);
+    if (std::find(m_interfaceIds.begin(), m_interfaceIds.end(), text) == m_interfaceIds.end()) {
+        std::string message = "interface ID=" + text + " not found in the list of interfaces.\n";
+        if (m_interfaceIds.empty()) {
+            message += "\t\t\t\t\t  The list of interfaces is empty. No interfaces is connected "
+                       "this machine.";
+        } else {
+            message += "\t\t\t\t\t  The list of interfaces has the following interface(s):\n";
+            for (const std::string& known : m_interfaceIds) {
+                message += "\t\t\t\t\t\t" + known + "\n";
+            }
+        }
+        return ReportError(GC_ERR_INVALID_ID, message);
+    }
+    void* adapter = nullptr;
+    if (int rc = m_pHal->OpenInterface(text, &adapter)) {
+        return ChainError(rc);
+    }
+    auto* iface = new InterfaceGev(m_pHal, hTL, adapter);
+    if (int rc = iface->Open()) {
+        delete iface;
+        return ChainError(rc);
+    }
+    if (int rc = AllocateHandle(phIface, static_cast<IInterface*>(iface))) {
+        delete iface;
+        return ChainError(rc);
+    }
+    const int rc = g_openedDevicesRegistry.AddInterfaceEntry(text, *phIface);
+    if (rc == GC_ERR_SUCCESS) {
+        return GC_ERR_SUCCESS;
+    }
+    // Already open: this second object goes, with its handle.
+    delete iface;
+    if (int deleted = DeleteHandle(*phIface)) {
+        ChainError(deleted);
+    }
+    return ChainError(rc);
+}
+
+int System::UpdateInterfaceList(bool* changed, unsigned long timeout) {
+    if (timeout == 0) {
+        return ReportError(GC_ERR_INVALID_PARAMETER, "input iTimeout==0");
+    }
+    std::vector<std::string> ids;
+    if (int rc = m_pHal->GetInterfaces(ids)) {
+        GLogger::Error("GenTL::System::UpdateInterfaceList failed to update interface list", rc);
+        return ChainError(rc);
+    }
+    if (changed != nullptr) {
+        *changed = ids.size() != m_interfaceIds.size() ||
+                   !std::is_permutation(ids.begin(), ids.end(), m_interfaceIds.begin());
+    }
+    m_interfaceIds = std::move(ids);
+    return GC_ERR_SUCCESS;
+}
+
+// --- Register map helpers ----------------------------------------------------
+
+int System::GetDriverLogFilename(std::string&) const {
+    return ReportNotImplemented();
+}
+
+int System::SetDriverLogFilename(const std::string&) {
+    return ReportNotImplemented();
+}
+
+int System::WriteDriverLogToFile() {
+    return ReportNotImplemented();
+}
+
+int System::ClearDriverLog() {
+    return ReportNotImplemented();
+}
+
+int System::GetDriverVersion(std::string&) const {
+    return ReportNotImplemented();
+}
+
+int System::GetLwfDriverLogLevel(int&) const {
+    return ReportNotImplemented();
+}
+
+int System::SetLwfDriverLogLevel(int) {
+    return ReportNotImplemented();
+}
+
+int System::GetActionCommandDeviceKey(unsigned int* value) const {
+    return ReadField(m_actionDeviceKey, value);
+}
+
+int System::SetActionCommandDeviceKey(const unsigned int* value) {
+    return WriteField(m_actionDeviceKey, value);
+}
+
+int System::GetActionCommandGroupKey(unsigned int* value) const {
+    return ReadField(m_actionGroupKey, value);
+}
+
+int System::SetActionCommandGroupKey(const unsigned int* value) {
+    return WriteField(m_actionGroupKey, value);
+}
+
+int System::GetActionCommandGroupMask(unsigned int* value) const {
+    return ReadField(m_actionGroupMask, value);
+}
+
+int System::SetActionCommandGroupMask(const unsigned int* value) {
+    return WriteField(m_actionGroupMask, value);
+}
+
+int System::GetActionCommandTargetIP(unsigned int* value) const {
+    return ReadField(m_actionTargetIP, value);
+}
+
+int System::SetActionCommandTargetIP(const unsigned int* value) {
+    return WriteField(m_actionTargetIP, value);
+}
+
+int System::GetActionCommandExecuteTime(unsigned long* value) const {
+    return ReadField(m_actionExecuteTime, value);
+}
+
+int System::SetActionCommandExecuteTime(const unsigned long* value) {
+    return WriteField(m_actionExecuteTime, value);
+}
+
+} // namespace GenTL

@@ -1,0 +1,352 @@
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CachedError.h"
+#include "FakeHALGev.h"
+#include "GenTL_KESTA.h"
+#include "api/GenTLHandle.h"
+#include "modules/InterfaceGev.h"
+#include "modules/ProtectedDeviceRegistry.h"
+#include "modules/System.h"
+
+namespace {
+
+using GenTL::g_openedDevicesRegistry;
+using kesta::test::CachedError;
+using kesta::test::FakeHALGev;
+
+// A System over the fake control layer, inside an initialized library (its
+// Close calls the exported IFClose and DevClose).
+class SystemTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
+        hal = new FakeHALGev();
+        hal->log = &log;
+        hal->interfaces = {"0a1b2c3d4e5f", "00aabbccddee", "00aabbccddee:1"};
+        system = new GenTL::System(hal);
+    }
+    void TearDown() override {
+        delete system;
+        if (!log.destroyed) {
+            delete hal;
+        }
+        GCCloseLib();
+        EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
+        EXPECT_TRUE(g_openedDevicesRegistry.AllDeviceIDs().empty());
+    }
+
+    std::string InterfaceID(unsigned index) {
+        unsigned long size = 0;
+        EXPECT_EQ(system->GetInterfaceID(index, nullptr, &size), 0);
+        std::string id(size, '?');
+        EXPECT_EQ(system->GetInterfaceID(index, id.data(), &size), 0);
+        EXPECT_EQ(id.back(), '\0');
+        return id.substr(0, size - 1);
+    }
+    std::string Text(int (GenTL::System::*op)(int, int*, void*, unsigned long*), int cmd) {
+        int type = 0;
+        unsigned long size = 0;
+        EXPECT_EQ((system->*op)(cmd, &type, nullptr, &size), 0);
+        EXPECT_EQ(type, INFO_DATATYPE_STRING);
+        std::string text(size, '?');
+        EXPECT_EQ((system->*op)(cmd, &type, text.data(), &size), 0);
+        return text.substr(0, size - 1);
+    }
+    std::string InterfaceInfo(const std::string& id, int cmd) {
+        int type = 0;
+        unsigned long size = 0;
+        EXPECT_EQ(system->GetInterfaceInfo(id.c_str(), cmd, &type, nullptr, &size), 0);
+        EXPECT_EQ(type, INFO_DATATYPE_STRING);
+        std::string text(size, '?');
+        EXPECT_EQ(system->GetInterfaceInfo(id.c_str(), cmd, &type, text.data(), &size), 0);
+        return text.substr(0, size - 1);
+    }
+
+    FakeHALGev* hal = nullptr;
+    FakeHALGev::Log log;
+    GenTL::System* system = nullptr;
+};
+
+TEST_F(SystemTest, OpenListsTheAdaptersAndTheIdsAreHandedOutWithTheirSizes) {
+    ASSERT_EQ(system->Open(), 0);
+    EXPECT_EQ(system->GetHal(), hal);
+    unsigned int count = 0;
+    ASSERT_EQ(system->GetNumInterfaces(&count), 0);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(InterfaceID(0), "0a1b2c3d4e5f");
+    EXPECT_EQ(InterfaceID(2), "00aabbccddee:1");
+
+    unsigned long size = 12; // one short of the terminator
+    char id[16];
+    EXPECT_EQ(system->GetInterfaceID(0, id, &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(CachedError::Take().Text(), "*piSize=12 < idLen=13. iSize must be >= idLen");
+    EXPECT_EQ(system->GetInterfaceID(3, id, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().Text(), "interface index must between 0 <= and < 3");
+    EXPECT_EQ(system->GetInterfaceID(0, id, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piSize==nullptr");
+    EXPECT_EQ(system->GetNumInterfaces(nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piNumIfaces==nullptr");
+
+    // A hot-plugged adapter counts only after the next update.
+    hal->interfaces.push_back("feedfeedfeed");
+    ASSERT_EQ(system->GetNumInterfaces(&count), 0);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(system->Close(), 0);
+    EXPECT_TRUE(log.destroyed);
+}
+
+TEST_F(SystemTest, AFailedOpenDeletesTheControlLayerAndChainsTheCause) {
+    hal->getInterfacesResult = GC_ERR_IO;
+    EXPECT_EQ(system->Open(), GC_ERR_IO);
+    EXPECT_TRUE(log.destroyed);
+    const CachedError e = CachedError::Take();
+    EXPECT_EQ(e.count, 3u); // the layer's text, UpdateInterfaceList's line, Open's line
+    EXPECT_EQ(e.message.rfind("Open():", 0), 0u) << e.message;
+}
+
+TEST_F(SystemTest, UpdateInterfaceListTellsChangesOfTheSetNotOfTheOrder) {
+    ASSERT_EQ(system->Open(), 0);
+    bool changed = true;
+    hal->interfaces = {"00aabbccddee:1", "0a1b2c3d4e5f", "00aabbccddee"};
+    ASSERT_EQ(system->UpdateInterfaceList(&changed, 100), 0);
+    EXPECT_FALSE(changed);
+    EXPECT_EQ(InterfaceID(0), "00aabbccddee:1"); // the new order is kept all the same
+
+    hal->interfaces.pop_back();
+    ASSERT_EQ(system->UpdateInterfaceList(&changed, 100), 0);
+    EXPECT_TRUE(changed);
+    hal->interfaces = {"00aabbccddee:1", "0a1b2c3d4e5f", "111111111111"};
+    changed = false;
+    ASSERT_EQ(system->UpdateInterfaceList(&changed, 100), 0);
+    EXPECT_TRUE(changed); // same length, another member
+    ASSERT_EQ(system->UpdateInterfaceList(nullptr, 100), 0);
+
+    const int calls = hal->getInterfacesCalls;
+    EXPECT_EQ(system->UpdateInterfaceList(&changed, 0), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "input iTimeout==0");
+    EXPECT_EQ(hal->getInterfacesCalls, calls);
+
+    hal->getInterfacesResult = GC_ERR_IO;
+    hal->interfaces = {};
+    changed = false;
+    EXPECT_EQ(system->UpdateInterfaceList(&changed, 100), GC_ERR_IO);
+    EXPECT_FALSE(changed);
+    unsigned int count = 0;
+    ASSERT_EQ(system->GetNumInterfaces(&count), 0);
+    EXPECT_EQ(count, 3u); // the old list stands
+    EXPECT_EQ(system->Close(), 0);
+}
+
+TEST_F(SystemTest, InfoAndPortFactsOfTheSystem) {
+    ASSERT_EQ(system->Open(), 0);
+    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_ID), "KESTA_GenTL_1_5");
+    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_VENDOR), "Kesta Optic Works");
+    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_MODEL), "GenTL Producer");
+    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_VERSION), "0.1.78.0");
+    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_TLTYPE), "GEV");
+    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_DISPLAYNAME), "Kesta Optic Works GenTL Module");
+    EXPECT_FALSE(Text(&GenTL::System::GetInfo, TL_INFO_PATHNAME).empty());
+    int type = 0;
+    unsigned int version = 0;
+    unsigned long size = sizeof(version);
+    ASSERT_EQ(system->GetInfo(TL_INFO_GENTL_VER_MINOR, &type, &version, &size), 0);
+    EXPECT_EQ(type, INFO_DATATYPE_UINT32);
+    EXPECT_EQ(version, 5u);
+    int encoding = -1;
+    size = sizeof(encoding);
+    ASSERT_EQ(system->GetInfo(TL_INFO_CHAR_ENCODING, &type, &encoding, &size), 0);
+    EXPECT_EQ(type, INFO_DATATYPE_INT32);
+    EXPECT_EQ(encoding, 0);
+    EXPECT_EQ(system->GetInfo(11, &type, &encoding, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().Text().rfind("iInfoCmd must be one of :\nGenTL::TL_INFO_ID, ", 0),
+              0u);
+    char small[2];
+    size = sizeof(small);
+    EXPECT_EQ(system->GetInfo(TL_INFO_ID, &type, small, &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(CachedError::Take().count, 2u);
+
+    EXPECT_EQ(Text(&GenTL::System::GetPortInfo, PORT_INFO_ID), "KESTA_GenTL_1_5");
+    EXPECT_EQ(Text(&GenTL::System::GetPortInfo, PORT_INFO_MODULE), "TLSystem");
+    EXPECT_EQ(Text(&GenTL::System::GetPortInfo, PORT_INFO_PORTNAME), "TLPort");
+
+    const std::string url = "local:SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml;"
+                            "F0F00000;AF9F?SchemaVersion=1.0.0";
+    size = 0;
+    ASSERT_EQ(system->GetPortURL(nullptr, &size), 0);
+    EXPECT_EQ(size, url.size() + 2);
+    std::vector<char> text(size);
+    ASSERT_EQ(system->GetPortURL(text.data(), &size), 0);
+    EXPECT_EQ(std::string(text.data()), url);
+    unsigned int urls = 0;
+    ASSERT_EQ(system->GetNumPortURLs(&urls), 0);
+    EXPECT_EQ(urls, 1u);
+
+    void* event = nullptr;
+    EXPECT_EQ(system->RegisterEvent(EVENT_ERROR, &event), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(system->UnregisterEvent(EVENT_ERROR), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(system->Close(), 0);
+}
+
+TEST_F(SystemTest, InterfaceInfoByIdNeedsNoOpenInterfaceButTheAddressesDo) {
+    ASSERT_EQ(system->Open(), 0);
+    EXPECT_EQ(InterfaceInfo("00aabbccddee:1", INTERFACE_INFO_ID), "00aabbccddee:1");
+    EXPECT_EQ(InterfaceInfo("0a1b2c3d4e5f", INTERFACE_INFO_DISPLAYNAME),
+              "GigE Interface ( MAC:0a1b2c3d4e5f )");
+    EXPECT_EQ(InterfaceInfo("0a1b2c3d4e5f", INTERFACE_INFO_TLTYPE), "GEV");
+    int type = 0;
+    long value = 0;
+    unsigned long size = sizeof(value);
+    for (int cmd : {1001, 1002, 1003}) {
+        EXPECT_EQ(system->GetInterfaceInfo("0a1b2c3d4e5f", cmd, &type, &value, &size),
+                  GC_ERR_NOT_AVAILABLE);
+        EXPECT_EQ(CachedError::Take().Text(), "the info is not available until the interface is "
+                                              "open via GenTL::TLOpenInterface()");
+    }
+    EXPECT_EQ(system->GetInterfaceInfo("0a1b2c3d4e5f", 3, &type, &value, &size),
+              GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(system->GetInterfaceInfo("0a1b2c3d4e50", 0, &type, &value, &size), GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().Text(), "0a1b2c3d4e50 not found in the list of interfaces");
+    EXPECT_EQ(system->GetInterfaceInfo(nullptr, 0, &type, &value, &size), GC_ERR_INVALID_ID);
+    EXPECT_EQ(system->Close(), 0);
+}
+
+TEST_F(SystemTest, OpenInterfaceRegistersOnceAndCloseClosesWhatIsLeft) {
+    ASSERT_EQ(system->Open(), 0);
+    void* hTL = nullptr;
+    ASSERT_EQ(GenTL::AllocateHandle(&hTL, static_cast<GenTL::ISystem*>(system)), 0);
+
+    void* hIface = nullptr;
+    ASSERT_EQ(system->OpenInterface("00aabbccddee", hTL, &hIface), 0);
+    ASSERT_EQ(GenTL::CheckHandle(hIface), 0);
+    auto* iface = dynamic_cast<GenTL::InterfaceGev*>(GenTL::CastHandle(hIface));
+    ASSERT_NE(iface, nullptr);
+    EXPECT_EQ(iface->GetId(), "00aabbccddee");
+    void* parent = nullptr;
+    ASSERT_EQ(iface->GetParentTL(&parent), 0);
+    EXPECT_EQ(parent, hTL);
+    EXPECT_EQ(g_openedDevicesRegistry.PeekInterfaceEntry("00aabbccddee").handle, hIface);
+
+    // A second open of the same id is refused, and the first stays usable.
+    void* second = nullptr;
+    EXPECT_EQ(system->OpenInterface("00aabbccddee", hTL, &second), GC_ERR_RESOURCE_IN_USE);
+    const CachedError e = CachedError::Take();
+    EXPECT_EQ(e.count, 2u);
+    ASSERT_EQ(hal->adapters.size(), 2u);
+    EXPECT_TRUE(hal->adapters[0]->open);
+    EXPECT_EQ(g_openedDevicesRegistry.PeekInterfaceEntry("00aabbccddee").handle, hIface);
+    EXPECT_EQ(GenTL::CheckHandle(hIface), 0);
+
+    void* other = nullptr;
+    ASSERT_EQ(system->OpenInterface("0a1b2c3d4e5f", hTL, &other), 0);
+
+    // Close ends both through IFClose, which takes them out of the registry.
+    EXPECT_EQ(system->Close(), 0);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
+    // The refused second object's adapter is not closed: only the two open ones.
+    EXPECT_EQ(log.closedAdapters, (std::vector<std::string>{"00aabbccddee", "0a1b2c3d4e5f"}));
+    EXPECT_TRUE(log.destroyed);
+    GenTL::DeleteHandle(hTL);
+}
+
+TEST_F(SystemTest, OpenInterfaceRefusalsNameTheKnownInterfaces) {
+    ASSERT_EQ(system->Open(), 0);
+    void* hIface = nullptr;
+    EXPECT_EQ(system->OpenInterface("123456789abc", nullptr, &hIface), GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().Text(),
+              "interface ID=123456789abc not found in the list of interfaces.\n"
+              "\t\t\t\t\t  The list of interfaces has the following interface(s):\n"
+              "\t\t\t\t\t\t0a1b2c3d4e5f\n\t\t\t\t\t\t00aabbccddee\n\t\t\t\t\t\t00aabbccddee:1\n");
+    EXPECT_EQ(system->OpenInterface(nullptr, nullptr, &hIface), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "sIfaceID==nullptr");
+    EXPECT_EQ(system->OpenInterface("0a1b2c3d4e5f", nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "phIface==nullptr");
+
+    hal->openInterfaceResult = GC_ERR_INVALID_ID;
+    EXPECT_EQ(system->OpenInterface("0a1b2c3d4e5f", nullptr, &hIface), GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().count, 2u);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
+
+    hal->interfaces.clear();
+    ASSERT_EQ(system->UpdateInterfaceList(nullptr, 1), 0);
+    EXPECT_EQ(system->OpenInterface("0a1b2c3d4e5f", nullptr, &hIface), GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().Text(),
+              "interface ID=0a1b2c3d4e5f not found in the list of interfaces.\n"
+              "\t\t\t\t\t  The list of interfaces is empty. No interfaces is connected this "
+              "machine.");
+    EXPECT_EQ(system->Close(), 0);
+}
+
+TEST_F(SystemTest, CloseGoesOnPastAnInterfaceThatFailsToClose) {
+    ASSERT_EQ(system->Open(), 0);
+    void* a = nullptr;
+    void* b = nullptr;
+    ASSERT_EQ(system->OpenInterface("00aabbccddee", nullptr, &a), 0);
+    ASSERT_EQ(system->OpenInterface("0a1b2c3d4e5f", nullptr, &b), 0);
+    hal->closeInterfaceResult = GC_ERR_IO;
+    EXPECT_EQ(system->Close(), GC_ERR_IO);
+    EXPECT_EQ(log.closedAdapters.size(), 2u);
+    // Both closes left their notes on the stack, the last line being Close's.
+    const CachedError e = CachedError::Take();
+    EXPECT_EQ(e.message.rfind("Close():", 0), 0u) << e.message;
+    EXPECT_GE(e.count, 6u);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
+}
+
+TEST_F(SystemTest, ActionValuesAndDriverFeatures) {
+    const unsigned int key = 0x12345678;
+    ASSERT_EQ(system->SetActionCommandDeviceKey(&key), 0);
+    unsigned int out = 0;
+    ASSERT_EQ(system->GetActionCommandDeviceKey(&out), 0);
+    EXPECT_EQ(out, key);
+    const unsigned long time = 0x1122334455667788UL;
+    ASSERT_EQ(system->SetActionCommandExecuteTime(&time), 0);
+    unsigned long outTime = 0;
+    ASSERT_EQ(system->GetActionCommandExecuteTime(&outTime), 0);
+    EXPECT_EQ(outTime, time);
+    ASSERT_EQ(system->GetActionCommandGroupMask(&out), 0);
+    EXPECT_EQ(out, 0u);
+
+    EXPECT_EQ(system->GetActionCommandTargetIP(nullptr), GC_ERR_INVALID_HANDLE);
+    const CachedError e = CachedError::Take();
+    EXPECT_EQ(e.message, GenTL::Error::GetMessageFromCode(GC_ERR_INVALID_HANDLE)); // no stamp
+    EXPECT_EQ(system->SetActionCommandGroupKey(nullptr), GC_ERR_INVALID_HANDLE);
+
+    std::string text;
+    int level = 0;
+    EXPECT_EQ(system->GetDriverLogFilename(text), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(system->SetDriverLogFilename("x.log"), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(system->WriteDriverLogToFile(), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(system->ClearDriverLog(), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(system->GetDriverVersion(text), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(system->GetLwfDriverLogLevel(level), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(system->SetLwfDriverLogLevel(400), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(CachedError::Take().Text(), "GenTL::GC_ERR_NOT_IMPLEMENTED(-1003)");
+}
+
+TEST_F(SystemTest, CloseLibClosesTheInterfacesThatWereLeftOpen) {
+    ASSERT_EQ(system->Open(), 0);
+    void* hIface = nullptr;
+    ASSERT_EQ(system->OpenInterface("0a1b2c3d4e5f", nullptr, &hIface), 0);
+    ASSERT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+    EXPECT_FALSE(hal->adapters[0]->open);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
+    ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
+    EXPECT_EQ(system->Close(), 0);
+}
+
+TEST_F(SystemTest, InitLibDropsInterfaceEntriesOfAnEarlierLifeUnclosed) {
+    ASSERT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+    // Not a live handle: closing it would be refused, so reaching it would fail.
+    std::uint64_t stale[2] = {};
+    ASSERT_EQ(g_openedDevicesRegistry.AddInterfaceEntry("stale", stale), 0);
+    ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
+    EXPECT_EQ(CachedError::Take().count, 0u);
+}
+
+} // namespace
