@@ -1,0 +1,309 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CachedError.h"
+#include "FakeHALGev.h"
+#include "GenTL_KESTA.h"
+#include "modules/InterfaceGev.h"
+#include "modules/ProtectedDeviceRegistry.h"
+
+namespace {
+
+using GenTL::DiscoveredDevice;
+using GenTL::g_openedDevicesRegistry;
+using kesta::test::CachedError;
+using kesta::test::FakeHALGev;
+
+constexpr char kAdapterId[] = "0a1b2c3d4e5f";
+
+class InterfaceGevTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        CachedError::Clear();
+        hal.cameras["SN1"].serial = "SN1";
+        hal.cameras["SN2"].serial = "SN2";
+        hal.cameras["SN2"].model = "Kamera 2";
+        hal.discovered = {DiscoveredDevice{"SN1", 0x0200000A}, DiscoveredDevice{"SN2", 0x0300000A}};
+        void* adapter = nullptr;
+        ASSERT_EQ(hal.OpenInterface(kAdapterId, &adapter), 0);
+        iface = new GenTL::InterfaceGev(&hal, parent, adapter);
+    }
+    void TearDown() override {
+        delete iface;
+        g_openedDevicesRegistry.PopInterfaceEntry(kAdapterId);
+        GenTL::ErrorCache::ReleaseErrorCache();
+    }
+
+    std::string DeviceText(const char* id, int cmd) {
+        int type = 0;
+        unsigned long size = 0;
+        EXPECT_EQ(iface->GetDeviceInfo(id, cmd, &type, nullptr, &size), 0) << cmd;
+        EXPECT_EQ(type, INFO_DATATYPE_STRING);
+        std::string text(size, '?');
+        EXPECT_EQ(iface->GetDeviceInfo(id, cmd, &type, text.data(), &size), 0) << cmd;
+        return text.substr(0, size - 1);
+    }
+    std::string InfoText(int cmd) {
+        int type = 0;
+        unsigned long size = 0;
+        EXPECT_EQ(iface->GetInfo(cmd, &type, nullptr, &size), 0);
+        std::string text(size, '?');
+        EXPECT_EQ(iface->GetInfo(cmd, &type, text.data(), &size), 0);
+        return text.substr(0, size - 1);
+    }
+
+    FakeHALGev hal;
+    void* parent = reinterpret_cast<void*>(0x5157);
+    GenTL::InterfaceGev* iface = nullptr;
+};
+
+TEST_F(InterfaceGevTest, NamesAndFactsOfTheAdapter) {
+    EXPECT_EQ(InfoText(INTERFACE_INFO_ID), kAdapterId);
+    EXPECT_EQ(InfoText(INTERFACE_INFO_DISPLAYNAME), "GigE Interface ( MAC:0a1b2c3d4e5f )");
+    EXPECT_EQ(InfoText(INTERFACE_INFO_TLTYPE), "GEV");
+    EXPECT_EQ(iface->GetPortInfoRecord().module, "TLInterface");
+    EXPECT_EQ(iface->GetPortInfoRecord().portName, "InterfacePort");
+    EXPECT_EQ(iface->GetPortInfoRecord().id, kAdapterId);
+
+    int type = 0;
+    long value = 0;
+    unsigned long size = sizeof(value);
+    ASSERT_EQ(iface->GetInfo(INTERFACE_INFO_GEV_MAC_ADDRESS, &type, &value, &size), 0);
+    EXPECT_EQ(type, INFO_DATATYPE_INT64);
+    EXPECT_EQ(value, hal.adapterMac);
+    ASSERT_EQ(iface->GetInfo(INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, &type, &value, &size), 0);
+    EXPECT_EQ(value, hal.adapterIp);
+    ASSERT_EQ(iface->GetInfo(INTERFACE_INFO_GEV_SUBNET_MASK, &type, &value, &size), 0);
+    EXPECT_EQ(value, hal.adapterMask);
+    hal.adapterFactResult = GC_ERR_IO;
+    EXPECT_EQ(iface->GetInfo(INTERFACE_INFO_GEV_SUBNET_MASK, &type, &value, &size), GC_ERR_IO);
+    EXPECT_EQ(CachedError::Take().Text(),
+              "GenTL::INTERFACE_INFO_GEV_SUBNET_MASK is not implemented");
+    EXPECT_EQ(iface->GetInfo(3, &type, &value, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(
+        CachedError::Take().Text(),
+        "iInfoCmd must be one of :\nGenTL::INTERFACE_INFO_ID, GenTL::INTERFACE_INFO_TLTYPE, "
+        "\nGenTL::INTERFACE_INFO_DISPLAYNAME, GenTL::INTERFACE_INFO_GEV_MAC_ADDRESS, "
+        "\nGenTL::INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, GenTL::INTERFACE_INFO_GEV_SUBNET_MASK");
+
+    void* tl = nullptr;
+    ASSERT_EQ(iface->GetParentTL(&tl), 0);
+    EXPECT_EQ(tl, parent);
+
+    const std::string url = "local:SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml;"
+                            "F0F00000;7AD5?SchemaVersion=1.0.0";
+    size = 0;
+    ASSERT_EQ(iface->GetPortURL(nullptr, &size), 0);
+    EXPECT_EQ(size, url.size() + 2);
+    std::vector<char> text(size);
+    ASSERT_EQ(iface->GetPortURL(text.data(), &size), 0);
+    EXPECT_EQ(std::string(text.data()), url);
+}
+
+TEST_F(InterfaceGevTest, AnAdapterWithoutIdIsNamedAsUnknown) {
+    hal.interfaceIdFails = true;
+    void* adapter = nullptr;
+    ASSERT_EQ(hal.OpenInterface("x", &adapter), 0);
+    GenTL::InterfaceGev unnamed(&hal, nullptr, adapter);
+    EXPECT_EQ(unnamed.GetId(), "Failed to Get InterfaceId");
+    EXPECT_EQ(unnamed.GetDisplayName(), "GigEInterface ( unknown MAC )");
+}
+
+TEST_F(InterfaceGevTest, DeviceListChangesBySetOfIdAndAddress) {
+    unsigned int count = 7;
+    ASSERT_EQ(iface->GetNumDevices(&count), 0);
+    EXPECT_EQ(count, 0u); // empty until the first update
+
+    bool changed = false;
+    EXPECT_EQ(iface->UpdateDeviceList(&changed, 0), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "input iTimeout==0");
+    EXPECT_EQ(hal.getDevicesCalls, 0); // nothing sent
+
+    ASSERT_EQ(iface->UpdateDeviceList(&changed, 250), 0);
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(hal.lastTimeoutMs, 250);
+    ASSERT_EQ(iface->GetNumDevices(&count), 0);
+    EXPECT_EQ(count, 2u);
+
+    hal.discovered = {DiscoveredDevice{"SN2", 0x0300000A}, DiscoveredDevice{"SN1", 0x0200000A}};
+    ASSERT_EQ(iface->UpdateDeviceList(&changed, 100), 0);
+    EXPECT_FALSE(changed); // another order of answers
+    EXPECT_EQ(std::get<0>(iface->GetDeviceList()[0]), "SN2");
+
+    hal.discovered[1] = DiscoveredDevice{"SN1", 0x0400000A};
+    ASSERT_EQ(iface->UpdateDeviceList(&changed, 100), 0);
+    EXPECT_TRUE(changed); // a new address is a change
+
+    hal.getDevicesResult = GC_ERR_IO;
+    hal.discovered.clear();
+    changed = false;
+    EXPECT_EQ(iface->UpdateDeviceList(&changed, 100), GC_ERR_IO);
+    EXPECT_FALSE(changed);
+    EXPECT_EQ(iface->GetDeviceList().size(), 2u); // the old list stands
+    EXPECT_EQ(iface->GetNumDevices(nullptr), GC_ERR_INVALID_PARAMETER);
+}
+
+TEST_F(InterfaceGevTest, DeviceIdsAreHandedOutWithTheirSizes) {
+    unsigned long size = 0;
+    char id[8] = {};
+    EXPECT_EQ(iface->GetDeviceID(0, id, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().Text(), "iIndex==0 is invalid; iIndex must be 0 <= iIndex <=-1");
+    ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
+    EXPECT_EQ(iface->GetDeviceID(2, id, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().Text(), "iIndex==2 is invalid; iIndex must be 0 <= iIndex <=1");
+    EXPECT_EQ(iface->GetDeviceID(0, id, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piSize==nullptr");
+    ASSERT_EQ(iface->GetDeviceID(1, nullptr, &size), 0);
+    EXPECT_EQ(size, 4u);
+    size = 3;
+    EXPECT_EQ(iface->GetDeviceID(1, id, &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(CachedError::Take().Text(), "*piSize=3idSize=4. *piSize must be >= idSize");
+    size = sizeof(id);
+    ASSERT_EQ(iface->GetDeviceID(1, id, &size), 0);
+    EXPECT_EQ(std::string(id), "SN2");
+    EXPECT_EQ(size, 4u);
+}
+
+TEST_F(InterfaceGevTest, DeviceInfoByIdComesFromTheControlLayer) {
+    ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
+    EXPECT_EQ(DeviceText("SN2", DEVICE_INFO_ID), "SN2");
+    EXPECT_EQ(DeviceText("SN2", DEVICE_INFO_VENDOR), "Vendor");
+    EXPECT_EQ(DeviceText("SN2", DEVICE_INFO_MODEL), "Kamera 2");
+    EXPECT_EQ(DeviceText("SN2", DEVICE_INFO_TLTYPE), "GEV");
+    EXPECT_EQ(DeviceText("SN2", DEVICE_INFO_DISPLAYNAME), "Kamera 2 ( SN2 ) ");
+    EXPECT_EQ(DeviceText("SN2", DEVICE_INFO_USER_DEFINED_NAME), "User");
+    EXPECT_EQ(DeviceText("SN2", DEVICE_INFO_SERIAL_NUMBER), "SN2");
+    EXPECT_EQ(DeviceText("SN2", DEVICE_INFO_VERSION), "1.0");
+
+    int type = 0;
+    long number = 0;
+    unsigned long size = sizeof(number);
+    ASSERT_EQ(iface->GetDeviceInfo("SN1", DEVICE_INFO_GEV_IP_ADDRESS, &type, &number, &size), 0);
+    EXPECT_EQ(type, INFO_DATATYPE_INT64);
+    EXPECT_EQ(number, hal.cameras["SN1"].ip);
+    ASSERT_EQ(iface->GetDeviceInfo("SN1", DEVICE_INFO_GEV_MAC_ADDRESS, &type, &number, &size), 0);
+    EXPECT_EQ(number, hal.cameras["SN1"].mac);
+    unsigned long frequency = 0;
+    ASSERT_EQ(
+        iface->GetDeviceInfo("SN1", DEVICE_INFO_TIMESTAMP_FREQUENCY, &type, &frequency, &size), 0);
+    EXPECT_EQ(type, INFO_DATATYPE_UINT64);
+    EXPECT_EQ(frequency, 1000000000u);
+    bool flag = false;
+    size = 1;
+    ASSERT_EQ(
+        iface->GetDeviceInfo("SN1", DEVICE_INFO_GEV_CONFIG_PERSISTENT_IP, &type, &flag, &size), 0);
+    EXPECT_EQ(type, INFO_DATATYPE_BOOL8);
+    EXPECT_TRUE(flag);
+
+    // A failed lookup keeps its own code under the command's text.
+    EXPECT_EQ(iface->GetDeviceInfo("SN1", DEVICE_INFO_IS_CONNECTED, &type, &flag, &size),
+              GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(CachedError::Take().Text(), "GenTL::DEVICE_INFO_IS_CONNECTED is not implemented");
+    EXPECT_EQ(iface->GetDeviceInfo("SN9", DEVICE_INFO_VENDOR, &type, nullptr, &size),
+              GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().Text(), "GenTL::DEVICE_INFO_VENDOR is not implemented");
+    EXPECT_EQ(iface->GetDeviceInfo(nullptr, DEVICE_INFO_VENDOR, &type, nullptr, &size),
+              GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "sDeviceID==nullptr");
+    EXPECT_EQ(iface->GetDeviceInfo("SN1", 1001, &type, nullptr, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().Text().rfind(
+                  "iInfoCmd must be one of :\nGenTL::DEVICE_INFO_ID, GenTL::DEVICE_INFO_TLTYPE, "
+                  "GenTL::DEVICE_INFO_DISPLAYNAME, \nGenTL::DEVICE_INFO_MODEL, ",
+                  0),
+              0u);
+}
+
+TEST_F(InterfaceGevTest, OpenDeviceRefusalsLeaveNothingBehind) {
+    void* hDevice = nullptr;
+    EXPECT_EQ(iface->OpenDevice("SN1", DEVICE_ACCESS_CONTROL, &hDevice, nullptr),
+              GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().Text(),
+              "GenTL::InterfaceGev::OpenDevice device ID=SN1 not found in the list of devices.\n"
+              "\t\t\t\t\t  The list of devices is empty. No devices is connected this interface.");
+    ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
+    EXPECT_EQ(iface->OpenDevice("SN3", DEVICE_ACCESS_CONTROL, &hDevice, nullptr),
+              GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().Text(),
+              "GenTL::InterfaceGev::OpenDevice device ID=SN3 not found in the list of devices.\n"
+              "\t\t\t\t\t  The list of devices has the following device(s):\n"
+              "\t\t\t\t\t\tSN1\n\t\t\t\t\t\tSN2\n");
+    EXPECT_EQ(iface->OpenDevice(nullptr, DEVICE_ACCESS_CONTROL, &hDevice, nullptr),
+              GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "sDeviceID==nullptr");
+    EXPECT_EQ(iface->OpenDevice("SN1", DEVICE_ACCESS_CONTROL, nullptr, nullptr),
+              GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "pDevHandle==nullptr");
+
+    // The registry's word counts, whoever opened the camera.
+    ASSERT_EQ(g_openedDevicesRegistry.AddInterfaceEntry(kAdapterId, parent), 0);
+    ASSERT_EQ(g_openedDevicesRegistry.AddDeviceEntry(kAdapterId, "SN1", parent), 0);
+    EXPECT_EQ(iface->OpenDevice("SN1", DEVICE_ACCESS_CONTROL, &hDevice, nullptr),
+              GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(hal.openDeviceCalls, 0);
+    g_openedDevicesRegistry.PopDeviceEntry("SN1");
+
+    hal.openDeviceResult = GC_ERR_IO;
+    EXPECT_EQ(iface->OpenDevice("SN1", DEVICE_ACCESS_CONTROL, &hDevice, nullptr), GC_ERR_IO);
+    EXPECT_EQ(CachedError::Take().count, 2u);
+    EXPECT_EQ(hDevice, nullptr);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllDeviceIDs().empty());
+}
+
+TEST_F(InterfaceGevTest, ForceIpSplitsTheMacAndRefusesZeros) {
+    EXPECT_EQ(iface->ForceIp(0, 1, 1, 1), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "mac==0");
+    EXPECT_EQ(iface->ForceIp(1, 0, 1, 1), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "ip==0");
+    EXPECT_EQ(iface->ForceIp(1, 1, 0, 1), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "subnet==0");
+    EXPECT_TRUE(hal.forceIpCalls.empty());
+
+    ASSERT_EQ(iface->ForceIp(0xFFFF0A1B2C3D4E5FUL, 0xC0A80164, 0xFFFFFF00, 0), 0);
+    ASSERT_EQ(hal.forceIpCalls.size(), 1u);
+    EXPECT_EQ(hal.forceIpCalls[0].macHigh, 0x0A1B);
+    EXPECT_EQ(hal.forceIpCalls[0].macLow, 0x2C3D4E5Fu);
+    EXPECT_EQ(hal.forceIpCalls[0].ip, 0xC0A80164u);
+    EXPECT_EQ(hal.forceIpCalls[0].gateway, 0u);
+    hal.forceIpResult = GC_ERR_TIMEOUT;
+    EXPECT_EQ(iface->ForceIp(1, 1, 1, 1), GC_ERR_TIMEOUT);
+}
+
+TEST_F(InterfaceGevTest, UnicastDiscoveryAddressesGoToTheControlLayer) {
+    ASSERT_EQ(iface->AddUnicastDiscoveryDevice(0x0A000001), 0);
+    ASSERT_EQ(iface->AddUnicastDiscoveryDevice(0x0A000002), 0);
+    unsigned ips[4] = {};
+    unsigned count = 4;
+    ASSERT_EQ(iface->GetUnicastDiscoveryDevices(ips, &count), 0);
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(ips[1], 0x0A000002u);
+    ASSERT_EQ(iface->RemoveUnicastDiscoveryDevice(0xFFFFFFFF), 0);
+    EXPECT_TRUE(hal.unicast.empty());
+    hal.unicastResult = GC_ERR_INVALID_PARAMETER;
+    EXPECT_EQ(iface->AddUnicastDiscoveryDevice(1), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().count, 2u);
+}
+
+TEST_F(InterfaceGevTest, CloseEndsTheAdapterAndTheRegistryEntryEvenWhenTheAdapterFails) {
+    ASSERT_EQ(g_openedDevicesRegistry.AddInterfaceEntry(kAdapterId, parent), 0);
+    hal.closeInterfaceResult = GC_ERR_IO;
+    EXPECT_EQ(iface->Close(), GC_ERR_IO);
+    EXPECT_FALSE(hal.adapters[0]->open);
+    EXPECT_FALSE(g_openedDevicesRegistry.IsInterfaceAlreadyOpen(kAdapterId));
+}
+
+TEST_F(InterfaceGevTest, PortOperationsWithoutARegisterMapOrEvents) {
+    unsigned int urls = 0;
+    ASSERT_EQ(iface->GetNumPortURLs(&urls), 0);
+    EXPECT_EQ(urls, 1u);
+    EXPECT_EQ(iface->GetNumPortURLs(nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piNumURLs==nullptr");
+    void* event = nullptr;
+    EXPECT_EQ(iface->RegisterEvent(EVENT_ERROR, &event), GC_ERR_NOT_IMPLEMENTED);
+    S_PORT_REGISTER_STACK_ENTRY entry{};
+    unsigned long n = 1;
+    EXPECT_EQ(iface->ReadPortStacked(&entry, &n), GC_ERR_NOT_IMPLEMENTED);
+}
+
+} // namespace
