@@ -15,4 +15,20 @@ using Arguments = std::vector<std::string>;
 /// info: GCInitLib, every GCGetInfo answer by name, GCCloseLib.
 int RunInfo(Producer& producer, const Arguments& arguments);
 
+/**
+ * list [--timeout MS]: every network interface and the cameras that answer
+ * on it, with their facts (vendor, model, serial, MAC, IP, subnet, gateway,
+ * version, user name, access status). Finding out the access status opens
+ * and closes each camera.
+ */
+int RunList(Producer& producer, const Arguments& arguments);
+
+/**
+ * open [--device SERIAL|INDEX] [--access control|read-only|exclusive]
+ *      [--timeout MS] [ACTION...]: opens one camera and runs the actions in
+ * order (info, read-reg, write-reg, read-mem, write-mem, xml, wait), then
+ * closes it. Without actions: info.
+ */
+int RunOpen(Producer& producer, const Arguments& arguments);
+
 } // namespace kesta::gentl

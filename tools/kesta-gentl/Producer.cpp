@@ -32,10 +32,9 @@ Producer::Producer(const std::string& path) : m_path(path) {
         const char* why = dlerror();
         throw std::runtime_error("cannot load " + path + ": " + (why ? why : "unknown reason"));
     }
-    GCInitLib = Resolve<PGCInitLib>("GCInitLib");
-    GCCloseLib = Resolve<PGCCloseLib>("GCCloseLib");
-    GCGetInfo = Resolve<PGCGetInfo>("GCGetInfo");
-    GCGetLastError = Resolve<PGCGetLastError>("GCGetLastError");
+#define KESTA_GENTL_RESOLVE(name) name = Resolve<P##name>(#name);
+    KESTA_GENTL_PRODUCER_FUNCTIONS(KESTA_GENTL_RESOLVE)
+#undef KESTA_GENTL_RESOLVE
 }
 
 Producer::~Producer() {

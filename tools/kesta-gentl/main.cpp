@@ -25,6 +25,11 @@ struct Command {
 
 const Command kCommands[] = {
     {"info", "print the producer's GCGetInfo answers", kesta::gentl::RunInfo},
+    {"list", "[--timeout MS]  list interfaces and cameras with their facts", kesta::gentl::RunList},
+    {"open",
+     "[--device SERIAL|INDEX] [--access control|read-only|exclusive] [--timeout MS] [ACTION...]\n"
+     "\topen one camera (the first by default, with control), run the actions, close it",
+     kesta::gentl::RunOpen},
 };
 
 void PrintUsage(std::ostream& out) {
@@ -34,6 +39,19 @@ void PrintUsage(std::ostream& out) {
     for (const Command& command : kCommands) {
         out << "  " << command.name << "\t" << command.help << "\n";
     }
+    out << "\nactions of open:\n"
+           "  info                      the camera's facts, its XML URL and manifest\n"
+           "  read-reg ADDRESS          one 32-bit register (big-endian)\n"
+           "  write-reg ADDRESS VALUE   write one register (needs control)\n"
+           "  read-mem ADDRESS LENGTH   bytes of the camera's memory, as a hex dump\n"
+           "  write-mem ADDRESS HEX     write bytes given in hexadecimal\n"
+           "  xml [FILE]                save the camera's description from its URL\n"
+           "                            (a zip archive is saved as it is)\n"
+           "  wait MS                   keep the camera open (the heartbeat holds control)\n"
+           "Addresses and values are decimal or 0x hexadecimal.\n\n"
+           "example, on a new network:\n"
+           "  kesta-gentl list\n"
+           "  kesta-gentl open --device SERIAL info xml camera.xml read-reg 0x0A00\n";
 }
 
 } // namespace
