@@ -288,13 +288,17 @@ int System::OpenInterface(const char* id, void* hTL, void** phIface) {
     if (int rc = m_pHal->OpenInterface(text, &adapter)) {
         return ChainError(rc);
     }
+    // A failure below also closes this adapter handle: left open, its socket
+    // would take the discovery answers meant for an interface already open.
     auto* iface = new InterfaceGev(m_pHal, hTL, adapter);
     if (int rc = iface->Open()) {
         delete iface;
+        m_pHal->CloseInterface(adapter);
         return ChainError(rc);
     }
     if (int rc = AllocateHandle(phIface, static_cast<IInterface*>(iface))) {
         delete iface;
+        m_pHal->CloseInterface(adapter);
         return ChainError(rc);
     }
     const int rc = g_openedDevicesRegistry.AddInterfaceEntry(text, *phIface);
@@ -303,6 +307,7 @@ int System::OpenInterface(const char* id, void* hTL, void** phIface) {
     }
     // Already open: this second object goes, with its handle.
     delete iface;
+    m_pHal->CloseInterface(adapter);
     if (int deleted = DeleteHandle(*phIface)) {
         ChainError(deleted);
     }

@@ -238,6 +238,7 @@ TEST_F(SystemTest, OpenInterfaceRegistersOnceAndCloseClosesWhatIsLeft) {
     EXPECT_EQ(e.count, 2u);
     ASSERT_EQ(hal->adapters.size(), 2u);
     EXPECT_TRUE(hal->adapters[0]->open);
+    EXPECT_FALSE(hal->adapters[1]->open); // the refused one's adapter is closed again
     EXPECT_EQ(g_openedDevicesRegistry.PeekInterfaceEntry("00aabbccddee").handle, hIface);
     EXPECT_EQ(GenTL::CheckHandle(hIface), 0);
 
@@ -247,8 +248,8 @@ TEST_F(SystemTest, OpenInterfaceRegistersOnceAndCloseClosesWhatIsLeft) {
     // Close ends both through IFClose, which takes them out of the registry.
     EXPECT_EQ(system->Close(), 0);
     EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
-    // The refused second object's adapter is not closed: only the two open ones.
-    EXPECT_EQ(log.closedAdapters, (std::vector<std::string>{"00aabbccddee", "0a1b2c3d4e5f"}));
+    EXPECT_EQ(log.closedAdapters,
+              (std::vector<std::string>{"00aabbccddee", "00aabbccddee", "0a1b2c3d4e5f"}));
     EXPECT_TRUE(log.destroyed);
     GenTL::DeleteHandle(hTL);
 }

@@ -1,0 +1,412 @@
+// The upper module tree as a consumer sees it: system, interfaces and the
+// device list, through the exported functions of the loaded producer,
+// beside simulated cameras. Every test opens the System, which lists the
+// adapters and discovers by broadcast: each first makes sure that it runs
+// in the host namespace of run-with-camera, whose only link is the test bed.
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CtiTest.h"
+
+namespace {
+
+using kesta::test::CtiTest;
+using kesta::test::LastError;
+
+constexpr uint64_t kDiscoveryMs = 500;
+
+std::string Env(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::vector<std::string> EnvList(const char* name) {
+    std::istringstream in(Env(name));
+    std::vector<std::string> items;
+    for (std::string item; in >> item;) {
+        items.push_back(item);
+    }
+    return items;
+}
+
+std::string CurrentNetns() {
+    std::string name;
+    if (FILE* p = popen("ip netns identify 2>/dev/null", "r")) {
+        char line[256] = {};
+        if (fgets(line, sizeof(line), p) != nullptr) {
+            name = line;
+        }
+        pclose(p);
+    }
+    name.erase(std::remove(name.begin(), name.end(), '\n'), name.end());
+    return name;
+}
+
+/// Why this process must not open the System here, or empty when it runs in
+/// the harness's host namespace with no link but the test bed's.
+std::string NotInTestBed() {
+    const std::string host = Env("KESTA_NETNS_HOST");
+    if (host.empty()) {
+        return "needs the namespaces of run-with-camera";
+    }
+    if (CurrentNetns() != host) {
+        return "not inside the namespace " + host;
+    }
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) {
+        return "getifaddrs failed";
+    }
+    std::string foreign;
+    for (ifaddrs* i = list; i != nullptr; i = i->ifa_next) {
+        const std::string name = i->ifa_name;
+        if (!(i->ifa_flags & IFF_LOOPBACK) && name != Env("KESTA_NETNS_HOST_IF")) {
+            foreign = name;
+        }
+    }
+    freeifaddrs(list);
+    return foreign.empty() ? "" : "a foreign link is up here: " + foreign;
+}
+
+/// The library's id of the test bed's link: its MAC in lower-case hex.
+std::string TestBedInterfaceId() {
+    ifreq request{};
+    std::strncpy(request.ifr_name, Env("KESTA_NETNS_HOST_IF").c_str(), IFNAMSIZ - 1);
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    const int rc = ioctl(fd, SIOCGIFHWADDR, &request);
+    close(fd);
+    if (rc != 0) {
+        return "";
+    }
+    char id[13] = {};
+    const auto* mac = reinterpret_cast<const unsigned char*>(request.ifr_hwaddr.sa_data);
+    std::snprintf(id, sizeof(id), "%02x%02x%02x%02x%02x%02x", mac[0], mac[1], mac[2], mac[3],
+                  mac[4], mac[5]);
+    return id;
+}
+
+long HostOrderIp(const std::string& text) {
+    in_addr address{};
+    inet_pton(AF_INET, text.c_str(), &address);
+    return static_cast<long>(ntohl(address.s_addr));
+}
+
+class TestBed : public CtiTest {
+protected:
+    void SetUp() override {
+        const std::string why = NotInTestBed();
+        if (!why.empty()) {
+            GTEST_SKIP() << why;
+        }
+        CtiTest::SetUp();
+        ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+        m_ifaceId = TestBedInterfaceId();
+        ASSERT_FALSE(m_ifaceId.empty());
+    }
+
+    /// TLOpen, asserted.
+    TL_HANDLE OpenSystem() {
+        TL_HANDLE hTL = nullptr;
+        EXPECT_EQ(Lib().TLOpen(&hTL), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        return hTL;
+    }
+    IF_HANDLE OpenTestBedInterface(TL_HANDLE hTL) {
+        IF_HANDLE hIface = nullptr;
+        EXPECT_EQ(Lib().TLOpenInterface(hTL, m_ifaceId.c_str(), &hIface), GC_ERR_SUCCESS)
+            << Lib().TakeLastError().text;
+        return hIface;
+    }
+
+    template <typename Call> std::string Text(Call call) {
+        INFO_DATATYPE type = -1;
+        size_t size = 0;
+        EXPECT_EQ(call(&type, nullptr, &size), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        EXPECT_EQ(type, INFO_DATATYPE_STRING);
+        std::string text(size, '?');
+        EXPECT_EQ(call(&type, text.data(), &size), GC_ERR_SUCCESS);
+        return text.substr(0, text.find('\0'));
+    }
+    template <typename T, typename Call> T Value(Call call) {
+        INFO_DATATYPE type = -1;
+        T value{};
+        size_t size = sizeof(value);
+        EXPECT_EQ(call(&type, &value, &size), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        return value;
+    }
+
+    std::vector<std::string> DeviceIds(IF_HANDLE hIface) {
+        uint32_t count = 0;
+        EXPECT_EQ(Lib().IFGetNumDevices(hIface, &count), GC_ERR_SUCCESS);
+        std::vector<std::string> ids;
+        for (uint32_t i = 0; i < count; ++i) {
+            char id[64] = {};
+            size_t size = sizeof(id);
+            EXPECT_EQ(Lib().IFGetDeviceID(hIface, i, id, &size), GC_ERR_SUCCESS);
+            ids.push_back(id);
+        }
+        std::sort(ids.begin(), ids.end());
+        return ids;
+    }
+
+    /// The texts of the calling thread's error stack, innermost first.
+    std::vector<std::string> Messages() {
+        std::vector<std::string> texts;
+        for (const auto& record : Lib().TakeLastError().Records()) {
+            texts.push_back(record.message.substr(record.message.find(": ") + 2));
+        }
+        std::reverse(texts.begin(), texts.end());
+        return texts;
+    }
+
+    std::string m_ifaceId;
+};
+
+// --- One camera --------------------------------------------------------------
+
+using OneCamera = TestBed;
+
+TEST_F(OneCamera, SystemAndInterfaceFactsAndPorts) {
+    TL_HANDLE hTL = OpenSystem();
+    ASSERT_NE(hTL, nullptr);
+    EXPECT_EQ(
+        Text([&](auto t, auto b, auto s) { return Lib().TLGetInfo(hTL, TL_INFO_ID, t, b, s); }),
+        "KESTA_GenTL_1_5");
+    EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                  return Lib().TLGetInfo(hTL, TL_INFO_DISPLAYNAME, t, b, s);
+              }),
+              "Kesta Optic Works GenTL Module");
+    EXPECT_EQ(Value<uint32_t>([&](auto t, auto b, auto s) {
+                  return Lib().TLGetInfo(hTL, TL_INFO_GENTL_VER_MINOR, t, b, s);
+              }),
+              5u);
+
+    uint32_t count = 0;
+    ASSERT_EQ(Lib().TLGetNumInterfaces(hTL, &count), GC_ERR_SUCCESS);
+    std::vector<std::string> ids;
+    for (uint32_t i = 0; i < count; ++i) {
+        char id[64] = {};
+        size_t size = sizeof(id);
+        ASSERT_EQ(Lib().TLGetInterfaceID(hTL, i, id, &size), GC_ERR_SUCCESS);
+        ids.push_back(id);
+    }
+    EXPECT_NE(std::find(ids.begin(), ids.end(), m_ifaceId), ids.end());
+    EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                  return Lib().TLGetInterfaceInfo(hTL, m_ifaceId.c_str(),
+                                                  INTERFACE_INFO_DISPLAYNAME, t, b, s);
+              }),
+              "GigE Interface ( MAC:" + m_ifaceId + " )");
+    INFO_DATATYPE type = 0;
+    int64_t value = 0;
+    size_t size = sizeof(value);
+    EXPECT_EQ(Lib().TLGetInterfaceInfo(hTL, m_ifaceId.c_str(), INTERFACE_INFO_GEV_MAC_ADDRESS,
+                                       &type, &value, &size),
+              GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(Messages(),
+              (std::vector<std::string>{"the info is not available until the interface is open via "
+                                        "GenTL::TLOpenInterface()",
+                                        "GenTL::GC_ERR_NOT_AVAILABLE(-1014)"}));
+
+    IF_HANDLE hIface = OpenTestBedInterface(hTL);
+    ASSERT_NE(hIface, nullptr);
+    EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                  return Lib().IFGetInfo(hIface, INTERFACE_INFO_ID, t, b, s);
+              }),
+              m_ifaceId);
+    EXPECT_EQ(Value<int64_t>([&](auto t, auto b, auto s) {
+                  return Lib().IFGetInfo(hIface, INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, t, b, s);
+              }),
+              HostOrderIp(Env("KESTA_NETNS_HOST_IP")));
+    EXPECT_EQ(Value<int64_t>([&](auto t, auto b, auto s) {
+                  return Lib().IFGetInfo(hIface, INTERFACE_INFO_GEV_SUBNET_MASK, t, b, s);
+              }),
+              HostOrderIp(Env("KESTA_NETNS_NETMASK")));
+    EXPECT_EQ(Value<int64_t>([&](auto t, auto b, auto s) {
+                  return Lib().IFGetInfo(hIface, INTERFACE_INFO_GEV_MAC_ADDRESS, t, b, s);
+              }),
+              std::stol(m_ifaceId, nullptr, 16));
+    TL_HANDLE parent = nullptr;
+    ASSERT_EQ(Lib().IFGetParentTL(hIface, &parent), GC_ERR_SUCCESS);
+    EXPECT_EQ(parent, hTL);
+
+    // Ports: the module names, and URL sizes two above the text.
+    EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                  return Lib().GCGetPortInfo(hTL, PORT_INFO_MODULE, t, b, s);
+              }),
+              "TLSystem");
+    EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                  return Lib().GCGetPortInfo(hIface, PORT_INFO_PORTNAME, t, b, s);
+              }),
+              "InterfacePort");
+    for (auto [handle, url] :
+         {std::pair<void*, std::string>{hTL, "local:SFNC_GenTLSystem_Reference_Version_1_0_0_"
+                                             "Schema_1_1.xml;F0F00000;AF9F?SchemaVersion=1.0.0"},
+          std::pair<void*, std::string>{hIface, "local:SFNC_GenTLInterface_Reference_Version_1_"
+                                                "0_0_Schema_1_1.xml;F0F00000;7AD5?SchemaVersion="
+                                                "1.0.0"}}) {
+        size = 0;
+        ASSERT_EQ(Lib().GCGetPortURL(handle, nullptr, &size), GC_ERR_SUCCESS);
+        EXPECT_EQ(size, url.size() + 2);
+        std::vector<char> text(size);
+        ASSERT_EQ(Lib().GCGetPortURL(handle, text.data(), &size), GC_ERR_SUCCESS);
+        EXPECT_EQ(std::string(text.data()), url);
+    }
+    EXPECT_EQ(Lib().IFClose(hIface), GC_ERR_SUCCESS);
+    EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
+}
+
+TEST_F(OneCamera, WholeLifeWithSecondOpensRefusedAndThingsLeftOpen) {
+    TL_HANDLE hTL = OpenSystem();
+    ASSERT_NE(hTL, nullptr);
+    TL_HANDLE second = nullptr;
+    EXPECT_EQ(Lib().TLOpen(&second), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(second, nullptr);
+    EXPECT_EQ(Messages(), (std::vector<std::string>{
+                              "every call to GenTL::TLOpen() must be matched with a call to "
+                              "GenTL::TLClose() before calling GenTL::TLOpen() again"}));
+
+    IF_HANDLE hIface = OpenTestBedInterface(hTL);
+    ASSERT_NE(hIface, nullptr);
+    IF_HANDLE again = nullptr;
+    EXPECT_EQ(Lib().TLOpenInterface(hTL, m_ifaceId.c_str(), &again), GC_ERR_RESOURCE_IN_USE);
+    const std::vector<std::string> messages = Messages();
+    ASSERT_EQ(messages.size(), 3u);
+    EXPECT_EQ(messages[0], "interface ID=" + m_ifaceId + " is already open");
+    EXPECT_EQ(messages[2], "GenTL::GC_ERR_RESOURCE_IN_USE(-1004)");
+    // The first interface is unaffected.
+    bool8_t changed = 0;
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(DeviceIds(hIface), EnvList("KESTA_CAMERA_SERIALS"));
+
+    EXPECT_EQ(Lib().TLOpenInterface(hTL, "0123456789ab", &again), GC_ERR_INVALID_ID);
+    const std::string notFound = Messages().at(0);
+    EXPECT_EQ(notFound.rfind("interface ID=0123456789ab not found in the list of interfaces.\n"
+                             "\t\t\t\t\t  The list of interfaces has the following interface(s):\n",
+                             0),
+              0u);
+    EXPECT_NE(notFound.find("\t\t\t\t\t\t" + m_ifaceId + "\n"), std::string::npos);
+
+    // The system and the interface are left open: the library closes the
+    // interface and starts afresh after a new GCInitLib.
+    ASSERT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS);
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    hTL = OpenSystem();
+    ASSERT_NE(hTL, nullptr);
+    hIface = OpenTestBedInterface(hTL); // no longer registered as open
+    ASSERT_NE(hIface, nullptr);
+    // TLClose closes the interface that is still open.
+    ASSERT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+    hTL = OpenSystem();
+    ASSERT_NE(hTL, nullptr);
+    EXPECT_NE(OpenTestBedInterface(hTL), nullptr);
+    EXPECT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS);
+}
+
+TEST_F(OneCamera, DeviceListRefusalsReachTheConsumerWordForWord) {
+    TL_HANDLE hTL = OpenSystem();
+    IF_HANDLE hIface = OpenTestBedInterface(hTL);
+    ASSERT_NE(hIface, nullptr);
+    bool8_t changed = 0;
+    EXPECT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, 0), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Messages(), (std::vector<std::string>{"input iTimeout==0",
+                                                    "GenTL::GC_ERR_INVALID_PARAMETER(-1009)"}));
+    uint32_t count = 1;
+    ASSERT_EQ(Lib().IFGetNumDevices(hIface, &count), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 0u);
+
+    DEV_HANDLE hDevice = nullptr;
+    EXPECT_EQ(Lib().IFOpenDevice(hIface, "KSIM0000", DEVICE_ACCESS_CONTROL, &hDevice),
+              GC_ERR_INVALID_ID);
+    EXPECT_EQ(Messages().at(0),
+              "GenTL::InterfaceGev::OpenDevice device ID=KSIM0000 not found in the list of "
+              "devices.\n\t\t\t\t\t  The list of devices is empty. No devices is connected this "
+              "interface.");
+
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS);
+    EXPECT_EQ(Lib().IFOpenDevice(hIface, "KSIM0099", DEVICE_ACCESS_CONTROL, &hDevice),
+              GC_ERR_INVALID_ID);
+    EXPECT_EQ(Messages().at(0),
+              "GenTL::InterfaceGev::OpenDevice device ID=KSIM0099 not found in the list of "
+              "devices.\n\t\t\t\t\t  The list of devices has the following device(s):\n"
+              "\t\t\t\t\t\tKSIM0000\n");
+    char id[4];
+    size_t size = sizeof(id);
+    EXPECT_EQ(Lib().IFGetDeviceID(hIface, 0, id, &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(Messages().at(0), "*piSize=4idSize=9. *piSize must be >= idSize");
+    EXPECT_EQ(Lib().IFGetDeviceInfo(hIface, "KSIM0000", DEVICE_INFO_IS_CONNECTED, nullptr, nullptr,
+                                    &size),
+              GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(Messages().at(0), "GenTL::DEVICE_INFO_IS_CONNECTED is not implemented");
+    EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
+}
+
+// --- Several cameras ---------------------------------------------------------
+
+using SeveralCameras = TestBed;
+
+TEST_F(SeveralCameras, BroadcastListsEveryCameraWithItsFacts) {
+    TL_HANDLE hTL = OpenSystem();
+    IF_HANDLE hIface = OpenTestBedInterface(hTL);
+    ASSERT_NE(hIface, nullptr);
+    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
+    const std::vector<std::string> ips = EnvList("KESTA_CAMERA_IPS");
+    ASSERT_EQ(serials.size(), 3u);
+
+    bool8_t changed = 0;
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    EXPECT_TRUE(changed);
+    std::vector<std::string> sorted = serials;
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(DeviceIds(hIface), sorted);
+    // The same cameras again, answering in whatever order: no change.
+    changed = 1;
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS);
+    EXPECT_FALSE(changed);
+
+    for (size_t i = 0; i < serials.size(); ++i) {
+        const char* id = serials[i].c_str();
+        EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                      return Lib().IFGetDeviceInfo(hIface, id, DEVICE_INFO_ID, t, b, s);
+                  }),
+                  serials[i]);
+        EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                      return Lib().IFGetDeviceInfo(hIface, id, DEVICE_INFO_TLTYPE, t, b, s);
+                  }),
+                  "GEV");
+        const std::string model = Text([&](auto t, auto b, auto s) {
+            return Lib().IFGetDeviceInfo(hIface, id, DEVICE_INFO_MODEL, t, b, s);
+        });
+        EXPECT_FALSE(model.empty());
+        EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                      return Lib().IFGetDeviceInfo(hIface, id, DEVICE_INFO_DISPLAYNAME, t, b, s);
+                  }),
+                  model + " ( " + serials[i] + " ) ");
+        EXPECT_EQ(Value<int64_t>([&](auto t, auto b, auto s) {
+                      return Lib().IFGetDeviceInfo(hIface, id, DEVICE_INFO_GEV_IP_ADDRESS, t, b, s);
+                  }),
+                  HostOrderIp(ips[i]));
+        EXPECT_EQ(Value<int64_t>([&](auto t, auto b, auto s) {
+                      return Lib().IFGetDeviceInfo(hIface, id, DEVICE_INFO_GEV_SUBNET_MASK, t, b,
+                                                   s);
+                  }),
+                  HostOrderIp(Env("KESTA_NETNS_NETMASK")));
+    }
+    EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
+}
+
+} // namespace
