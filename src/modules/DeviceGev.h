@@ -38,6 +38,9 @@ class RemoteDeviceGev;
 
 class DeviceGev : public Device {
 public:
+    /// Info command of the endianness mechanism of the remote port.
+    static constexpr int kInfoEndiannessMechanism = 1001;
+
     /**
      * Takes model, vendor, serial number (also the module's id), user
      * defined name and version from the open device handle; a fact that
@@ -118,6 +121,8 @@ private:
     IHALGev* m_pHal;
     void* m_parentInterface;
     void* m_hDevice;
+    /// The interface's handle, given to Open: GetParentIF hands it out.
+    void* m_hInterface = nullptr;
     RemoteDeviceGev* m_pRemoteDevice = nullptr;
     void* m_hRemoteDevice = nullptr;
     /// Tells the heartbeat thread to go on; written here, read there.
