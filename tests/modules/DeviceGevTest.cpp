@@ -1,0 +1,340 @@
+// DeviceGev over a camera in memory: what Open claims and writes for each
+// access flag, how a failing step is undone, what Close releases, and the
+// device's own info, stream list, events and switchover key.
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "CachedError.h"
+#include "FakeDeviceHAL.h"
+#include "GenTL_KESTA.h"
+#include "modules/DeviceGev.h"
+
+namespace {
+
+using GenTL::DeviceGev;
+using kesta::test::CachedError;
+using kesta::test::FakeDeviceHAL;
+
+constexpr unsigned kCcp = 0x0A00;
+constexpr unsigned kHeartbeat = 0x0938;
+constexpr unsigned kCapability = 0x0934;
+constexpr unsigned kGvcpConfig = 0x0954;
+constexpr unsigned kPendingTimeout = 0x0958;
+constexpr unsigned kSwitchoverKey = 0x095C;
+constexpr unsigned kCapPendingAck = 1u << 5;
+
+class DeviceGevTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_hal.SetReg(kHeartbeat, 3000);
+        m_hal.SetReg(kCapability, kCapPendingAck | (1u << 1));
+        m_hal.SetReg(kPendingTimeout, 750);
+        m_hal.SetReg(0x093C, 0);
+        m_hal.SetReg(0x0940, 1000000000);
+        m_device = std::make_unique<DeviceGev>(&m_hal, "FAKE0001", nullptr, m_hDevice);
+        CachedError::Clear();
+    }
+    void TearDown() override {
+        if (m_opened) {
+            m_device->Close();
+        }
+    }
+    int Open(int flags) {
+        const int rc = m_device->Open(flags, m_hIface);
+        m_opened = rc == GC_ERR_SUCCESS;
+        return rc;
+    }
+    long Number(int cmd) {
+        int type = 0;
+        long value = 0;
+        unsigned long size = sizeof value;
+        EXPECT_EQ(m_device->GetInfo(cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
+        return size == 4 ? static_cast<int>(value) : value;
+    }
+    bool Flag(int cmd) {
+        int type = 0;
+        bool value = false;
+        unsigned long size = 1;
+        EXPECT_EQ(m_device->GetInfo(cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
+        return value;
+    }
+    std::string Text(int cmd) {
+        int type = 0;
+        char text[128] = {};
+        unsigned long size = sizeof text;
+        EXPECT_EQ(m_device->GetInfo(cmd, &type, text, &size), GC_ERR_SUCCESS) << cmd;
+        return text;
+    }
+
+    FakeDeviceHAL m_hal;
+    void* m_hDevice = reinterpret_cast<void*>(0x1);
+    void* m_hIface = reinterpret_cast<void*>(0x2);
+    std::unique_ptr<DeviceGev> m_device;
+    bool m_opened = false;
+};
+
+TEST_F(DeviceGevTest, FactsComeFromTheHandleWithFallbacks) {
+    EXPECT_EQ(Text(DEVICE_INFO_ID), "FAKE0001");
+    EXPECT_EQ(Text(DEVICE_INFO_VENDOR), "FakeVendor");
+    EXPECT_EQ(Text(DEVICE_INFO_MODEL), "FakeModel");
+    EXPECT_EQ(Text(DEVICE_INFO_TLTYPE), "GEV");
+    EXPECT_EQ(Text(DEVICE_INFO_DISPLAYNAME), "FakeModel ( FAKE0001 ) ");
+    EXPECT_EQ(Text(DEVICE_INFO_USER_DEFINED_NAME), "fake-user");
+    EXPECT_EQ(Text(DEVICE_INFO_VERSION), "9.9");
+
+    m_hal.failFacts = true;
+    DeviceGev blind(&m_hal, "X", nullptr, m_hDevice);
+    int type = 0;
+    char text[64] = {};
+    unsigned long size = sizeof text;
+    ASSERT_EQ(blind.GetInfo(DEVICE_INFO_ID, &type, text, &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(text, "Unknown Device ID");
+    size = sizeof text;
+    ASSERT_EQ(blind.GetInfo(DEVICE_INFO_SERIAL_NUMBER, &type, text, &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(text, "Unknown Serial Number");
+    size = sizeof text;
+    ASSERT_EQ(blind.GetInfo(DEVICE_INFO_MODEL, &type, text, &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(text, "Unknown Model Name");
+
+    size = sizeof text;
+    EXPECT_EQ(m_device->GetInfo(77, &type, text, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().count, 2u); // the base's refusal and the forwarding line
+    EXPECT_EQ(m_device->Device::GetInfo(77, &type, text, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().Text().rfind("iInfoCmd must be one of :\nGenTL::DEVICE_INFO_ID, "
+                                               "GenTL::DEVICE_INFO_TLTYPE, \nGenTL::DEVICE_INFO_"
+                                               "DISPLAYNAME, GenTL::DEVICE_INFO_MODEL",
+                                               0),
+              0u);
+}
+
+TEST_F(DeviceGevTest, AnUnknownFlagTouchesNothing) {
+    EXPECT_EQ(Open(5), GC_ERR_INVALID_PARAMETER);
+    EXPECT_TRUE(m_hal.Calls().empty());
+    EXPECT_EQ(CachedError::Take().Text().rfind(
+                  "device can be opened with one of the following flags only:\n", 0),
+              0u);
+    unsigned count = 9;
+    ASSERT_EQ(m_device->GetNumDataStreams(&count), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 0u);
+}
+
+TEST_F(DeviceGevTest, ReadOnlyClaimsNothing) {
+    ASSERT_EQ(Open(DEVICE_ACCESS_READONLY), GC_ERR_SUCCESS);
+    EXPECT_TRUE(m_hal.WritesTo(kCcp).empty());
+    EXPECT_TRUE(m_hal.WritesTo(kHeartbeat).empty());
+    EXPECT_FALSE(Flag(DEVICE_INFO_IS_CONNECTED));
+    EXPECT_EQ(Number(DEVICE_INFO_ACCESS_STATUS), DEVICE_ACCESS_STATUS_READONLY);
+    EXPECT_EQ(m_hal.deviceTimeoutMs, 750);
+    EXPECT_EQ(Number(DEVICE_INFO_TIMESTAMP_FREQUENCY), 1000000000);
+
+    m_hal.ClearCalls();
+    ASSERT_EQ(m_device->Close(), GC_ERR_SUCCESS);
+    m_opened = false;
+    EXPECT_TRUE(m_hal.WritesTo(kCcp).empty()); // nothing to give back
+    EXPECT_EQ(m_hal.closeCount, 1);
+}
+
+TEST_F(DeviceGevTest, ControlClaimsKeepsAndReleasesThePrivilege) {
+    m_hal.SetReg(kHeartbeat, 40); // a beat every 20 ms
+    ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
+    ASSERT_EQ(m_hal.WritesTo(kCcp).size(), 1u);
+    EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value, 6u); // control with switchover enabled
+    EXPECT_TRUE(m_hal.connected);
+    EXPECT_TRUE(Flag(DEVICE_INFO_IS_CONNECTED));
+    EXPECT_EQ(Number(DEVICE_INFO_ACCESS_STATUS), DEVICE_ACCESS_STATUS_READWRITE);
+    // Pending acks switched on, as the capability allows.
+    ASSERT_EQ(m_hal.WritesTo(kGvcpConfig).size(), 1u);
+    EXPECT_EQ(m_hal.WritesTo(kGvcpConfig)[0].value & 2u, 2u);
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    EXPECT_GE(m_hal.WritesTo(kHeartbeat).size(), 3u);
+
+    ASSERT_EQ(m_device->Close(), GC_ERR_SUCCESS);
+    m_opened = false;
+    const std::size_t beats = m_hal.WritesTo(kHeartbeat).size();
+    const auto release = m_hal.WritesTo(kCcp);
+    ASSERT_EQ(release.size(), 2u);
+    EXPECT_EQ(release[1].value & 3u, 0u);
+    // The heartbeat is over before the release, and stays over.
+    const auto calls = m_hal.Calls();
+    std::size_t releaseAt = 0;
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        if (calls[i].op == "WriteReg" && calls[i].address == kCcp) {
+            releaseAt = i;
+        }
+    }
+    for (std::size_t i = releaseAt; i < calls.size(); ++i) {
+        EXPECT_NE(calls[i].address, kHeartbeat);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_EQ(m_hal.WritesTo(kHeartbeat).size(), beats);
+    EXPECT_EQ(m_hal.closeCount, 1);
+}
+
+TEST_F(DeviceGevTest, ExclusiveSetsBothLowBits) {
+    ASSERT_EQ(Open(DEVICE_ACCESS_EXCLUSIVE), GC_ERR_SUCCESS);
+    ASSERT_EQ(m_hal.WritesTo(kCcp).size(), 1u);
+    EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value & 0xFFu, 3u);
+}
+
+TEST_F(DeviceGevTest, SwitchoverKeyGoesIntoTheHighHalf) {
+    unsigned short key = 0xBEEF;
+    ASSERT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_SUCCESS);
+    EXPECT_TRUE(m_hal.WritesTo(kSwitchoverKey).empty()); // not written before control
+    ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value, 0xBEEF0006u);
+
+    key = 0x1234;
+    ASSERT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_SUCCESS);
+    ASSERT_EQ(m_hal.WritesTo(kSwitchoverKey).size(), 1u);
+    EXPECT_EQ(m_hal.WritesTo(kSwitchoverKey)[0].value, 0x1234u);
+    unsigned short read = 0;
+    ASSERT_EQ(m_device->GetCcpSwitchoverKey(&read), GC_ERR_SUCCESS);
+    EXPECT_EQ(read, 0x1234);
+    EXPECT_EQ(m_device->GetCcpSwitchoverKey(nullptr), GC_ERR_INVALID_HANDLE);
+
+    m_hal.Fail(kSwitchoverKey, GC_ERR_ACCESS_DENIED);
+    EXPECT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_ACCESS_DENIED);
+    EXPECT_EQ(CachedError::Take().Text(),
+              "failed to write to CCP Switchover Key (0x095C) register");
+}
+
+TEST_F(DeviceGevTest, CameraWithoutPendingAcksIsNotConfigured) {
+    m_hal.SetReg(kCapability, 0);
+    ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
+    EXPECT_TRUE(m_hal.WritesTo(kGvcpConfig).empty());
+}
+
+TEST_F(DeviceGevTest, UnreadablePendingTimeoutMeans200ms) {
+    m_hal.Fail(kPendingTimeout);
+    ASSERT_EQ(Open(DEVICE_ACCESS_READONLY), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.deviceTimeoutMs, 200);
+}
+
+TEST_F(DeviceGevTest, RefusedClaimUndoesEverything) {
+    m_hal.Fail(kCcp, GC_ERR_ACCESS_DENIED);
+    EXPECT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_ACCESS_DENIED);
+    EXPECT_EQ(CachedError::Take().Text(), "failed to read CCP (0x0A00) register");
+    unsigned count = 9;
+    ASSERT_EQ(m_device->GetNumDataStreams(&count), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 0u);
+    EXPECT_TRUE(m_hal.WritesTo(kHeartbeat).empty());
+    EXPECT_EQ(m_hal.closeCount, 0); // the handle stays the caller's
+}
+
+TEST_F(DeviceGevTest, UnreadableCapabilityStopsTheHeartbeatAgain) {
+    m_hal.SetReg(kHeartbeat, 20);
+    m_hal.Fail(kCapability);
+    EXPECT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_TIMEOUT);
+    EXPECT_EQ(CachedError::Take().Text(), "failed to read GVCP Capability (0x0934) register");
+    const std::size_t beats = m_hal.WritesTo(kHeartbeat).size();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(m_hal.WritesTo(kHeartbeat).size(), beats);
+}
+
+TEST_F(DeviceGevTest, CloseOfASilentCameraStillReleasesEverything) {
+    ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
+    void* port = nullptr;
+    ASSERT_EQ(m_device->GetPort(&port), GC_ERR_SUCCESS);
+    m_hal.Fail(kCcp, GC_ERR_TIMEOUT);
+    EXPECT_EQ(m_device->Close(), GC_ERR_TIMEOUT);
+    m_opened = false;
+    EXPECT_EQ(m_hal.closeCount, 1);
+    unsigned count = 9;
+    ASSERT_EQ(m_device->GetNumDataStreams(&count), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 0u);
+}
+
+TEST_F(DeviceGevTest, GevInfoCommands) {
+    ASSERT_EQ(Open(DEVICE_ACCESS_READONLY), GC_ERR_SUCCESS);
+    EXPECT_EQ(Number(DEVICE_INFO_GEV_IP_ADDRESS), 0xC0A8D50AL);
+    EXPECT_EQ(Number(DEVICE_INFO_GEV_SUBNET_MASK), 0xFFFFFF00L);
+    EXPECT_EQ(Number(DEVICE_INFO_GEV_MAC_ADDRESS), 0x024B53000010L);
+    EXPECT_EQ(Number(DEVICE_INFO_GEV_DEFAULT_GATEWAY), 0);
+    EXPECT_FALSE(Flag(DEVICE_INFO_GEV_CONFIG_DHCP));
+    EXPECT_TRUE(Flag(DEVICE_INFO_GEV_CONFIG_PERSISTENT_IP));
+    EXPECT_EQ(Number(DeviceGev::kInfoEndiannessMechanism), 1);
+}
+
+TEST_F(DeviceGevTest, SetInfoWritesThePrivilegeAndTheMechanism) {
+    ASSERT_EQ(Open(DEVICE_ACCESS_READONLY), GC_ERR_SUCCESS);
+    long value = DEVICE_ACCESS_STATUS_READWRITE;
+    ASSERT_EQ(m_device->SetInfo(DEVICE_INFO_ACCESS_STATUS, INFO_DATATYPE_INT64, &value, 8),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.WritesTo(kCcp).back().value, 2u);
+    value = DEVICE_ACCESS_STATUS_READONLY;
+    ASSERT_EQ(m_device->SetInfo(DEVICE_INFO_ACCESS_STATUS, INFO_DATATYPE_INT64, &value, 8),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.WritesTo(kCcp).back().value, 0u);
+    const std::size_t writes = m_hal.WritesTo(kCcp).size();
+    value = 9;
+    ASSERT_EQ(m_device->SetInfo(DEVICE_INFO_ACCESS_STATUS, INFO_DATATYPE_INT64, &value, 8),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.WritesTo(kCcp).size(), writes);
+    EXPECT_EQ(Number(DEVICE_INFO_ACCESS_STATUS), DEVICE_ACCESS_STATUS_UNKNOWN);
+
+    // The remote port refuses access while the status is unknown.
+    void* port = nullptr;
+    ASSERT_EQ(m_device->GetPort(&port), GC_ERR_SUCCESS);
+    void* again = nullptr;
+    ASSERT_EQ(m_device->GetPort(&again), GC_ERR_SUCCESS);
+    EXPECT_EQ(port, again);
+
+    value = 0;
+    ASSERT_EQ(
+        m_device->SetInfo(DeviceGev::kInfoEndiannessMechanism, INFO_DATATYPE_INT64, &value, 8),
+        GC_ERR_SUCCESS);
+    EXPECT_EQ(Number(DeviceGev::kInfoEndiannessMechanism), 0);
+    EXPECT_EQ(m_device->SetInfo(DEVICE_INFO_VENDOR, INFO_DATATYPE_INT64, &value, 8),
+              GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(CachedError::Take().Text(), "only GEV devices are supported");
+}
+
+TEST_F(DeviceGevTest, StreamListPortUrlAndEvents) {
+    ASSERT_EQ(Open(DEVICE_ACCESS_READONLY), GC_ERR_SUCCESS);
+    unsigned count = 0;
+    ASSERT_EQ(m_device->GetNumDataStreams(&count), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 2u);
+
+    char id[8] = {};
+    unsigned long size = 0;
+    ASSERT_EQ(m_device->GetDataStreamID(1, nullptr, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(size, 2u);
+    ASSERT_EQ(m_device->GetDataStreamID(1, id, &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(id, "1");
+    EXPECT_EQ(m_device->GetDataStreamID(2, id, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().Text(), "iIndex >= m_streams.size()");
+    size = 1;
+    EXPECT_EQ(m_device->GetDataStreamID(0, id, &size), GC_ERR_BUFFER_TOO_SMALL);
+
+    void* stream = nullptr;
+    EXPECT_EQ(m_device->OpenDataStream("7", &stream), GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().Text(), "7 is not a valid ID");
+    EXPECT_EQ(m_device->OpenDataStream(nullptr, &stream), GC_ERR_INVALID_PARAMETER);
+
+    void* parent = nullptr;
+    ASSERT_EQ(m_device->GetParentIF(&parent), GC_ERR_SUCCESS);
+    EXPECT_EQ(parent, m_hIface);
+
+    ASSERT_EQ(m_device->GetPortURL(nullptr, &size), GC_ERR_SUCCESS);
+    const std::string url = "local:SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml;"
+                            "F0F00000;7A1D?SchemaVersion=1.0.0";
+    EXPECT_EQ(size, url.size() + 1);
+    unsigned urls = 0;
+    ASSERT_EQ(m_device->GetNumPortURLs(&urls), GC_ERR_SUCCESS);
+    EXPECT_EQ(urls, 1u);
+
+    void* event = nullptr;
+    EXPECT_EQ(m_device->RegisterEvent(EVENT_NEW_BUFFER, &event), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(CachedError::Take().Text(), "only EVENT_REMOTE_DEVICE is implemented");
+    EXPECT_EQ(m_device->UnregisterEvent(EVENT_ERROR), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(CachedError::Take().Text(), "only GenTL::EVENT_REMOTE_DEVICE is implemented");
+    EXPECT_EQ(m_device->UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(CachedError::Take().Text(), "the message channel 0 is not open");
+}
+
+} // namespace

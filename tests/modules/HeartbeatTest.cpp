@@ -1,0 +1,118 @@
+// The heartbeat thread against a camera in memory: it writes the timeout
+// register's own value every half timeout, follows a changed timeout, lives
+// through a silent camera, and ends promptly when told.
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include <boost/thread/thread.hpp>
+#include <gtest/gtest.h>
+
+#include "FakeDeviceHAL.h"
+#include "GenTL_KESTA.h"
+#include "modules/Heartbeat.h"
+#include "modules/ThreadPriority.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using GenTL::sk_addrHeartbeatTimeout;
+using kesta::test::FakeDeviceHAL;
+
+class Heartbeat : public ::testing::Test {
+protected:
+    void Start() {
+        m_running = true;
+        m_thread = boost::thread(GenTL::HeartbeatThread, &m_hal, m_device, std::cref(m_running));
+    }
+    /// Stops as DeviceGev::Close does; returns how long the join took.
+    Clock::duration Stop() {
+        const auto start = Clock::now();
+        m_running = false;
+        m_thread.interrupt();
+        m_thread.join();
+        return Clock::now() - start;
+    }
+    void TearDown() override {
+        if (m_thread.joinable()) {
+            Stop();
+        }
+    }
+    std::size_t Beats() const { return m_hal.WritesTo(sk_addrHeartbeatTimeout).size(); }
+
+    FakeDeviceHAL m_hal;
+    void* m_device = reinterpret_cast<void*>(0x1);
+    std::atomic<bool> m_running{false};
+    boost::thread m_thread;
+};
+
+TEST_F(Heartbeat, WritesTheTimeoutBackEveryHalfTimeout) {
+    m_hal.SetReg(sk_addrHeartbeatTimeout, 100); // a beat every 50 ms
+    Start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    Stop();
+    const auto writes = m_hal.WritesTo(sk_addrHeartbeatTimeout);
+    EXPECT_GE(writes.size(), 4u);
+    EXPECT_LE(writes.size(), 9u);
+    for (const auto& w : writes) {
+        EXPECT_EQ(w.value, 100u);
+    }
+}
+
+TEST_F(Heartbeat, FollowsAChangedTimeoutFromTheNextTurn) {
+    m_hal.SetReg(sk_addrHeartbeatTimeout, 600); // 300 ms per turn
+    m_hal.Pin(sk_addrHeartbeatTimeout);         // the camera keeps what the test sets
+    Start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(450));
+    const std::size_t slow = Beats();
+    EXPECT_LE(slow, 2u);
+
+    m_hal.SetReg(sk_addrHeartbeatTimeout, 40); // 20 ms per turn
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    Stop();
+    // One slow turn may still run out before the new value is read.
+    EXPECT_GE(Beats() - slow, 8u);
+    EXPECT_EQ(m_hal.WritesTo(sk_addrHeartbeatTimeout).back().value, 40u);
+}
+
+TEST_F(Heartbeat, SurvivesASilentCameraAndEndsOnClose) {
+    m_hal.SetReg(sk_addrHeartbeatTimeout, 60);
+    Start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    m_hal.Fail(sk_addrHeartbeatTimeout, GC_ERR_TIMEOUT);
+    const std::size_t beatsBefore = Beats();
+    const std::size_t readsBefore = m_hal.CallsTo("ReadReg").size();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_GT(m_hal.CallsTo("ReadReg").size(), readsBefore + 2); // still trying
+    EXPECT_EQ(Beats(), beatsBefore);                             // failed reads write nothing
+    EXPECT_LT(Stop(), std::chrono::milliseconds(500));
+}
+
+TEST_F(Heartbeat, UnreadableTimeoutEndsTheThreadWithoutABeat) {
+    m_hal.Fail(sk_addrHeartbeatTimeout, GC_ERR_TIMEOUT);
+    Start();
+    EXPECT_TRUE(m_thread.try_join_for(boost::chrono::seconds(2)));
+    EXPECT_EQ(Beats(), 0u);
+    EXPECT_EQ(m_hal.CallsTo("ReadReg").size(), 1u);
+}
+
+TEST_F(Heartbeat, StopDuringALongSleepIsPromptAndWritesNothing) {
+    m_hal.SetReg(sk_addrHeartbeatTimeout, 20000); // 10 s per turn
+    Start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_LT(Stop(), std::chrono::milliseconds(500));
+    EXPECT_EQ(Beats(), 0u);
+}
+
+TEST_F(Heartbeat, RefusedPrioritySettingDoesNotStopTheBeat) {
+    GenTL::ThreadPriority::m_priorityHeartbeatThread = 9;
+    m_hal.SetReg(sk_addrHeartbeatTimeout, 40);
+    Start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    Stop();
+    GenTL::ThreadPriority::m_priorityHeartbeatThread = GenTL::ThreadPriority::kNormal;
+    EXPECT_GE(Beats(), 3u);
+}
+
+} // namespace

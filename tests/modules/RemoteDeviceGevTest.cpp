@@ -1,0 +1,317 @@
+// RemoteDeviceGev against a camera in memory: chunking of memory accesses,
+// the legacy register path with its byte swap, the URL registers and the
+// manifest table, and the refusals with their texts.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CachedError.h"
+#include "FakeDeviceHAL.h"
+#include "GenTL_KESTA.h"
+#include "modules/DeviceRemoteGev.h"
+
+namespace {
+
+using GenTL::RemoteDeviceGev;
+using kesta::test::CachedError;
+using kesta::test::FakeDeviceHAL;
+
+constexpr unsigned kCapWriteMem = 1u << 1;
+constexpr unsigned kCapManifest = 1u << 26;
+constexpr unsigned kModeBigEndian = 1u << 31;
+
+class RemoteDevice : public ::testing::Test {
+protected:
+    std::unique_ptr<RemoteDeviceGev> Make(unsigned capabilities = kCapWriteMem,
+                                          long mechanism = RemoteDeviceGev::kEndiannessStandard,
+                                          long access = DEVICE_ACCESS_STATUS_READWRITE) {
+        auto port = std::make_unique<RemoteDeviceGev>(&m_hal, m_device, capabilities, mechanism,
+                                                      GenTL::PortInfo{}, access);
+        m_hal.ClearCalls();
+        CachedError::Clear();
+        return port;
+    }
+    void SetUrl(unsigned address, const std::string& text) {
+        std::vector<char> field(512, 0);
+        std::memcpy(field.data(), text.data(), text.size());
+        m_hal.SetBytes(address, field.data(), field.size());
+    }
+    std::string PortInfoText(RemoteDeviceGev& port, int cmd) {
+        char text[64] = {};
+        int type = 0;
+        unsigned long size = sizeof text;
+        EXPECT_EQ(port.GetPortInfo(cmd, &type, text, &size), GC_ERR_SUCCESS);
+        return text;
+    }
+    bool PortInfoFlag(RemoteDeviceGev& port, int cmd) {
+        bool flag = false;
+        int type = 0;
+        unsigned long size = 1;
+        EXPECT_EQ(port.GetPortInfo(cmd, &type, &flag, &size), GC_ERR_SUCCESS);
+        return flag;
+    }
+
+    FakeDeviceHAL m_hal;
+    void* m_device = reinterpret_cast<void*>(0x1);
+};
+
+TEST_F(RemoteDevice, PortFactsFollowTheStreamChannelEndiannessBit) {
+    m_hal.SetReg(GenTL::sk_addrScps, 1u << 29);
+    auto big = Make();
+    EXPECT_TRUE(PortInfoFlag(*big, PORT_INFO_BIG_ENDIAN));
+    EXPECT_FALSE(PortInfoFlag(*big, PORT_INFO_LITTLE_ENDIAN));
+    EXPECT_EQ(PortInfoText(*big, PORT_INFO_MODULE), "Device");
+    EXPECT_EQ(PortInfoText(*big, PORT_INFO_PORTNAME), "Device");
+
+    m_hal.SetReg(GenTL::sk_addrScps, 0);
+    auto little = Make();
+    EXPECT_FALSE(PortInfoFlag(*little, PORT_INFO_BIG_ENDIAN));
+    EXPECT_TRUE(PortInfoFlag(*little, PORT_INFO_LITTLE_ENDIAN));
+
+    // An unreadable register leaves the defaults and files nothing.
+    m_hal.SetReg(GenTL::sk_addrScps, 1u << 29);
+    m_hal.Fail(GenTL::sk_addrScps);
+    CachedError::Clear();
+    RemoteDeviceGev unread(&m_hal, m_device, 0, 1, GenTL::PortInfo{}, 1);
+    EXPECT_EQ(CachedError::Take().code, 0);
+    EXPECT_TRUE(PortInfoFlag(unread, PORT_INFO_LITTLE_ENDIAN));
+}
+
+TEST_F(RemoteDevice, StandardAccessIsChunkedAt536Bytes) {
+    std::vector<unsigned char> pattern(1200);
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        pattern[i] = static_cast<unsigned char>(i * 7);
+    }
+    m_hal.SetBytes(0x10000, pattern.data(), pattern.size());
+    auto port = Make();
+
+    struct Case {
+        unsigned long size;
+        std::vector<std::size_t> chunks;
+    };
+    for (const Case& c :
+         {Case{4, {4}}, Case{536, {536}}, Case{537, {536, 1}}, Case{1200, {536, 536, 128}}}) {
+        m_hal.ClearCalls();
+        std::vector<unsigned char> out(c.size);
+        unsigned long size = c.size;
+        ASSERT_EQ(port->ReadPort(0x10000, out.data(), &size), GC_ERR_SUCCESS) << c.size;
+        EXPECT_EQ(size, c.size);
+        EXPECT_TRUE(std::equal(out.begin(), out.end(), pattern.begin())) << c.size;
+        const auto reads = m_hal.CallsTo("ReadMem");
+        ASSERT_EQ(reads.size(), c.chunks.size()) << c.size;
+        for (std::size_t i = 0; i < reads.size(); ++i) {
+            EXPECT_EQ(reads[i].address, 0x10000u + 536 * i);
+            EXPECT_EQ(reads[i].length, c.chunks[i]);
+        }
+    }
+
+    m_hal.ClearCalls();
+    std::vector<unsigned char> in(600, 0xAB);
+    unsigned long size = in.size();
+    ASSERT_EQ(port->WritePort(0x20000, in.data(), &size), GC_ERR_SUCCESS);
+    const auto writes = m_hal.CallsTo("WriteMem");
+    ASSERT_EQ(writes.size(), 2u);
+    EXPECT_EQ(writes[1].address, 0x20000u + 536);
+    EXPECT_EQ(writes[1].length, 64u);
+    EXPECT_EQ(m_hal.Bytes(0x20000, 600), in);
+}
+
+TEST_F(RemoteDevice, FailedChunkEndsTheAccessAndLeavesTheDoneParts) {
+    auto port = Make();
+    m_hal.Fail(0x30000 + 536, GC_ERR_TIMEOUT);
+    std::vector<unsigned char> in(1200, 0x5A);
+    unsigned long size = in.size();
+    EXPECT_EQ(port->WritePort(0x30000, in.data(), &size), GC_ERR_TIMEOUT);
+    EXPECT_EQ(size, 1200u);
+    EXPECT_EQ(m_hal.CallsTo("WriteMem").size(), 2u); // the third chunk is not tried
+    EXPECT_EQ(m_hal.Bytes(0x30000, 536), std::vector<unsigned char>(536, 0x5A));
+    const CachedError e = CachedError::Take();
+    EXPECT_EQ(e.code, GC_ERR_TIMEOUT);
+    EXPECT_GE(e.count, 2u); // each level on the way up adds its line
+}
+
+TEST_F(RemoteDevice, LegacyFourByteAccessSwapsForBigEndianDevices) {
+    m_hal.SetReg(0x10000, 0x11223344);
+    unsigned char out[4] = {};
+    unsigned long size = 4;
+
+    m_hal.SetReg(GenTL::sk_addrDeviceMode, kModeBigEndian | 1);
+    auto big = Make(kCapWriteMem, RemoteDeviceGev::kEndiannessLegacy);
+    ASSERT_EQ(big->ReadPort(0x10000, out, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.CallsTo("ReadReg").size(), 1u);
+    EXPECT_EQ(m_hal.CallsTo("ReadMem").size(), 0u);
+    const unsigned char wire[4] = {0x11, 0x22, 0x33, 0x44};
+    EXPECT_EQ(std::memcmp(out, wire, 4), 0);
+
+    const unsigned char value[4] = {0xA1, 0xB2, 0xC3, 0xD4};
+    ASSERT_EQ(big->WritePort(0x10004, value, &size), GC_ERR_SUCCESS);
+    ASSERT_EQ(m_hal.CallsTo("WriteReg").size(), 1u);
+    EXPECT_EQ(m_hal.Reg(0x10004), 0xA1B2C3D4u);
+
+    m_hal.SetReg(GenTL::sk_addrDeviceMode, 1);
+    auto little = Make(kCapWriteMem, RemoteDeviceGev::kEndiannessLegacy);
+    unsigned host = 0;
+    ASSERT_EQ(little->ReadPort(0x10000, &host, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(host, 0x11223344u); // the register's value as a number of this host
+}
+
+TEST_F(RemoteDevice, LegacyLongWritesUseRegisterBlocksWithoutWriteMem) {
+    const unsigned char data[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    unsigned long size = 8;
+    auto noWriteMem = Make(0, RemoteDeviceGev::kEndiannessLegacy);
+    ASSERT_EQ(noWriteMem->WritePort(0x10000, data, &size), GC_ERR_SUCCESS);
+    const auto blocks = m_hal.CallsTo("WriteRegBlock");
+    ASSERT_EQ(blocks.size(), 1u);
+    EXPECT_EQ(blocks[0].length, 2u);
+    EXPECT_EQ(m_hal.Reg(0x10000), 0x01020304u); // buffer bytes went out as they stood
+    EXPECT_EQ(m_hal.Reg(0x10004), 0x05060708u);
+
+    auto withWriteMem = Make(kCapWriteMem, RemoteDeviceGev::kEndiannessLegacy);
+    size = 10;
+    ASSERT_EQ(withWriteMem->WritePort(0x20000, data, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.CallsTo("WriteRegBlock").size(), 0u);
+    EXPECT_EQ(m_hal.CallsTo("WriteMem").size(), 1u);
+
+    // A legacy read of other than four bytes takes the memory path.
+    char out[8];
+    size = 8;
+    ASSERT_EQ(withWriteMem->ReadPort(0x10000, out, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.CallsTo("ReadMem").size(), 1u);
+}
+
+TEST_F(RemoteDevice, RefusalsCarryTheirCodesAndTexts) {
+    char buffer[8];
+    unsigned long size = 4;
+    auto port = Make();
+    EXPECT_EQ(port->WritePort(0, nullptr, &size), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "pBuffer==nullptr");
+    EXPECT_EQ(port->WritePort(0, buffer, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piSize==nullptr");
+    EXPECT_EQ(port->ReadPort(0, nullptr, &size), GC_ERR_INVALID_PARAMETER);
+
+    auto unknown = Make(kCapWriteMem, 1, DEVICE_ACCESS_STATUS_UNKNOWN);
+    EXPECT_EQ(unknown->WritePort(0, buffer, &size), GC_ERR_ABORT);
+    EXPECT_EQ(CachedError::Take().Text(), "m_accessStatus==DEVICE_ACCESS_STATUS_UNKNOWN");
+    EXPECT_EQ(unknown->ReadPort(0, buffer, &size), GC_ERR_ABORT);
+    unknown->SetAccessStatus(DEVICE_ACCESS_STATUS_READONLY);
+    EXPECT_EQ(unknown->ReadPort(0, buffer, &size), GC_ERR_SUCCESS);
+
+    m_hal.ClearCalls();
+    port->SetEndianessMechanism(7);
+    EXPECT_EQ(port->ReadPort(0, buffer, &size), GC_ERR_INVALID_ID);
+    EXPECT_EQ(port->WritePort(0, buffer, &size), GC_ERR_INVALID_ID);
+    EXPECT_EQ(CachedError::Take().Text(), "m_endiannessMechanism is not set to a valid value");
+    EXPECT_TRUE(m_hal.Calls().empty());
+
+    void* event = nullptr;
+    EXPECT_EQ(port->RegisterEvent(EVENT_REMOTE_DEVICE, &event), GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(port->UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_NOT_AVAILABLE);
+    S_PORT_REGISTER_STACK_ENTRY entry{};
+    unsigned long count = 1;
+    EXPECT_EQ(port->ReadPortStacked(&entry, &count), GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(port->WritePortStacked(&entry, &count), GC_ERR_NOT_AVAILABLE);
+}
+
+TEST_F(RemoteDevice, PortUrlComesFromTheFirstUrlRegisterWithTwoZeroBytes) {
+    const std::string url = "Local:camera.zip;10000000;4D2";
+    SetUrl(GenTL::sk_addrFirstUrl, url);
+    SetUrl(GenTL::sk_addrSecondUrl, "Local:second.xml;20000000;10");
+    auto port = Make();
+
+    unsigned long size = 0;
+    ASSERT_EQ(port->GetPortURL(nullptr, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(size, url.size() + 2);
+
+    std::vector<char> text(size, 'x');
+    ASSERT_EQ(port->GetPortURL(text.data(), &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(std::string(text.data()), url);
+    EXPECT_EQ(text[url.size()], '\0');
+    EXPECT_EQ(text[url.size() + 1], '\0');
+
+    // Too small: refused, and the second register is not tried.
+    m_hal.ClearCalls();
+    size = url.size() + 1;
+    EXPECT_EQ(port->GetPortURL(text.data(), &size), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, url.size() + 2);
+    const CachedError e = CachedError::Take();
+    EXPECT_NE(e.count, 0u);
+    EXPECT_EQ(m_hal.CallsTo("ReadMem").size(), 1u);
+
+    // An unreadable first URL falls back to the second.
+    m_hal.Fail(GenTL::sk_addrFirstUrl);
+    size = text.size();
+    text.assign(64, 'x');
+    size = text.size();
+    ASSERT_EQ(port->GetPortURL(text.data(), &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(std::string(text.data()), "Local:second.xml;20000000;10");
+}
+
+TEST_F(RemoteDevice, ManifestEntriesGiveUrlsAndVersions) {
+    SetUrl(0x0200, "Local:first.xml;100000;10");
+    SetUrl(0xA000, "Local:second.zip;200000;20");
+    // Head: two entries. Entry 0: file 1.2.3, schema 1.1; entry 1: file 3.0.0, schema 1.0.
+    m_hal.SetReg(GenTL::sk_addrManifestTable, 2u << 26);
+    m_hal.SetReg(GenTL::sk_addrManifestTable + 8,
+                 1u << 26 | 2u << 20 | 3u << 14 | 1u << 8 | 1u << 2);
+    m_hal.SetReg(GenTL::sk_addrManifestTable + 12, 0x0200);
+    m_hal.SetReg(GenTL::sk_addrManifestTable + 16, 3u << 26 | 1u << 8);
+    m_hal.SetReg(GenTL::sk_addrManifestTable + 20, 0xA000);
+
+    auto none = Make(kCapWriteMem);
+    unsigned count = 99;
+    ASSERT_EQ(none->GetNumPortURLs(&count), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 0u);
+    EXPECT_TRUE(m_hal.Calls().empty()); // no manifest capability: not even asked
+
+    auto port = Make(kCapWriteMem | kCapManifest);
+    ASSERT_EQ(port->GetNumPortURLs(&count), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(m_hal.CallsTo("ReadRegBlock").size(), 3u);
+
+    auto number = [&](unsigned index, int cmd) {
+        int type = 0;
+        long value = 0; // wide enough for both the 32- and the 64-bit answers
+        unsigned long size = sizeof value;
+        EXPECT_EQ(port->GetPortURLInfo(index, cmd, &type, &value, &size), GC_ERR_SUCCESS);
+        return size == 4 ? static_cast<long>(static_cast<int>(value)) : value;
+    };
+    EXPECT_EQ(number(0, URL_INFO_FILE_VER_MAJOR), 1);
+    EXPECT_EQ(number(0, URL_INFO_FILE_VER_MINOR), 2);
+    EXPECT_EQ(number(0, URL_INFO_FILE_VER_SUBMINOR), 3);
+    EXPECT_EQ(number(0, URL_INFO_SCHEMA_VER_MAJOR), 1);
+    EXPECT_EQ(number(0, URL_INFO_SCHEMA_VER_MINOR), 1);
+    EXPECT_EQ(number(1, URL_INFO_FILE_VER_MAJOR), 3);
+    EXPECT_EQ(number(1, URL_INFO_SCHEMA_VER_MINOR), 0);
+    EXPECT_EQ(number(1, URL_INFO_FILE_REGISTER_ADDRESS), 0xA000);
+    EXPECT_EQ(number(1, URL_INFO_SCHEME), URL_SCHEME_LOCAL);
+
+    char text[64] = {};
+    int type = 0;
+    unsigned long size = sizeof text;
+    ASSERT_EQ(port->GetPortURLInfo(1, URL_INFO_URL, &type, text, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(type, INFO_DATATYPE_STRING);
+    EXPECT_EQ(std::string(text), "Local:second.zip;200000;20");
+
+    EXPECT_EQ(port->GetPortURLInfo(2, URL_INFO_URL, &type, text, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(port->GetPortURLInfo(0, URL_INFO_URL, nullptr, text, &size),
+              GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piType==nullptr");
+    EXPECT_EQ(port->GetPortURLInfo(0, URL_INFO_FILE_SHA1_HASH, &type, text, &size),
+              GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(CachedError::Take().Text(),
+              "URL_INFO_CMD URL_INFO_FILE_SHA1_HASH is not implemented");
+    EXPECT_EQ(port->GetPortURLInfo(0, 42, &type, text, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(CachedError::Take().Text().rfind(
+                  "URL_INFO_CMD must be one of :\nGenTL::URL_INFO_URL, "
+                  "GenTL::URL_INFO_SCHEMA_VER_MAJOR, GenTL::URL_INFO_SCHEMA_VER_MINOR",
+                  0),
+              0u);
+
+    unsigned* nothing = nullptr;
+    EXPECT_EQ(port->GetNumPortURLs(nothing), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(CachedError::Take().Text(), "piNumURLs==nullptr");
+}
+
+} // namespace

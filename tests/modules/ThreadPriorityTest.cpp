@@ -1,0 +1,82 @@
+// ThreadPriority: each setting maps to its scheduling policy on the calling
+// thread; bad settings and refusals leave the thread as it was. Every case
+// runs on a thread of its own so that the test runner keeps its scheduling.
+#include <pthread.h>
+#include <sched.h>
+
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "CachedError.h"
+#include "GenTL_KESTA.h"
+#include "modules/ThreadPriority.h"
+
+namespace {
+
+using GenTL::ThreadPriority;
+
+struct Outcome {
+    int rc = 0;
+    int policy = -1;
+    int priority = -1;
+    kesta::test::CachedError error;
+};
+
+Outcome ApplyOnFreshThread(long setting) {
+    Outcome out;
+    std::thread t([&] {
+        kesta::test::CachedError::Clear();
+        out.rc = ThreadPriority::ApplyThreadPrioritySetting(setting);
+        sched_param param{};
+        pthread_getschedparam(pthread_self(), &out.policy, &param);
+        out.priority = param.sched_priority;
+        out.error = kesta::test::CachedError::Take();
+    });
+    t.join();
+    return out;
+}
+
+TEST(ThreadPriority, SettingsMapToTheirPolicies) {
+    const Outcome idle = ApplyOnFreshThread(ThreadPriority::kBelowNormal);
+    EXPECT_EQ(idle.rc, GC_ERR_SUCCESS);
+    EXPECT_EQ(idle.policy, SCHED_IDLE);
+
+    const Outcome normal = ApplyOnFreshThread(ThreadPriority::kNormal);
+    EXPECT_EQ(normal.rc, GC_ERR_SUCCESS);
+    EXPECT_EQ(normal.policy, SCHED_OTHER);
+
+    const Outcome batch = ApplyOnFreshThread(ThreadPriority::kAboveNormal);
+    EXPECT_EQ(batch.rc, GC_ERR_SUCCESS);
+    EXPECT_EQ(batch.policy, SCHED_BATCH);
+}
+
+TEST(ThreadPriority, CriticalIsRoundRobinOrRefusedWithoutPrivilege) {
+    const Outcome rr = ApplyOnFreshThread(ThreadPriority::kCritical);
+    if (rr.rc == GC_ERR_SUCCESS) {
+        EXPECT_EQ(rr.policy, SCHED_RR);
+        EXPECT_EQ(rr.priority, 20);
+    } else {
+        // Without CAP_SYS_NICE the system says no and nothing changes.
+        EXPECT_EQ(rr.rc, GC_ERR_IO);
+        EXPECT_EQ(rr.error.Text(), "Failed to set Thread priority!");
+        EXPECT_EQ(rr.policy, SCHED_OTHER);
+    }
+}
+
+TEST(ThreadPriority, UnknownSettingIsRefusedAndChangesNothing) {
+    for (long setting : {-1L, 4L, 9L}) {
+        const Outcome out = ApplyOnFreshThread(setting);
+        EXPECT_EQ(out.rc, GC_ERR_INVALID_PARAMETER) << setting;
+        EXPECT_EQ(out.error.code, GC_ERR_INVALID_PARAMETER) << setting;
+        EXPECT_EQ(out.policy, SCHED_OTHER) << setting;
+    }
+}
+
+TEST(ThreadPriority, ProcessWideSettingsStartNormal) {
+    EXPECT_EQ(ThreadPriority::m_priorityGrabThread.load(), ThreadPriority::kNormal);
+    EXPECT_EQ(ThreadPriority::m_priorityEventThread.load(), ThreadPriority::kNormal);
+    EXPECT_EQ(ThreadPriority::m_priorityHeartbeatThread.load(), ThreadPriority::kNormal);
+}
+
+} // namespace
