@@ -22,6 +22,10 @@
 
 #include "CtiTest.h"
 
+// Present in builds with the leak checker only.
+extern "C" void __lsan_disable() __attribute__((weak));
+extern "C" void __lsan_enable() __attribute__((weak));
+
 namespace {
 
 using kesta::test::CtiTest;
@@ -121,6 +125,18 @@ protected:
     TL_HANDLE OpenSystem() {
         TL_HANDLE hTL = nullptr;
         EXPECT_EQ(Lib().TLOpen(&hTL), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        return hTL;
+    }
+    /// TLOpen of a system that the test leaves to GCCloseLib, which keeps it
+    /// allocated for good: the leak checker is told to pass over it.
+    TL_HANDLE OpenSystemLeftAllocated() {
+        if (__lsan_disable != nullptr) {
+            __lsan_disable();
+        }
+        TL_HANDLE hTL = OpenSystem();
+        if (__lsan_enable != nullptr) {
+            __lsan_enable();
+        }
         return hTL;
     }
     IF_HANDLE OpenTestBedInterface(TL_HANDLE hTL) {
@@ -268,7 +284,7 @@ TEST_F(OneCamera, SystemAndInterfaceFactsAndPorts) {
 }
 
 TEST_F(OneCamera, WholeLifeWithSecondOpensRefusedAndThingsLeftOpen) {
-    TL_HANDLE hTL = OpenSystem();
+    TL_HANDLE hTL = OpenSystemLeftAllocated();
     ASSERT_NE(hTL, nullptr);
     TL_HANDLE second = nullptr;
     EXPECT_EQ(Lib().TLOpen(&second), GC_ERR_RESOURCE_IN_USE);
@@ -310,10 +326,13 @@ TEST_F(OneCamera, WholeLifeWithSecondOpensRefusedAndThingsLeftOpen) {
     ASSERT_NE(hIface, nullptr);
     // TLClose closes the interface that is still open.
     ASSERT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-    hTL = OpenSystem();
+    hTL = OpenSystemLeftAllocated();
     ASSERT_NE(hTL, nullptr);
     EXPECT_NE(OpenTestBedInterface(hTL), nullptr);
     EXPECT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS);
+    // Initialized again, so that the fixture's own close succeeds and
+    // releases the error cache before the library is unloaded.
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
 }
 
 TEST_F(OneCamera, DeviceListRefusalsReachTheConsumerWordForWord) {
