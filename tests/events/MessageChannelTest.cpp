@@ -1,0 +1,243 @@
+// The message channel's buffers and queues, and the remote-device event on
+// top of them; the receive thread is played by the test.
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "api/Error.h"
+#include "api/GenTLHandle.h"
+#include "events/MCBuffer.h"
+#include "events/MessageChannel.h"
+#include "events/RemoteDeviceEvent.h"
+
+namespace {
+
+using GenTL::IEvent;
+using GenTL::MCBuffer;
+
+std::string LastErrorText() {
+    GenTL::Error e;
+    if (GenTL::ErrorCache::GetErrorCache()->Peak(e) != GC_ERR_SUCCESS) {
+        return "";
+    }
+    return e.Message();
+}
+
+/// The channel with the receive thread's two steps made callable.
+class Channel : public GenTL::MessageChannel {
+public:
+    /// Receives one message into the oldest queued buffer.
+    bool Receive(const std::vector<std::uint8_t>& packet) {
+        void* h = TakeInputBuffer(0);
+        if (h == nullptr) {
+            return false;
+        }
+        auto* b = static_cast<MCBuffer*>(GenTL::CastHandleToIBufferPtr(h));
+        std::memcpy(b->data, packet.data(), packet.size());
+        b->filled = packet.size();
+        PutOutputBuffer(h);
+        return true;
+    }
+};
+
+class MessageChannelTest : public ::testing::Test {
+protected:
+    void SetUp() override { GenTL::ErrorCache::GetErrorCache()->Clear(); }
+    void TearDown() override { GenTL::ErrorCache::ReleaseErrorCache(); }
+
+    std::uint64_t Info(int cmd) {
+        std::uint64_t value = 0;
+        int type = 0;
+        unsigned long size = sizeof value;
+        EXPECT_EQ(channel.GetInfo(cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
+        EXPECT_EQ(type, INFO_DATATYPE_UINT64) << cmd;
+        return value;
+    }
+    std::vector<void*> AnnounceAndQueue(int count) {
+        std::vector<void*> handles;
+        for (int i = 0; i < count; ++i) {
+            void* h = nullptr;
+            EXPECT_EQ(channel.AllocAndAnnounceBuffer(576, &tags[i], &h), GC_ERR_SUCCESS);
+            EXPECT_EQ(channel.QueueBuffer(h), GC_ERR_SUCCESS);
+            handles.push_back(h);
+        }
+        return handles;
+    }
+
+    Channel channel;
+    int tags[4] = {};
+};
+
+TEST_F(MessageChannelTest, AnnounceQueueAndRevoke) {
+    void* h = nullptr;
+    EXPECT_EQ(channel.AllocAndAnnounceBuffer(576, nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_NE(LastErrorText().find("phBuffer==nullptr"), std::string::npos);
+    ASSERT_EQ(channel.AllocAndAnnounceBuffer(576, &tags[0], &h), GC_ERR_SUCCESS);
+    EXPECT_EQ(Info(MC_INFO_NUM_ANNOUNCED), 1u);
+    EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 0u);
+
+    void* id = nullptr;
+    ASSERT_EQ(channel.GetBufferID(0, &id), GC_ERR_SUCCESS);
+    EXPECT_EQ(id, h);
+    EXPECT_EQ(channel.GetBufferID(1, &id), GC_ERR_INVALID_INDEX);
+    EXPECT_NE(LastErrorText().find("iIndex >= m_announcedBuffers.size()"), std::string::npos);
+
+    ASSERT_EQ(channel.QueueBuffer(h), GC_ERR_SUCCESS);
+    EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 1u);
+    EXPECT_EQ(channel.RevokeBuffer(h, nullptr), GC_ERR_BUSY);
+    EXPECT_NE(LastErrorText().find("Buffer in use"), std::string::npos);
+
+    // Flush drops the handles; the buffers stay announced.
+    ASSERT_EQ(channel.Flush(), GC_ERR_SUCCESS);
+    EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 0u);
+    void* user = nullptr;
+    ASSERT_EQ(channel.RevokeBuffer(h, &user), GC_ERR_SUCCESS);
+    EXPECT_EQ(user, &tags[0]);
+    EXPECT_EQ(Info(MC_INFO_NUM_ANNOUNCED), 0u);
+    EXPECT_NE(GenTL::CheckHandle(h), GC_ERR_SUCCESS);
+}
+
+TEST_F(MessageChannelTest, QueueAndInfoRefuseHandlesOfOtherKinds) {
+    GenTL::RemoteDeviceEvent notABuffer(&channel);
+    void* h = nullptr;
+    ASSERT_EQ(GenTL::AllocateHandle(&h, static_cast<IEvent*>(&notABuffer)), GC_ERR_SUCCESS);
+    EXPECT_EQ(channel.QueueBuffer(h), GC_ERR_INVALID_HANDLE);
+    EXPECT_NE(LastErrorText().find("hBuffer is not a valid buffer type"), std::string::npos);
+    int type = 0;
+    std::uint64_t value = 0;
+    unsigned long size = sizeof value;
+    EXPECT_EQ(channel.GetBufferInfo(h, BUFFER_INFO_SIZE, &type, &value, &size),
+              GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(channel.RevokeBuffer(h, nullptr), GC_ERR_INVALID_HANDLE);
+    GenTL::DeleteHandle(h);
+    EXPECT_EQ(channel.QueueBuffer(nullptr), GC_ERR_INVALID_HANDLE);
+}
+
+TEST_F(MessageChannelTest, BufferInfoAndChannelInfo) {
+    std::vector<void*> h = AnnounceAndQueue(1);
+    ASSERT_TRUE(channel.Receive(std::vector<std::uint8_t>(40, 0xAB)));
+    int type = 0;
+    std::uint64_t value = 0;
+    unsigned long size = sizeof value;
+    ASSERT_EQ(channel.GetBufferInfo(h[0], 4, &type, &value, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(value, 40u);
+    ASSERT_EQ(channel.GetBufferInfo(h[0], BUFFER_INFO_SIZE, &type, &value, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(value, 576u);
+    void* pointer = nullptr;
+    size = sizeof pointer;
+    ASSERT_EQ(channel.GetBufferInfo(h[0], BUFFER_INFO_USER_PTR, &type, &pointer, &size),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(type, INFO_DATATYPE_PTR);
+    EXPECT_EQ(pointer, &tags[0]);
+    EXPECT_EQ(channel.GetBufferInfo(h[0], 5, &type, &value, &size), GC_ERR_INVALID_INDEX);
+
+    EXPECT_EQ(Info(MC_INFO_NUM_AWAIT_DELIVERY), 1u);
+    EXPECT_EQ(Info(MC_INFO_NUM_UNDERRUN), 0u);
+    bool grabbing = true;
+    size = 1;
+    ASSERT_EQ(channel.GetInfo(MC_INFO_IS_GRABBING, &type, &grabbing, &size), GC_ERR_SUCCESS);
+    EXPECT_FALSE(grabbing);
+    EXPECT_EQ(channel.GetInfo(12, &type, &value, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_NE(LastErrorText().find("MC_INFO_CMD must be one of :\nGenTL::MC_INFO_ID ,"),
+              std::string::npos);
+}
+
+TEST_F(MessageChannelTest, TransportOperationsRefuseInTheBase) {
+    EXPECT_FALSE(channel.IsOpen());
+    EXPECT_EQ(channel.Open(nullptr, false), GC_ERR_SUCCESS);
+    EXPECT_FALSE(channel.IsOpen());
+    EXPECT_EQ(channel.StartListening(), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_NE(LastErrorText().find("only GEV message channels are supported"), std::string::npos);
+    unsigned long size = 0;
+    EXPECT_EQ(channel.GetPortURL(nullptr, &size), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(channel.Close(), GC_ERR_SUCCESS);
+}
+
+TEST_F(MessageChannelTest, WaitTimesOutIsKilledAndDelivers) {
+    void* h = nullptr;
+    EXPECT_EQ(channel.WaitOnNewBuffer(&h, 0), GC_ERR_TIMEOUT);
+    EXPECT_EQ(channel.WaitOnNewBuffer(&h, 1UL << 63), GC_ERR_INVALID_PARAMETER);
+
+    // A kill ends a wait in another thread.
+    std::thread killer([this] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        channel.KillWaitForNewBuffer();
+    });
+    EXPECT_EQ(channel.WaitOnNewBuffer(&h, GENTL_INFINITE), GC_ERR_ABORT);
+    killer.join();
+
+    // A kill with a message ready stays armed: the message comes first.
+    std::vector<void*> queued = AnnounceAndQueue(1);
+    ASSERT_TRUE(channel.Receive({1, 2, 3}));
+    channel.KillWaitForNewBuffer();
+    ASSERT_EQ(channel.WaitOnNewBuffer(&h, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(h, queued[0]);
+    EXPECT_EQ(channel.WaitOnNewBuffer(&h, 1000), GC_ERR_ABORT);
+    EXPECT_EQ(Info(MC_INFO_NUM_DELIVERED), 1u);
+}
+
+TEST_F(MessageChannelTest, EventRegistrationIsNotSymmetric) {
+    void* event = nullptr;
+    EXPECT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(channel.UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_NE(LastErrorText().find("m_pRemoteDeviceEvent != nullptr"), std::string::npos);
+    ASSERT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, &event), GC_ERR_SUCCESS);
+    void* second = nullptr;
+    EXPECT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, &second), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_NE(LastErrorText().find("an event is already registered on the message channel"),
+              std::string::npos);
+    EXPECT_EQ(channel.RegisterEvent(EVENT_NEW_BUFFER, &second), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(channel.UnregisterEvent(EVENT_NEW_BUFFER), GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(channel.RegisterEvent(EVENT_FEATURE_CHANGE, &second), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(channel.UnregisterEvent(EVENT_FEATURE_CHANGE), GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(channel.RegisterEvent(42, &second), GC_ERR_INVALID_INDEX);
+    ASSERT_EQ(channel.UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_SUCCESS);
+    ASSERT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, &event), GC_ERR_SUCCESS);
+    // The channel deletes the event with itself.
+}
+
+TEST_F(MessageChannelTest, RemoteDeviceEventHandsOutWholePacketsAndRequeues) {
+    void* hEvent = nullptr;
+    ASSERT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, &hEvent), GC_ERR_SUCCESS);
+    auto* event = dynamic_cast<IEvent*>(GenTL::CastHandle(hEvent));
+    ASSERT_NE(event, nullptr);
+
+    unsigned long size = 0;
+    ASSERT_EQ(event->GetData(nullptr, &size, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(size, 576u);
+    std::vector<std::uint8_t> out(576);
+    std::vector<void*> h = AnnounceAndQueue(1);
+    std::vector<std::uint8_t> packet(40);
+    for (std::size_t i = 0; i < packet.size(); ++i) {
+        packet[i] = static_cast<std::uint8_t>(i);
+    }
+    ASSERT_TRUE(channel.Receive(packet));
+    size = 575;
+    EXPECT_EQ(event->GetData(out.data(), &size, 0), GC_ERR_BUFFER_TOO_SMALL);
+    int type = 0;
+    std::uint64_t count = 0;
+    unsigned long countSize = sizeof count;
+    ASSERT_EQ(event->GetInfo(EVENT_NUM_IN_QUEUE, &type, &count, &countSize), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 1u);
+
+    size = out.size();
+    ASSERT_EQ(event->GetData(out.data(), &size, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(size, 40u);
+    EXPECT_TRUE(std::equal(packet.begin(), packet.end(), out.begin()));
+    EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 1u); // back in the input queue
+    countSize = sizeof count;
+    ASSERT_EQ(event->GetInfo(EVENT_NUM_FIRED, &type, &count, &countSize), GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 1u);
+
+    size = out.size();
+    EXPECT_EQ(event->GetData(out.data(), &size, 0), GC_ERR_TIMEOUT);
+    ASSERT_EQ(event->Kill(), GC_ERR_SUCCESS);
+    EXPECT_EQ(event->GetData(out.data(), &size, 0), GC_ERR_ABORT);
+    ASSERT_EQ(event->Flush(), GC_ERR_SUCCESS);
+    EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 0u);
+}
+
+} // namespace
