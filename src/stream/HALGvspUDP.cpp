@@ -185,6 +185,15 @@ void TraverseFirewallOrLog(IHALGev* hal, void* device, StreamHandle& stream,
     }
 }
 
+/// Where a group's socket binds: the kernel hands a group's datagrams only
+/// to sockets bound to the group or to any address, never to one bound to
+/// the adapter's own address. The join stays on the default interface.
+sockaddr_in GroupBindAddress(const sockaddr_in& adapter) {
+    sockaddr_in any = adapter;
+    any.sin_addr.s_addr = htonl(INADDR_ANY);
+    return any;
+}
+
 /// The stream's multicast group in host order.
 int MulticastGroup(std::uint32_t& group) {
     in_addr address{};
@@ -213,6 +222,9 @@ HALGvspUDP::~HALGvspUDP() {
     while (m_leaderWaiters > 0) {
         m_leaderCondition.wait(lock);
     }
+    lock.unlock();
+    // A layer deleted without Stop must not leak its descriptor.
+    m_stream.m_pSocket->Close();
 }
 
 int HALGvspUDP::Start(IHALGev* hal, void* device, StreamStartParams& params) {
@@ -303,8 +315,8 @@ int HALGvspUDP::StartMulticast(IHALGev* hal, void* device, const sockaddr_in& ad
     }
     m_stream.m_pSocket->Close();
 
-    if (const int rc =
-            m_stream.m_pSocket->OpenAndBindSocketForMulticast(adapter, static_cast<int>(group))) {
+    if (const int rc = m_stream.m_pSocket->OpenAndBindSocketForMulticast(GroupBindAddress(adapter),
+                                                                         static_cast<int>(group))) {
         LogStartFailure("GenTL::HALGvspUDP::Start OpenAndBindSocket");
         return ChainError(rc);
     }
@@ -328,7 +340,8 @@ int HALGvspUDP::StartListener(IHALGev* hal, void* device, const sockaddr_in& ada
         return ChainError(rc);
     }
     if (const int rc = m_stream.m_pSocket->OpenAndBindSocketForMulticastListening(
-            adapter, static_cast<int>(group), static_cast<unsigned short>(scp & 0xFFFF))) {
+            GroupBindAddress(adapter), static_cast<int>(group),
+            static_cast<unsigned short>(scp & 0xFFFF))) {
         LogStartFailure("GenTL::HALGvspUDP::Start OpenAndBindSocket");
         return ChainError(rc);
     }

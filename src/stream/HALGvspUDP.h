@@ -62,7 +62,7 @@ public:
     /// Uses socket as the stream's socket object (tests put a stand-in
     /// here); a null socket makes a new one.
     explicit HALGvspUDP(std::shared_ptr<OverlappedSocket> socket);
-    /// Frees every waiter of WaitForNextLeader first.
+    /// Frees every waiter of WaitForNextLeader, then closes the socket.
     ~HALGvspUDP() override;
     HALGvspUDP(const HALGvspUDP&) = delete;
     HALGvspUDP& operator=(const HALGvspUDP&) = delete;
