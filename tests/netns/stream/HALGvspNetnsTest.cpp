@@ -1,0 +1,364 @@
+// The GVSP layer over UDP against simulated cameras, inside the network
+// namespaces of tests/netns/run-with-camera: what the camera's registers
+// hold after Start and Stop, the firewall datagram, packet size negotiation
+// over real links, extended ids, and multicast with a controlling and a
+// listening application at once. Each CTest entry runs one group by filter.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "GenTL_KESTA.h"
+#include "NetnsSupport.h"
+#include "api/Error.h"
+#include "hal/HALGev.h"
+#include "hal/SocketHelper.h"
+#include "stream/GvspCapabilities.h"
+#include "stream/HALGvspUDP.h"
+
+namespace GenTL {
+namespace {
+
+using namespace kesta_netns;
+
+constexpr unsigned sk_addrCcp = 0x0A00;
+constexpr unsigned kCcpControl = 2;
+// The simulated camera's acquisition registers.
+constexpr unsigned kAcquisitionMode = 0x10010;
+constexpr unsigned kAcquisitionStart = 0x10014;
+constexpr unsigned kAcquisitionStop = 0x10018;
+constexpr long kDiscoveryMs = 300;
+constexpr std::uint32_t kGroup = 0xEF0A0A0A; // 239.10.10.10
+
+/// One application on one host namespace: a HALGev, the adapter with the
+/// given address, the first camera opened (with control or without), and a
+/// GVSP layer. Everything is made on the calling thread, whose namespace
+/// the sockets belong to.
+class Application {
+public:
+    Application(std::uint32_t adapterIp, bool control) {
+        m_hal.reset(new HALGev("/nonexistent/KestaGentl.cfg"));
+        std::vector<std::string> ids;
+        m_hal->GetInterfaces(ids);
+        for (const std::string& id : ids) {
+            void* adapter = nullptr;
+            if (m_hal->OpenInterface(id, &adapter) != GC_ERR_SUCCESS) {
+                continue;
+            }
+            long own = 0;
+            m_hal->GetIPAddress(adapter, own);
+            if (static_cast<std::uint32_t>(own) == adapterIp) {
+                m_adapter = adapter;
+                break;
+            }
+            m_hal->CloseInterface(adapter);
+        }
+        if (m_adapter == nullptr) {
+            return;
+        }
+        std::vector<DiscoveredDevice> devices;
+        m_hal->GetDevices(m_adapter, devices, kDiscoveryMs);
+        const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
+        if (serials.empty() ||
+            m_hal->OpenDevice(m_adapter, serials.front(), &m_device) != GC_ERR_SUCCESS) {
+            m_device = nullptr;
+            return;
+        }
+        m_hal->SetConnected(m_device, true);
+        if (control && m_hal->WriteReg(m_device, sk_addrCcp, kCcpControl) != GC_ERR_SUCCESS) {
+            m_hal->CloseDevice(m_device);
+            m_device = nullptr;
+        }
+    }
+    ~Application() {
+        if (m_device != nullptr) {
+            gvsp.reset();
+            m_hal->CloseDevice(m_device);
+        }
+        if (m_adapter != nullptr) {
+            m_hal->CloseInterface(m_adapter);
+        }
+    }
+
+    bool Ok() const { return m_device != nullptr; }
+    HALGev* Hal() { return m_hal.get(); }
+    void* Device() { return m_device; }
+
+    unsigned Reg(unsigned address) {
+        unsigned value = 0xDEADBEEF;
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, address, value)) << address;
+        return value;
+    }
+    int Start(StreamStartParams& params) { return gvsp->Start(m_hal.get(), m_device, params); }
+    int Stop(const StreamStartParams& params) {
+        return gvsp->Stop(m_hal.get(), m_device, params.packetSize, params.accessMode);
+    }
+    /// The stream socket's bound port, host order.
+    std::uint16_t StreamPort() const {
+        return ntohs(gvsp->Stream().m_pSocket->LocalAddress().sin_port);
+    }
+    bool StreamOpen() const { return gvsp->Stream().m_pSocket->Descriptor() >= 0; }
+
+    /// Reads datagrams until a GVSP packet of the camera's stream arrives
+    /// or timeoutMs pass; the packet's size, or 0.
+    int ReceiveOne(int timeoutMs) {
+        std::vector<char> packet(9000);
+        const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+        while (Clock::now() < end) {
+            int received = 0;
+            if (gvsp->GetNextPacket(packet.data(), static_cast<int>(packet.size()), received, 50) ==
+                    GC_ERR_SUCCESS &&
+                received >= 8) {
+                return received;
+            }
+        }
+        return 0;
+    }
+
+    std::unique_ptr<HALGvspUDP> gvsp{new HALGvspUDP()};
+
+private:
+    std::unique_ptr<HALGev> m_hal;
+    void* m_adapter = nullptr;
+    void* m_device = nullptr;
+};
+
+StreamStartParams ControllerParams(bool autoNegotiate, bool multicast = false) {
+    StreamStartParams params;
+    params.accessMode = DEVICE_ACCESS_CONTROL;
+    params.autoNegotiatePacketSize = autoNegotiate;
+    params.multicastEnable = multicast;
+    return params;
+}
+
+/// The host application with control of the first camera.
+class StreamBed : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (Env("KESTA_NETNS_HOST").empty()) {
+            GTEST_SKIP() << "needs the namespaces of run-with-camera";
+        }
+        ErrorCache::GetErrorCache()->Clear();
+        m_hostIp = ParseIp(Env("KESTA_NETNS_HOST_IP"));
+        m_app.reset(new Application(m_hostIp, true));
+        ASSERT_TRUE(m_app->Ok()) << "no camera under control";
+    }
+    void TearDown() override { m_app.reset(); }
+
+    std::uint32_t m_hostIp = 0;
+    std::unique_ptr<Application> m_app;
+};
+
+// --- A 1500-byte link ---------------------------------------------------------------
+
+using Unicast = StreamBed;
+
+TEST_F(Unicast, StartPointsTheChannelAtTheSocketAndStopClearsIt) {
+    StreamStartParams params = ControllerParams(false);
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    EXPECT_EQ(m_hostIp, m_app->Reg(sk_addrScda));
+    EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
+    EXPECT_NE(0u, m_app->StreamPort());
+    EXPECT_EQ(1500u, params.packetSize) << "the camera's own size, tested";
+    EXPECT_EQ(40u, params.interPacketExpiry) << "the camera has no packet delay";
+    EXPECT_EQ(80u, params.bufferExpiry);
+    EXPECT_EQ(2u, params.resendRetries);
+
+    // The stream arrives where SCDA and SCP point.
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionMode, 0));
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionStart, 1));
+    EXPECT_GT(m_app->ReceiveOne(3000), 0);
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionStop, 1));
+
+    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+    EXPECT_EQ(0u, m_app->Reg(sk_addrScp));
+    EXPECT_FALSE(m_app->StreamOpen());
+
+    // The layer starts again on the same socket object.
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+}
+
+TEST_F(Unicast, FirewallDatagramReachesTheCamerasSourcePort) {
+    const unsigned sourcePort = m_app->Reg(sk_addrScsp) & 0xFFFF;
+    ASSERT_NE(0u, sourcePort);
+    const std::vector<std::string> cameraNs = EnvList("KESTA_CAMERA_NETNS");
+    ASSERT_FALSE(cameraNs.empty());
+    Sniffer sniffer(cameraNs.front(), static_cast<std::uint16_t>(sourcePort));
+    ASSERT_TRUE(sniffer.Ok());
+
+    StreamStartParams params = ControllerParams(false);
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    const std::vector<Captured> packets = sniffer.WaitFor(1, 1000);
+    ASSERT_EQ(1u, packets.size());
+    EXPECT_EQ(Bytes(4, 0), packets[0].payload);
+    EXPECT_EQ(m_hostIp, packets[0].sourceIp);
+    EXPECT_EQ(m_app->StreamPort(), packets[0].sourcePort) << "sent from the stream socket";
+    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+}
+
+TEST_F(Unicast, AutomaticNegotiationSettlesOn1500) {
+    StreamStartParams params = ControllerParams(true);
+    const auto start = Clock::now();
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    const auto took = Clock::now() - start;
+    EXPECT_EQ(1500u, params.packetSize);
+    const unsigned scps = m_app->Reg(sk_addrScps);
+    EXPECT_EQ(1500u, scps & sk_scpsSizeMask);
+    EXPECT_NE(0u, scps & sk_scpsDoNotFragment);
+    EXPECT_EQ(0u, scps & sk_scpsFireTestPacket);
+    EXPECT_GE(took, std::chrono::milliseconds(450)) << "five sizes timed out first";
+    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+}
+
+TEST_F(Unicast, AFixedSizeAboveTheMtuFailsAndLeavesTheChannelCleared) {
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), sk_addrScps, 9000));
+    StreamStartParams params = ControllerParams(false);
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_app->Start(params));
+    EXPECT_EQ(0u, m_app->Reg(sk_addrScp));
+    EXPECT_FALSE(m_app->StreamOpen());
+    Error e;
+    ASSERT_EQ(GC_ERR_SUCCESS, ErrorCache::GetErrorCache()->Peak(e));
+    EXPECT_NE(std::string::npos,
+              e.Message().find("GenTL::HALGvspUDP::Start TestPacketSize Failed with err: -1011"));
+}
+
+TEST_F(Unicast, ExtendedIdsAreSwitchedOnInACapableCamera) {
+    ASSERT_TRUE(GvspCapabilities{m_app->Reg(sk_addrGvspCaps)}.CanExtendedId());
+    EXPECT_EQ(0u, m_app->Reg(sk_addrGvspCofig) & sk_gvspConfigExtendedId);
+    bool extendedId = false;
+    ASSERT_EQ(GC_ERR_SUCCESS,
+              m_app->gvsp->ConfigureExtendedId(m_app->Hal(), m_app->Device(), true, extendedId));
+    EXPECT_TRUE(extendedId) << "the camera's read-back wins over the legacy request";
+    EXPECT_NE(0u, m_app->Reg(sk_addrGvspCofig) & sk_gvspConfigExtendedId);
+}
+
+TEST_F(Unicast, AViewerCannotStartAUnicastStream) {
+    StreamStartParams params = ControllerParams(false);
+    params.accessMode = DEVICE_ACCESS_READONLY;
+    const unsigned scp = m_app->Reg(sk_addrScp);
+    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, m_app->Start(params));
+    EXPECT_FALSE(m_app->StreamOpen());
+    EXPECT_EQ(scp, m_app->Reg(sk_addrScp));
+}
+
+// --- A 9000-byte link -------------------------------------------------------------
+
+using Jumbo = StreamBed;
+
+TEST_F(Jumbo, AutomaticNegotiationTakesTheLargestSize) {
+    ASSERT_EQ("9000", Env("KESTA_NETNS_MTU"));
+    StreamStartParams params = ControllerParams(true);
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    EXPECT_EQ(9000u, params.packetSize);
+    EXPECT_EQ(9000u, m_app->Reg(sk_addrScps) & sk_scpsSizeMask);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+}
+
+// --- A camera without SCSP and without extended ids ------------------------------
+
+using LimitedCamera = StreamBed;
+
+TEST_F(LimitedCamera, StreamsWithoutFirewallDatagram) {
+    const GvspCapabilities caps{m_app->Reg(sk_addrGvspCaps)};
+    ASSERT_FALSE(caps.HasSourcePort());
+    StreamStartParams params = ControllerParams(true);
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
+    EXPECT_EQ(1500u, params.packetSize);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+}
+
+TEST_F(LimitedCamera, ExtendedIdsAreNotConfigured) {
+    ASSERT_FALSE(GvspCapabilities{m_app->Reg(sk_addrGvspCaps)}.CanExtendedId());
+    bool extendedId = false;
+    ASSERT_EQ(GC_ERR_SUCCESS,
+              m_app->gvsp->ConfigureExtendedId(m_app->Hal(), m_app->Device(), false, extendedId));
+    // A version 2 camera is taken to send extended ids even so; the
+    // configuration word is left alone.
+    EXPECT_TRUE(extendedId);
+    EXPECT_EQ(0u, m_app->Reg(sk_addrGvspCofig));
+}
+
+// --- Multicast: a controller on the host, a listener on the second host ----------
+
+using Multicast = StreamBed;
+
+TEST_F(Multicast, ControllerAndListenerBothReceiveTheGroupsStream) {
+    const std::string host2 = Env("KESTA_NETNS_HOST2");
+    ASSERT_FALSE(host2.empty()) << "needs --second-host";
+
+    StreamStartParams params = ControllerParams(true, true);
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    EXPECT_EQ(1500u, params.packetSize) << "negotiated over unicast first";
+    EXPECT_EQ(kGroup, m_app->Reg(sk_addrScda));
+    const unsigned port = m_app->Reg(sk_addrScp);
+    EXPECT_EQ(m_app->StreamPort(), port);
+    EXPECT_TRUE(m_app->gvsp->Stream().m_pSocket->IsMulticast());
+
+    // The listener: its own application in the second host, without control.
+    std::promise<void> listening;
+    std::promise<void> acquiring;
+    std::shared_future<void> acquiringNow = acquiring.get_future().share();
+    struct Outcome {
+        bool opened = false;
+        int start = -1;
+        std::uint16_t port = 0;
+        unsigned packetSize = 0;
+        int received = 0;
+        int stop = -1;
+    };
+    std::future<Outcome> listener = std::async(std::launch::async, [&] {
+        Outcome out;
+        if (EnterNamespace(host2)) {
+            Application app(ParseIp(Env("KESTA_NETNS_HOST2_IP")), false);
+            out.opened = app.Ok();
+            if (out.opened) {
+                StreamStartParams viewer;
+                viewer.multicastEnable = true;
+                viewer.accessMode = DEVICE_ACCESS_READONLY;
+                viewer.autoNegotiatePacketSize = true;
+                out.start = app.Start(viewer);
+                out.port = app.StreamPort();
+                out.packetSize = viewer.packetSize;
+                listening.set_value();
+                acquiringNow.wait();
+                out.received = app.ReceiveOne(3000);
+                out.stop = app.Stop(viewer);
+                return out;
+            }
+        }
+        listening.set_value();
+        return out;
+    });
+    listening.get_future().wait();
+
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionMode, 0));
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionStart, 1));
+    acquiring.set_value();
+    EXPECT_GT(m_app->ReceiveOne(3000), 0) << "the controller receives the group";
+    const Outcome out = listener.get();
+    m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionStop, 1);
+
+    ASSERT_TRUE(out.opened) << "the second host found and opened the camera";
+    EXPECT_EQ(GC_ERR_SUCCESS, out.start);
+    EXPECT_EQ(port, out.port) << "the listener binds at the camera's SCP";
+    EXPECT_EQ(1500u, out.packetSize) << "the size the controller negotiated";
+    EXPECT_GT(out.received, 0) << "the listener receives the group";
+    EXPECT_EQ(GC_ERR_SUCCESS, out.stop);
+    EXPECT_EQ(port, m_app->Reg(sk_addrScp)) << "a listener's Stop writes nothing";
+
+    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+    EXPECT_EQ(0u, m_app->Reg(sk_addrScp));
+    EXPECT_FALSE(m_app->StreamOpen());
+}
+
+} // namespace
+} // namespace GenTL
