@@ -26,6 +26,7 @@
 #include "api/HLogger.h"
 #include "api/InfoUtility.h"
 #include "events/IEvent.h"
+#include "modules/DeviceRemoteGev.h"
 #include "modules/IBaseModule.h"
 #include "modules/IDevice.h"
 #include "modules/IInterface.h"
@@ -149,14 +150,17 @@ int FrameStreamBuffer(const char* function, int line, void* hDataStream, void* h
 }
 
 // Four-letter name of the module behind a port, for the trace of the port
-// functions. Interfaces go before devices; a device's remote port, once it
-// has a class of its own, is to be told before the device as "DvRm".
+// functions. Interfaces go before devices, and a device's remote port
+// before the device.
 std::string ModuleTag(IBaseModule& module) {
     if (dynamic_cast<ISystem*>(&module) != nullptr) {
         return "Syst";
     }
     if (dynamic_cast<IInterface*>(&module) != nullptr) {
         return "Itfc";
+    }
+    if (dynamic_cast<RemoteDeviceGev*>(&module) != nullptr) {
+        return "DvRm";
     }
     if (dynamic_cast<IDevice*>(&module) != nullptr) {
         return "DvGv";
