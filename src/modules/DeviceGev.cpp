@@ -16,7 +16,8 @@
 #include "modules/DeviceRemoteGev.h"
 #include "modules/Heartbeat.h"
 #include "modules/ProtectedDeviceRegistry.h"
-#include "stream/UnavailableDataStream.h"
+#include "stream/DataStreamGevTCP.h"
+#include "stream/DataStreamGevUDP.h"
 
 namespace GenTL {
 
@@ -54,7 +55,10 @@ const char* const kOpenFlags =
 /// The stream object of each index: 0 carries GVSP over UDP, 1 over TCP.
 IDataStream* MakeDataStream(IHALGev* hal, void* hDevice, void* parent, unsigned index,
                             int accessFlags) {
-    return new UnavailableDataStream(hal, hDevice, parent, index, accessFlags);
+    if (index == 0) {
+        return new DataStreamGevUDP(hal, hDevice, parent, index, accessFlags);
+    }
+    return new DataStreamGevTCP(hal, hDevice, parent, index, accessFlags);
 }
 
 IMessageChannel* MakeMessageChannel(IHALGev* hal, void* hDevice, unsigned channelId,
