@@ -63,13 +63,21 @@ std::string Stamp(const char* function, int line) {
 
 Error::~Error() = default;
 
-int Error::Code() const { return m_codes.empty() ? GC_ERR_SUCCESS : m_codes.back(); }
+int Error::Code() const {
+    return m_codes.empty() ? GC_ERR_SUCCESS : m_codes.back();
+}
 
-std::string Error::Message() const { return m_messages.empty() ? std::string() : m_messages.back(); }
+std::string Error::Message() const {
+    return m_messages.empty() ? std::string() : m_messages.back();
+}
 
-std::string Error::CodeName() const { return GetErrCodeName(Code()); }
+std::string Error::CodeName() const {
+    return GetErrCodeName(Code());
+}
 
-std::string Error::CodeDefaultMessage() const { return GetErrCodeName(Code()); }
+std::string Error::CodeDefaultMessage() const {
+    return GetErrCodeName(Code());
+}
 
 int Error::PopError(int& code, std::string& name, std::string& text) {
     if (NumErrors() == 0) {
@@ -93,9 +101,13 @@ Error Error::GenerateError(int code, const std::string& text) {
     return AppendError(e, code, text);
 }
 
-Error Error::GenerateError(int code) { return GenerateError(code, GetMessageFromCode(code)); }
+Error Error::GenerateError(int code) {
+    return GenerateError(code, GetMessageFromCode(code));
+}
 
-Error Error::GenerateSuccess() { return GenerateError(GC_ERR_SUCCESS, "No Error"); }
+Error Error::GenerateSuccess() {
+    return GenerateError(GC_ERR_SUCCESS, "No Error");
+}
 
 Error& Error::AppendError(Error& e, int code, const std::string& text) {
     e.m_codes.push_back(code);
@@ -182,7 +194,9 @@ bool ErrorCache::isIGNORABLEInStartOfErrorMSG(const std::string& text) {
     return text.size() >= n && text.compare(0, n, kIgnorable) == 0;
 }
 
-void CacheError(const Error& e) { ErrorCache::GetErrorCache()->OverwriteCachedErrorWith(e); }
+void CacheError(const Error& e) {
+    ErrorCache::GetErrorCache()->OverwriteCachedErrorWith(e);
+}
 
 namespace detail {
 
