@@ -7,6 +7,7 @@
 #include "api/Error.h"
 #include "api/GLogger.h"
 #include "api/GenTLHandle.h"
+#include "modules/DeviceGev.h"
 #include "modules/ProtectedDeviceRegistry.h"
 
 namespace GenTL {
@@ -326,13 +327,26 @@ int InterfaceGev::OpenDevice(const char* id, const int& flags, void** phDevice,
 
 int InterfaceGev::CreateDevice(const std::string& id, int flags, void* hDevice, void* hIface,
                                void** phDevice) const {
-    // The device module is not part of this build yet.
-    (void)flags;
-    (void)hIface;
-    (void)phDevice;
-    m_pHwInterface->CloseDevice(hDevice);
-    return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                       "device ID=" + id + " cannot be opened: no device module");
+    auto* device = new DeviceGev(m_pHwInterface, id, const_cast<InterfaceGev*>(this), hDevice);
+    if (int rc = device->Open(flags, hIface)) {
+        GLogger::Error("GenTL::InterfaceGev::OpenDevice Failed calling m_pDevice->Open() with err",
+                       rc);
+        // A failed Open leaves the device handle to its maker.
+        delete device;
+        m_pHwInterface->CloseDevice(hDevice);
+        return ChainError(rc);
+    }
+    void* handle = nullptr;
+    AllocateHandle(&handle, static_cast<IDevice*>(device));
+    if (int rc = g_openedDevicesRegistry.AddDeviceEntry(m_portInfo.id, id, handle)) {
+        // Close gives the camera and the device handle back.
+        device->Close();
+        delete device;
+        DeleteHandle(handle);
+        return ChainError(rc);
+    }
+    *phDevice = handle;
+    return GC_ERR_SUCCESS;
 }
 
 int InterfaceGev::ForceIp(unsigned long mac, unsigned int ip, unsigned int mask,

@@ -6,6 +6,8 @@
 #include "CachedError.h"
 #include "FakeHALGev.h"
 #include "GenTL_KESTA.h"
+#include "api/GenTLHandle.h"
+#include "modules/IDevice.h"
 #include "modules/InterfaceGev.h"
 #include "modules/ProtectedDeviceRegistry.h"
 
@@ -249,6 +251,62 @@ TEST_F(InterfaceGevTest, OpenDeviceRefusalsLeaveNothingBehind) {
     EXPECT_EQ(CachedError::Take().count, 2u);
     EXPECT_EQ(hDevice, nullptr);
     EXPECT_TRUE(g_openedDevicesRegistry.AllDeviceIDs().empty());
+}
+
+TEST_F(InterfaceGevTest, OpenDeviceRegistersOnceAndTheAccessTrialReleasesTheCamera) {
+    ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS); // DevClose is the exported one
+    void* hIface = nullptr;
+    ASSERT_EQ(GenTL::AllocateHandle(&hIface, static_cast<GenTL::IInterface*>(iface)), 0);
+    ASSERT_EQ(g_openedDevicesRegistry.AddInterfaceEntry(kAdapterId, hIface), 0);
+    ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
+    auto accessStatus = [&](const char* id) {
+        int type = 0;
+        int status = -1;
+        unsigned long size = sizeof(status);
+        EXPECT_EQ(iface->GetDeviceInfo(id, DEVICE_INFO_ACCESS_STATUS, &type, &status, &size), 0);
+        EXPECT_EQ(type, INFO_DATATYPE_INT32);
+        return status;
+    };
+
+    // Asking opens the camera for control and closes it again.
+    EXPECT_EQ(accessStatus("SN2"), 1);
+    EXPECT_EQ(hal.openDeviceCalls, 1);
+    EXPECT_EQ(hal.closeDeviceCalls, 1);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllDeviceIDs().empty());
+
+    void* hDevice = nullptr;
+    ASSERT_EQ(iface->OpenDevice("SN1", DEVICE_ACCESS_CONTROL, &hDevice, hIface), 0)
+        << CachedError::Take().message;
+    ASSERT_EQ(GenTL::CheckHandle(hDevice), 0);
+    EXPECT_NE(dynamic_cast<GenTL::IDevice*>(GenTL::CastHandle(hDevice)), nullptr);
+    const auto entry = g_openedDevicesRegistry.PeekDeviceEntry("SN1");
+    EXPECT_EQ(entry.handle, hDevice);
+    EXPECT_EQ(entry.interfaceId, kAdapterId);
+    void* parentOfDevice = nullptr;
+    ASSERT_EQ(DevGetParentIF(hDevice, &parentOfDevice), GC_ERR_SUCCESS);
+    EXPECT_EQ(parentOfDevice, hIface);
+
+    void* second = nullptr;
+    const int opens = hal.openDeviceCalls;
+    EXPECT_EQ(iface->OpenDevice("SN1", DEVICE_ACCESS_READONLY, &second, hIface),
+              GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(CachedError::Take().Text(), "device ID=SN1 is already open");
+    EXPECT_EQ(second, nullptr);
+    EXPECT_EQ(accessStatus("SN1"), 0); // both trials are refused
+    EXPECT_EQ(hal.openDeviceCalls, opens);
+
+    ASSERT_EQ(DevClose(hDevice), GC_ERR_SUCCESS);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllDeviceIDs().empty());
+
+    // A device that fails to open leaves neither entry nor open handle.
+    const int closes = hal.closeDeviceCalls;
+    EXPECT_EQ(iface->OpenDevice("SN1", 5, &hDevice, hIface), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(hal.closeDeviceCalls, closes + 1);
+    EXPECT_TRUE(g_openedDevicesRegistry.AllDeviceIDs().empty());
+
+    g_openedDevicesRegistry.PopInterfaceEntry(kAdapterId);
+    GenTL::DeleteHandle(hIface);
+    ASSERT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
 }
 
 TEST_F(InterfaceGevTest, ForceIpSplitsTheMacAndRefusesZeros) {
