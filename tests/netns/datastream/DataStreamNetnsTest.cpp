@@ -1,0 +1,435 @@
+// Stream 0 of a simulated camera as a consumer drives it through the
+// exported functions: announce, queue, the new-buffer event, start and stop
+// (no images: the camera is not started), flush and revoke, every stream
+// and buffer info command, and the refusals while grabbing.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "../device/DeviceTestBed.h"
+#include "CtiTest.h"
+
+namespace {
+
+using kesta::test::CtiTest;
+using kesta_device::EnvList;
+
+constexpr uint64_t kDiscoveryMs = 500;
+constexpr uint64_t kScp = 0x0D00;
+constexpr uint64_t kScda = 0x0D18;
+
+class StreamTest : public CtiTest {
+protected:
+    void SetUp() override {
+        const std::string why = kesta_device::NotInTestBed();
+        if (!why.empty()) {
+            GTEST_SKIP() << why;
+        }
+        CtiTest::SetUp();
+        ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+        ASSERT_EQ(Lib().TLOpen(&m_system), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        uint32_t count = 0;
+        ASSERT_EQ(Lib().TLGetNumInterfaces(m_system, &count), GC_ERR_SUCCESS);
+        for (uint32_t i = 0; i < count && m_iface == nullptr; ++i) {
+            char id[64] = {};
+            size_t size = sizeof id;
+            ASSERT_EQ(Lib().TLGetInterfaceID(m_system, i, id, &size), GC_ERR_SUCCESS);
+            IF_HANDLE hIface = nullptr;
+            if (Lib().TLOpenInterface(m_system, id, &hIface) != GC_ERR_SUCCESS) {
+                Lib().TakeLastError();
+                continue;
+            }
+            uint32_t devices = 0;
+            if (Lib().IFUpdateDeviceList(hIface, nullptr, kDiscoveryMs) == GC_ERR_SUCCESS &&
+                Lib().IFGetNumDevices(hIface, &devices) == GC_ERR_SUCCESS && devices > 0) {
+                m_iface = hIface;
+            } else {
+                Lib().IFClose(hIface);
+            }
+        }
+        ASSERT_NE(m_iface, nullptr) << "no interface found the camera";
+    }
+
+    /// Opens the camera (control by default) and its stream 0.
+    void OpenStream(DEVICE_ACCESS_FLAGS flags = DEVICE_ACCESS_CONTROL) {
+        const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
+        ASSERT_EQ(Lib().IFOpenDevice(m_iface, serial.c_str(), flags, &m_device), GC_ERR_SUCCESS)
+            << Lib().TakeLastError().text;
+        uint32_t streams = 0;
+        ASSERT_EQ(Lib().DevGetNumDataStreams(m_device, &streams), GC_ERR_SUCCESS);
+        EXPECT_EQ(streams, 2u);
+        ASSERT_EQ(Lib().DevOpenDataStream(m_device, "0", &m_stream), GC_ERR_SUCCESS)
+            << Lib().TakeLastError().text;
+    }
+
+    /// Announces two buffers of the test's memory and one of the stream's.
+    void AnnounceThree() {
+        for (int i = 0; i < 2; ++i) {
+            BUFFER_HANDLE h = nullptr;
+            ASSERT_EQ(Lib().DSAnnounceBuffer(m_stream, m_memory[i].data(), m_memory[i].size(),
+                                             &m_tags[i], &h),
+                      GC_ERR_SUCCESS)
+                << Lib().TakeLastError().text;
+            m_buffers.push_back(h);
+        }
+        BUFFER_HANDLE h = nullptr;
+        ASSERT_EQ(Lib().DSAllocAndAnnounceBuffer(m_stream, kSize, &m_tags[2], &h), GC_ERR_SUCCESS);
+        m_buffers.push_back(h);
+    }
+
+    template <typename T> T StreamInfo(STREAM_INFO_CMD cmd, INFO_DATATYPE expectedType) {
+        INFO_DATATYPE type = -1;
+        size_t size = 0;
+        EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, nullptr, &size), GC_ERR_SUCCESS) << cmd;
+        EXPECT_EQ(size, sizeof(T)) << cmd;
+        T value{};
+        size = sizeof value;
+        EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, &value, &size), GC_ERR_SUCCESS)
+            << cmd << Lib().TakeLastError().text;
+        EXPECT_EQ(type, expectedType) << cmd;
+        return value;
+    }
+    std::string StreamText(STREAM_INFO_CMD cmd) {
+        INFO_DATATYPE type = -1;
+        char text[64] = {};
+        size_t size = sizeof text;
+        EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, text, &size), GC_ERR_SUCCESS) << cmd;
+        EXPECT_EQ(type, INFO_DATATYPE_STRING) << cmd;
+        EXPECT_EQ(size, std::strlen(text) + 1) << cmd;
+        return text;
+    }
+    template <typename T>
+    T BufferInfo(BUFFER_HANDLE h, BUFFER_INFO_CMD cmd, INFO_DATATYPE expectedType) {
+        INFO_DATATYPE type = -1;
+        T value{};
+        size_t size = sizeof value;
+        EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, cmd, &type, &value, &size), GC_ERR_SUCCESS)
+            << cmd << Lib().TakeLastError().text;
+        EXPECT_EQ(type, expectedType) << cmd;
+        EXPECT_EQ(size, sizeof value) << cmd;
+        return value;
+    }
+    /// A camera register through the remote port, big-endian on the wire.
+    uint32_t CameraRegister(uint64_t address) {
+        PORT_HANDLE port = nullptr;
+        EXPECT_EQ(Lib().DevGetPort(m_device, &port), GC_ERR_SUCCESS);
+        unsigned char bytes[4] = {};
+        size_t size = 4;
+        EXPECT_EQ(Lib().GCReadPort(port, address, bytes, &size), GC_ERR_SUCCESS);
+        return gevtest::be32(bytes);
+    }
+    /// The code of the newest error record and whether its text holds `part`.
+    ::testing::AssertionResult LastErrorHas(GC_ERROR code, const std::string& part) {
+        const kesta::test::LastError e = Lib().TakeLastError();
+        if (e.code != code || e.text.find(part) == std::string::npos) {
+            return ::testing::AssertionFailure() << "code " << e.code << ", text " << e.text;
+        }
+        return ::testing::AssertionSuccess();
+    }
+
+    void TearDown() override {
+        if (m_stream != nullptr) {
+            Lib().DSClose(m_stream);
+        }
+        if (m_device != nullptr) {
+            Lib().DevClose(m_device);
+        }
+        if (m_iface != nullptr) {
+            Lib().IFClose(m_iface);
+        }
+        if (m_system != nullptr) {
+            Lib().TLClose(m_system);
+        }
+        CtiTest::TearDown();
+    }
+
+    static constexpr size_t kSize = 4096;
+    TL_HANDLE m_system = nullptr;
+    IF_HANDLE m_iface = nullptr;
+    DEV_HANDLE m_device = nullptr;
+    DS_HANDLE m_stream = nullptr;
+    std::vector<char> m_memory[2] = {std::vector<char>(kSize), std::vector<char>(kSize)};
+    int m_tags[3] = {};
+    std::vector<BUFFER_HANDLE> m_buffers;
+};
+
+TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
+    OpenStream();
+    AnnounceThree();
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_ANNOUNCED, INFO_DATATYPE_UINT64), 3u);
+    for (uint32_t i = 0; i < 3; ++i) {
+        BUFFER_HANDLE h = nullptr;
+        ASSERT_EQ(Lib().DSGetBufferID(m_stream, i, &h), GC_ERR_SUCCESS);
+        EXPECT_EQ(h, m_buffers[i]);
+    }
+    BUFFER_HANDLE none = nullptr;
+    EXPECT_EQ(Lib().DSGetBufferID(m_stream, 3, &none), GC_ERR_INVALID_INDEX);
+    ASSERT_EQ(Lib().DSQueueBuffer(m_stream, m_buffers[0]), GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().DSQueueBuffer(m_stream, m_buffers[1]), GC_ERR_SUCCESS);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 2u);
+
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(Lib().GCRegisterEvent(m_stream, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    EVENT_HANDLE second = nullptr;
+    EXPECT_EQ(Lib().GCRegisterEvent(m_stream, EVENT_NEW_BUFFER, &second), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_TRUE(
+        LastErrorHas(GC_ERR_RESOURCE_IN_USE, "an event is already registered for the data stream"));
+
+    ASSERT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
+              GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 2u);
+    // The camera streams to this host now.
+    EXPECT_NE(CameraRegister(kScp) & 0xFFFF, 0u);
+    EXPECT_EQ(CameraRegister(kScda),
+              kesta_netns::ParseIp(kesta_device::Env("KESTA_NETNS_HOST_IP")));
+
+    // Refusals while grabbing; queueing goes on.
+    BUFFER_HANDLE more = nullptr;
+    std::vector<char> memory(kSize);
+    EXPECT_EQ(Lib().DSAnnounceBuffer(m_stream, memory.data(), memory.size(), nullptr, &more),
+              GC_ERR_BUSY);
+    EXPECT_TRUE(LastErrorHas(GC_ERR_BUSY, "acquisition engine is already grabbing"));
+    EXPECT_EQ(Lib().DSAllocAndAnnounceBuffer(m_stream, kSize, nullptr, &more), GC_ERR_BUSY);
+    EXPECT_EQ(Lib().DSRevokeBuffer(m_stream, m_buffers[0], nullptr, nullptr), GC_ERR_BUSY);
+    EXPECT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD), GC_ERR_BUSY);
+    EXPECT_TRUE(LastErrorHas(GC_ERR_BUSY, "Cannot discard all buffers while the engine is "
+                                          "grabbing. Call GenTL::DSStopAcquisition() to stop "
+                                          "engine"));
+    EXPECT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_TO_INPUT), GC_ERR_BUSY);
+    EXPECT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, 1),
+              GC_ERR_RESOURCE_IN_USE);
+    EXPECT_TRUE(LastErrorHas(GC_ERR_RESOURCE_IN_USE, "the acquisition engine is already grabbing"));
+    ASSERT_EQ(Lib().DSQueueBuffer(m_stream, m_buffers[2]), GC_ERR_SUCCESS);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 3u);
+
+    // No images while the camera is not started: the wait times out.
+    S_EVENT_NEW_BUFFER data{};
+    size_t size = sizeof data;
+    EXPECT_EQ(Lib().EventGetData(event, &data, &size, 100), GC_ERR_TIMEOUT);
+    EXPECT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_KILL), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
+
+    ASSERT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(CameraRegister(kScp) & 0xFFFF, 0u);
+    EXPECT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_TRUE(LastErrorHas(GC_ERR_RESOURCE_IN_USE, "acquisition engine was not started"));
+
+    // A second start and stop work on the same buffers.
+    ASSERT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, 10), GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    ASSERT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
+
+    ASSERT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD), GC_ERR_SUCCESS);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 0u);
+    for (int i = 0; i < 3; ++i) {
+        void* memoryBack = reinterpret_cast<void*>(1);
+        void* userBack = nullptr;
+        ASSERT_EQ(Lib().DSRevokeBuffer(m_stream, m_buffers[i], &memoryBack, &userBack),
+                  GC_ERR_SUCCESS)
+            << Lib().TakeLastError().text;
+        EXPECT_EQ(memoryBack, i < 2 ? static_cast<void*>(m_memory[i].data()) : nullptr);
+        EXPECT_EQ(userBack, &m_tags[i]);
+    }
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_ANNOUNCED, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, 1),
+              GC_ERR_INVALID_BUFFER);
+    EXPECT_TRUE(LastErrorHas(GC_ERR_INVALID_BUFFER, "min allowed is 1"));
+
+    ASSERT_EQ(Lib().GCUnregisterEvent(m_stream, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
+    EXPECT_EQ(Lib().GCUnregisterEvent(m_stream, EVENT_NEW_BUFFER), GC_ERR_NOT_INITIALIZED);
+    ASSERT_EQ(Lib().DSClose(m_stream), GC_ERR_SUCCESS);
+    m_stream = nullptr;
+}
+
+TEST_F(StreamTest, EveryStreamInfoCommand) {
+    OpenStream();
+    EXPECT_EQ(StreamText(STREAM_INFO_ID), "0");
+    EXPECT_EQ(StreamText(STREAM_INFO_TLTYPE), "GEV");
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_DELIVERED, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_UNDERRUN, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_ANNOUNCED, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_AWAIT_DELIVERY, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 0u);
+    StreamInfo<uint64_t>(STREAM_INFO_PAYLOAD_SIZE, INFO_DATATYPE_UINT64);
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_DEFINES_PAYLOADSIZE, INFO_DATATYPE_BOOL8));
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_CHUNKS_MAX, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_BUF_ANNOUNCE_MIN, INFO_DATATYPE_UINT64), 1u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_BUF_ALIGNMENT, INFO_DATATYPE_UINT64), 1u);
+    EXPECT_EQ(StreamInfo<int64_t>(STREAM_INFO_BUFFER_HANDLING_MODE, INFO_DATATYPE_INT64), 0);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_MISSED_IMAGE_COUNT, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_MISSED_PACKET_COUNT, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_TOTAL_MISSED_IMAGE_COUNT, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_TOTAL_INCOMPLETE_IMAGE_COUNT, INFO_DATATYPE_UINT64),
+              0u);
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_PACKET_RESEND_ENABLE, INFO_DATATYPE_BOOL8));
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_AUTO_PACKET_SIZE_ENABLE, INFO_DATATYPE_BOOL8));
+    EXPECT_EQ(StreamInfo<uint32_t>(STREAM_INFO_MAX_RESEND_REQUESTS, INFO_DATATYPE_UINT32), 5u);
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_MULTICAST_ENABLE, INFO_DATATYPE_BOOL8));
+    EXPECT_EQ(StreamInfo<int64_t>(STREAM_INFO_EVS_OUTPUT_FORMAT, INFO_DATATYPE_INT64), 0);
+    StreamInfo<int64_t>(STREAM_INFO_EVS_BIT_DEPTH, INFO_DATATYPE_INT64);
+    EXPECT_EQ(StreamInfo<uint32_t>(STREAM_INFO_FRAME_GENERATOR_ACCUM_TIME, INFO_DATATYPE_UINT32),
+              20000u);
+    EXPECT_EQ(StreamInfo<double>(STREAM_INFO_FRAME_GENERATOR_FPS, INFO_DATATYPE_FLOAT64), 30.0);
+    StreamInfo<int64_t>(STREAM_INFO_EVS_COLOR_THEME, INFO_DATATYPE_INT64);
+    EXPECT_EQ(StreamInfo<double>(STREAM_INFO_EVS_EVENT_RATE, INFO_DATATYPE_FLOAT64), 0.0);
+    EXPECT_EQ(StreamInfo<double>(STREAM_INFO_EVS_GVSP_FRAME_RATE, INFO_DATATYPE_FLOAT64), 0.0);
+    EXPECT_EQ(StreamInfo<double>(STREAM_INFO_EVS_LINK_THROUGHPUT, INFO_DATATYPE_FLOAT64), 0.0);
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_EVS_EVENT_BUFFER_POOL_SIZE, INFO_DATATYPE_UINT64),
+              500u);
+    EXPECT_EQ(
+        StreamInfo<uint32_t>(STREAM_INFO_FRAME_GENERATOR_ACCUM_TIME_PRESET, INFO_DATATYPE_UINT32),
+        20000u);
+    EXPECT_EQ(StreamInfo<uint32_t>(static_cast<STREAM_INFO_CMD>(1024), INFO_DATATYPE_UINT32), 1u);
+
+    INFO_DATATYPE type = 0;
+    uint64_t value = 0;
+    size_t size = sizeof value;
+    EXPECT_EQ(Lib().DSGetInfo(m_stream, 1009, &type, &value, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_TRUE(LastErrorHas(GC_ERR_INVALID_INDEX, "STREAM_INFO_CMD must be one of :"));
+
+    // The port of the stream names its XML.
+    size = 0;
+    ASSERT_EQ(Lib().GCGetPortURL(m_stream, nullptr, &size), GC_ERR_SUCCESS);
+    std::vector<char> url(size);
+    ASSERT_EQ(Lib().GCGetPortURL(m_stream, url.data(), &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(url.data(), "local:SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1.xml;"
+                             "F0F00000;B7FA?SchemaVersion=1.0.0");
+    char port[32] = {};
+    size = sizeof port;
+    ASSERT_EQ(Lib().GCGetPortInfo(m_stream, PORT_INFO_MODULE, &type, port, &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(port, "TLDataStream");
+    DEV_HANDLE parent = nullptr;
+    ASSERT_EQ(Lib().DSGetParentDev(m_stream, &parent), GC_ERR_SUCCESS);
+    EXPECT_NE(parent, nullptr);
+}
+
+TEST_F(StreamTest, EveryBufferInfoCommandOfAFreshBuffer) {
+    OpenStream();
+    AnnounceThree();
+    BUFFER_HANDLE h = m_buffers[0];
+    EXPECT_EQ(BufferInfo<void*>(h, BUFFER_INFO_BASE, INFO_DATATYPE_PTR), m_memory[0].data());
+    EXPECT_EQ(BufferInfo<uint64_t>(h, BUFFER_INFO_SIZE, INFO_DATATYPE_UINT64), kSize);
+    EXPECT_EQ(BufferInfo<void*>(h, BUFFER_INFO_USER_PTR, INFO_DATATYPE_PTR), &m_tags[0]);
+    EXPECT_EQ(BufferInfo<uint64_t>(h, BUFFER_INFO_TIMESTAMP, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_NEW_DATA, INFO_DATATYPE_BOOL8));
+    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8));
+    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_ACQUIRING, INFO_DATATYPE_BOOL8));
+    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_INCOMPLETE, INFO_DATATYPE_BOOL8));
+    char tl[8] = {};
+    INFO_DATATYPE type = 0;
+    size_t size = sizeof tl;
+    ASSERT_EQ(Lib().DSGetBufferInfo(m_stream, h, BUFFER_INFO_TLTYPE, &type, tl, &size),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(type, INFO_DATATYPE_STRING);
+    EXPECT_STREQ(tl, "GEV");
+    EXPECT_EQ(BufferInfo<uint64_t>(h, BUFFER_INFO_SIZE_FILLED, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(BufferInfo<uint64_t>(h, BUFFER_INFO_FRAMEID, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_IMAGEPRESENT, INFO_DATATYPE_BOOL8));
+    EXPECT_EQ(BufferInfo<uint64_t>(h, BUFFER_INFO_PAYLOADTYPE, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(BufferInfo<uint64_t>(h, BUFFER_INFO_DATA_SIZE, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(BufferInfo<uint64_t>(h, BUFFER_INFO_TIMESTAMP_NS, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_DATA_LARGER_THAN_BUFFER, INFO_DATATYPE_BOOL8));
+    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_CONTAINS_CHUNKDATA, INFO_DATATYPE_BOOL8));
+
+    // Queued, the buffer says so.
+    ASSERT_EQ(Lib().DSQueueBuffer(m_stream, h), GC_ERR_SUCCESS);
+    EXPECT_TRUE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8));
+
+    // Without a payload the image, chunk and file facts are not available.
+    uint64_t value = 0;
+    for (BUFFER_INFO_CMD cmd :
+         {BUFFER_INFO_WIDTH, BUFFER_INFO_HEIGHT, BUFFER_INFO_XOFFSET, BUFFER_INFO_YOFFSET,
+          BUFFER_INFO_XPADDING, BUFFER_INFO_YPADDING, BUFFER_INFO_IMAGEOFFSET,
+          BUFFER_INFO_PIXELFORMAT, BUFFER_INFO_PIXELFORMAT_NAMESPACE,
+          BUFFER_INFO_DELIVERED_IMAGEHEIGHT, BUFFER_INFO_DELIVERED_CHUNKPAYLOADSIZE,
+          BUFFER_INFO_CHUNKLAYOUTID, BUFFER_INFO_FILENAME, BUFFER_INFO_PIXEL_ENDIANNESS}) {
+        size = sizeof value;
+        EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, cmd, &type, &value, &size),
+                  GC_ERR_NOT_AVAILABLE)
+            << cmd;
+        EXPECT_TRUE(LastErrorHas(GC_ERR_NOT_AVAILABLE,
+                                 "URL_INFO_CMD URL_INFO_FILE_VER_MAJOR is not available"));
+    }
+    size = sizeof value;
+    EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, 31, &type, &value, &size), GC_ERR_INVALID_INDEX);
+    // A size query, and a buffer that is too small.
+    size = 0;
+    ASSERT_EQ(Lib().DSGetBufferInfo(m_stream, h, BUFFER_INFO_SIZE, &type, nullptr, &size),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(size, 8u);
+    size = 4;
+    EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, BUFFER_INFO_SIZE, &type, &value, &size),
+              GC_ERR_BUFFER_TOO_SMALL);
+    // The stream's own handle is no buffer.
+    size = sizeof value;
+    EXPECT_NE(Lib().DSGetBufferInfo(m_stream, m_stream, BUFFER_INFO_SIZE, &type, &value, &size),
+              GC_ERR_SUCCESS);
+    Lib().TakeLastError();
+}
+
+TEST_F(StreamTest, NewBufferEventFacts) {
+    OpenStream();
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(Lib().GCRegisterEvent(m_stream, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    INFO_DATATYPE type = 0;
+    int32_t kind = 0;
+    size_t size = sizeof kind;
+    ASSERT_EQ(Lib().EventGetInfo(event, EVENT_EVENT_TYPE, &type, &kind, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(type, INFO_DATATYPE_INT32);
+    EXPECT_EQ(kind, EVENT_NEW_BUFFER);
+    uint64_t value = 0;
+    size = sizeof value;
+    ASSERT_EQ(Lib().EventGetInfo(event, EVENT_SIZE_MAX, &type, &value, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(value, 16u);
+    ASSERT_EQ(Lib().EventGetInfo(event, EVENT_NUM_IN_QUEUE, &type, &value, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(value, 0u);
+    EXPECT_EQ(Lib().EventGetInfo(event, 5, &type, &value, &size), GC_ERR_INVALID_INDEX);
+
+    size = 0;
+    ASSERT_EQ(Lib().EventGetData(event, nullptr, &size, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(size, sizeof(S_EVENT_NEW_BUFFER));
+    S_EVENT_NEW_BUFFER data{};
+    size = sizeof data - 1;
+    EXPECT_EQ(Lib().EventGetData(event, &data, &size, 0), GC_ERR_BUFFER_TOO_SMALL);
+    size = sizeof data;
+    EXPECT_EQ(Lib().EventGetData(event, &data, &size, 0), GC_ERR_TIMEOUT);
+    ASSERT_EQ(Lib().EventKill(event), GC_ERR_SUCCESS);
+    EXPECT_EQ(Lib().EventGetData(event, &data, &size, GENTL_INFINITE), GC_ERR_ABORT);
+    ASSERT_EQ(Lib().EventFlush(event), GC_ERR_SUCCESS);
+
+    char text[32] = {};
+    size = sizeof text;
+    ASSERT_EQ(Lib().EventGetDataInfo(event, &data, sizeof data, EVENT_DATA_ID, &type, text, &size),
+              GC_ERR_SUCCESS);
+    EXPECT_STREQ(text, "New Buffer Event");
+    EXPECT_EQ(
+        Lib().EventGetDataInfo(event, &data, sizeof data, EVENT_DATA_NUMID, &type, text, &size),
+        GC_ERR_NOT_AVAILABLE);
+    ASSERT_EQ(Lib().GCUnregisterEvent(m_stream, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
+}
+
+TEST_F(StreamTest, AViewerCannotRedirectTheStream) {
+    OpenStream(DEVICE_ACCESS_READONLY);
+    AnnounceThree();
+    ASSERT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_UNQUEUED_TO_INPUT), GC_ERR_SUCCESS);
+    EXPECT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
+              GC_ERR_RESOURCE_IN_USE);
+    Lib().TakeLastError();
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
+    ASSERT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD), GC_ERR_SUCCESS);
+    for (BUFFER_HANDLE h : m_buffers) {
+        EXPECT_EQ(Lib().DSRevokeBuffer(m_stream, h, nullptr, nullptr), GC_ERR_SUCCESS);
+    }
+}
+
+} // namespace
