@@ -373,9 +373,96 @@ TEST_F(OneCamera, DeviceListRefusalsReachTheConsumerWordForWord) {
     EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
 }
 
+TEST_F(OneCamera, DeviceOpensOnceAndTheLibraryClosesItWhenLeftOpen) {
+    TL_HANDLE hTL = OpenSystemLeftAllocated();
+    IF_HANDLE hIface = OpenTestBedInterface(hTL);
+    ASSERT_NE(hIface, nullptr);
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, nullptr, kDiscoveryMs), GC_ERR_SUCCESS);
+    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
+    auto accessStatus = [&] {
+        return Value<int32_t>([&](auto t, auto b, auto s) {
+            return Lib().IFGetDeviceInfo(hIface, serial.c_str(), DEVICE_INFO_ACCESS_STATUS, t, b,
+                                         s);
+        });
+    };
+    // The trial claims the camera and gives it back.
+    EXPECT_EQ(accessStatus(), DEVICE_ACCESS_STATUS_READWRITE);
+
+    DEV_HANDLE hDevice = nullptr;
+    ASSERT_EQ(Lib().IFOpenDevice(hIface, serial.c_str(), DEVICE_ACCESS_CONTROL, &hDevice),
+              GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    IF_HANDLE parent = nullptr;
+    ASSERT_EQ(Lib().DevGetParentIF(hDevice, &parent), GC_ERR_SUCCESS);
+    EXPECT_EQ(parent, hIface);
+
+    DEV_HANDLE second = nullptr;
+    EXPECT_EQ(Lib().IFOpenDevice(hIface, serial.c_str(), DEVICE_ACCESS_READONLY, &second),
+              GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(second, nullptr);
+    EXPECT_EQ(Messages(), (std::vector<std::string>{"device ID=" + serial + " is already open",
+                                                    "GenTL::GC_ERR_RESOURCE_IN_USE(-1004)"}));
+    EXPECT_EQ(accessStatus(), DEVICE_ACCESS_STATUS_UNKNOWN); // both trials refused
+
+    ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().IFOpenDevice(hIface, serial.c_str(), DEVICE_ACCESS_CONTROL, &hDevice),
+              GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+
+    // Left open with its interface and system: the library closes the device
+    // (so the camera is free again) and the interface.
+    ASSERT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS);
+    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
+    hTL = OpenSystem();
+    hIface = OpenTestBedInterface(hTL);
+    ASSERT_NE(hIface, nullptr);
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, nullptr, kDiscoveryMs), GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().IFOpenDevice(hIface, serial.c_str(), DEVICE_ACCESS_CONTROL, &hDevice),
+              GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    // TLClose closes the device that is still open.
+    EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+    hTL = OpenSystem();
+    hIface = OpenTestBedInterface(hTL);
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, nullptr, kDiscoveryMs), GC_ERR_SUCCESS);
+    EXPECT_EQ(accessStatus(), DEVICE_ACCESS_STATUS_READWRITE);
+    EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
+}
+
 // --- Several cameras ---------------------------------------------------------
 
 using SeveralCameras = TestBed;
+
+TEST_F(SeveralCameras, EveryCameraOpensOnceThroughOneInterface) {
+    TL_HANDLE hTL = OpenSystem();
+    IF_HANDLE hIface = OpenTestBedInterface(hTL);
+    ASSERT_NE(hIface, nullptr);
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, nullptr, kDiscoveryMs), GC_ERR_SUCCESS);
+    std::vector<DEV_HANDLE> devices;
+    for (const std::string& serial : EnvList("KESTA_CAMERA_SERIALS")) {
+        DEV_HANDLE hDevice = nullptr;
+        ASSERT_EQ(Lib().IFOpenDevice(hIface, serial.c_str(), DEVICE_ACCESS_CONTROL, &hDevice),
+                  GC_ERR_SUCCESS)
+            << serial << ": " << Lib().TakeLastError().text;
+        EXPECT_EQ(Text([&](auto t, auto b, auto s) {
+                      return Lib().DevGetInfo(hDevice, DEVICE_INFO_ID, t, b, s);
+                  }),
+                  serial);
+        devices.push_back(hDevice);
+    }
+    for (const std::string& serial : EnvList("KESTA_CAMERA_SERIALS")) {
+        DEV_HANDLE again = nullptr;
+        EXPECT_EQ(Lib().IFOpenDevice(hIface, serial.c_str(), DEVICE_ACCESS_CONTROL, &again),
+                  GC_ERR_RESOURCE_IN_USE);
+    }
+    ASSERT_EQ(Lib().DevClose(devices[1]), GC_ERR_SUCCESS);
+    DEV_HANDLE reopened = nullptr;
+    EXPECT_EQ(Lib().IFOpenDevice(hIface, EnvList("KESTA_CAMERA_SERIALS")[1].c_str(),
+                                 DEVICE_ACCESS_READONLY, &reopened),
+              GC_ERR_SUCCESS);
+    // The system closes its interface and the three devices.
+    EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+}
 
 TEST_F(SeveralCameras, BroadcastListsEveryCameraWithItsFacts) {
     TL_HANDLE hTL = OpenSystem();
