@@ -31,6 +31,12 @@
  * output, and a buffer's m_mutex always comes last. Every move from one
  * queue to another happens with both queue locks held, so a buffer is never
  * seen between two queues. All operations are safe from any thread.
+ *
+ * Callers hold no buffer's m_mutex when they call in here (the operations
+ * take the buffer mutexes themselves, innermost): a completion step that
+ * has locked its buffer unlocks it before QueueBufferToOutput,
+ * QueueBufferToInput or the NewestOnly flush, or a consumer that re-queues
+ * that buffer at the same moment deadlocks with it.
  */
 #include <atomic>
 #include <cstdint>

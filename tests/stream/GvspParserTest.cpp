@@ -1,0 +1,390 @@
+// The GVSP parsing steps on hand-built packets: both header forms, every
+// payload type, and packets that are truncated or claim more than they
+// carry or than the buffer holds.
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "StreamTestSupport.h"
+#include "stream/Buffer.h"
+#include "stream/GvspParser.h"
+#include "stream/StreamInfo.h"
+
+namespace {
+
+using namespace GenTL;
+using StreamTest::ErrorCacheTest;
+using StreamTest::LastErrorText;
+
+// Builds one datagram, big-endian.
+class Packet {
+public:
+    Packet(bool extended, std::uint8_t format, std::uint64_t blockId, std::uint32_t packetId,
+           std::uint16_t status = 0) {
+        Put16(status);
+        if (extended) {
+            Put16(0);
+            Put32(0x80000000U | (std::uint32_t{format} << 24));
+            Put64(blockId);
+            Put32(packetId);
+        } else {
+            Put16(static_cast<std::uint16_t>(blockId));
+            Put32((std::uint32_t{format} << 24) | (packetId & 0xFFFFFF));
+        }
+    }
+    Packet& Put16(std::uint16_t v) { return PutBytes(v, 2); }
+    Packet& Put32(std::uint32_t v) { return PutBytes(v, 4); }
+    Packet& Put64(std::uint64_t v) { return PutBytes(v, 8); }
+    Packet& Fill(std::size_t n, std::uint8_t value) {
+        bytes.insert(bytes.end(), n, value);
+        return *this;
+    }
+    const char* data() const { return reinterpret_cast<const char*>(bytes.data()); }
+    unsigned long size() const { return bytes.size(); }
+    ParsedGvspHeader Header() const {
+        ParsedGvspHeader header;
+        EXPECT_EQ(
+            GetPktHeaderInfo(data(), static_cast<int>(size()), static_cast<int>(size()), header),
+            GC_ERR_SUCCESS);
+        return header;
+    }
+
+    std::vector<std::uint8_t> bytes;
+
+private:
+    Packet& PutBytes(std::uint64_t v, int n) {
+        for (int i = n - 1; i >= 0; --i) {
+            bytes.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+        }
+        return *this;
+    }
+};
+
+Packet ImageLeader(bool extended, std::uint16_t type, std::uint64_t timestamp,
+                   std::uint32_t pixelFormat, std::uint32_t width, std::uint32_t height) {
+    Packet p(extended, GVSP_PACKET_LEADER, 9, 0);
+    p.Put16(0).Put16(type).Put64(timestamp).Put32(pixelFormat).Put32(width).Put32(height);
+    p.Put32(3).Put32(4).Put16(5).Put16(6); // offsets and paddings
+    return p;
+}
+
+class GvspParserTest : public ErrorCacheTest {
+protected:
+    void SetUp() override {
+        ErrorCacheTest::SetUp();
+        memory.assign(64, 0);
+        buffer.base = memory.data();
+        buffer.size = memory.size();
+        buffer.missingPackets = 10;
+        buffer.AllocatePacketBitmap(2);
+        info.packetSize = 28 + 8 + 16; // 16 payload bytes per normal packet
+    }
+    int Leader(const Packet& p) {
+        return ParseGVSPLeader(info, p.data(), p.size(), &buffer, p.Header());
+    }
+    int Trailer(const Packet& p, bool& done) {
+        return ParseGVSPTrailer(info, p.data(), p.size(), &buffer, done, p.Header());
+    }
+    int Payload(const Packet& p) {
+        return ParseGVSPPayload(info, p.data(), p.size(), &buffer, p.Header());
+    }
+    Packet Data(std::uint32_t packetId, std::size_t bytes, std::uint8_t value,
+                bool extended = false) {
+        Packet p(extended, GVSP_PACKET_PAYLOAD, 9, packetId);
+        p.Fill(bytes, value);
+        return p;
+    }
+
+    std::vector<std::uint8_t> memory;
+    Buffer buffer;
+    StreamInfo info;
+};
+
+// --- header ------------------------------------------------------------------------
+
+TEST_F(GvspParserTest, NormalHeaderCarriesA16BitBlockAnd24BitPacketId) {
+    const std::uint8_t raw[] = {0x01, 0x00, 0x12, 0x34, 0x01, 0x00, 0x00, 0x05};
+    ParsedGvspHeader h;
+    ASSERT_EQ(GetPktHeaderInfo(reinterpret_cast<const char*>(raw), 8, 8, h), GC_ERR_SUCCESS);
+    EXPECT_EQ(h.status, 0x0100);
+    EXPECT_EQ(h.rawBlockId, 0x1234);
+    EXPECT_EQ(h.blockId, 0x1234U);
+    EXPECT_FALSE(h.extendedId);
+    EXPECT_EQ(h.packetFormat, GVSP_PACKET_LEADER);
+    EXPECT_EQ(h.packetId, 5U);
+    EXPECT_EQ(h.DataOffset(), 8U);
+}
+
+TEST_F(GvspParserTest, ExtendedHeaderCarriesA64BitBlockAnd32BitPacketId) {
+    Packet p(true, GVSP_PACKET_PAYLOAD, 0x0102030405060708ULL, 0xA0B0C0D0U, 0x8001);
+    p.bytes[2] = 0xAB; // flags: kept raw, not read as the id
+    // Bits 28 to 30 and the low bits of the word are not read.
+    p.bytes[4] |= 0x70;
+    p.bytes[7] = 0x55;
+    ParsedGvspHeader h = p.Header();
+    EXPECT_TRUE(h.extendedId);
+    EXPECT_EQ(h.status, 0x8001);
+    EXPECT_EQ(h.packetFormat, GVSP_PACKET_PAYLOAD);
+    EXPECT_EQ(h.blockId, 0x0102030405060708ULL);
+    EXPECT_EQ(h.packetId, 0xA0B0C0D0U);
+    EXPECT_EQ(h.rawBlockId, 0xAB00);
+    EXPECT_EQ(h.DataOffset(), 20U);
+}
+
+TEST_F(GvspParserTest, HeaderRefusesNullEmptyAndTruncatedPackets) {
+    ParsedGvspHeader h;
+    char raw[20] = {};
+    EXPECT_EQ(GetPktHeaderInfo(nullptr, 20, 20, h), GC_ERR_INVALID_BUFFER);
+    EXPECT_NE(LastErrorText().find("anonymous::GetPktHeaderInfo pPacket == nullptr !"),
+              std::string::npos);
+    EXPECT_EQ(GetPktHeaderInfo(raw, 0, 20, h), GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(GetPktHeaderInfo(raw, 20, 0, h), GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(GetPktHeaderInfo(raw, 20, 7, h), GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(GetPktHeaderInfo(raw, 7, 20, h), GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(GetPktHeaderInfo(raw, 20, -3, h), GC_ERR_INVALID_BUFFER);
+    raw[4] = static_cast<char>(0x80); // EI: needs 20 bytes
+    EXPECT_EQ(GetPktHeaderInfo(raw, 20, 19, h), GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(GetPktHeaderInfo(raw, 20, 20, h), GC_ERR_SUCCESS);
+}
+
+// --- leader -------------------------------------------------------------------------
+
+TEST_F(GvspParserTest, ImageLeaderFillsGeometryInBothForms) {
+    for (bool extended : {false, true}) {
+        for (std::uint16_t type : {std::uint16_t{1}, std::uint16_t{0x4001}}) {
+            Buffer b;
+            b.missingPackets = 4;
+            Packet p = ImageLeader(extended, type, 0x1122334455667788ULL, 0x01100003, 640, 480);
+            ASSERT_EQ(ParseGVSPLeader(info, p.data(), p.size(), &b, p.Header()), GC_ERR_SUCCESS);
+            EXPECT_EQ(info.payloadType, type);
+            EXPECT_EQ(b.timestamp, 0x1122334455667788ULL);
+            EXPECT_EQ(b.pixelFormat, 0x01100003U);
+            EXPECT_EQ(b.width, 640U);
+            EXPECT_EQ(b.height, 480U);
+            EXPECT_EQ(b.xOffset, 3U);
+            EXPECT_EQ(b.yOffset, 4U);
+            EXPECT_EQ(b.xPadding, 5U);
+            EXPECT_EQ(b.yPadding, 6U);
+            EXPECT_EQ(b.deliveredImageHeight, 480U);
+            EXPECT_EQ(b.dataSize, 640U * 480U * 2U);
+            EXPECT_TRUE(b.leaderSeen);
+            EXPECT_EQ(b.missingPackets, 3);
+        }
+    }
+}
+
+TEST_F(GvspParserTest, ChunkLeaderReadsOnlyTheTimestamp) {
+    Packet p(false, GVSP_PACKET_LEADER, 9, 0);
+    p.Put16(0).Put16(4).Put64(77);
+    ASSERT_EQ(Leader(p), GC_ERR_SUCCESS);
+    EXPECT_EQ(buffer.timestamp, 77U);
+    EXPECT_EQ(buffer.width, 0U);
+    EXPECT_EQ(info.payloadType, 4);
+}
+
+TEST_F(GvspParserTest, LeaderWithoutTimestampTakesTheHostClock) {
+    const auto now = [] {
+        return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                              std::chrono::system_clock::now().time_since_epoch())
+                                              .count());
+    };
+    const std::uint64_t before = now();
+    ASSERT_EQ(Leader(ImageLeader(false, 1, 0, 0x01080001, 8, 8)), GC_ERR_SUCCESS);
+    EXPECT_GE(buffer.timestamp, before);
+    EXPECT_LE(buffer.timestamp, now());
+}
+
+TEST_F(GvspParserTest, LeaderRefusesOtherPayloadTypesAndShortPackets) {
+    for (std::uint16_t type : {2, 3, 5, 6, 7, 8, 9, 0x4002, 0x8000}) {
+        Packet p = ImageLeader(false, type, 1, 0x01080001, 8, 8);
+        EXPECT_EQ(Leader(p), GC_ERR_NOT_IMPLEMENTED) << type;
+    }
+    EXPECT_NE(LastErrorText().find("anonymous::ParseLeader payload type not supported: 32768"),
+              std::string::npos);
+    EXPECT_EQ(Leader(ImageLeader(true, 6, 1, 0x01080001, 8, 8)), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_NE(
+        LastErrorText().find("anonymous::ParseGVSPLeaderResend payload type not supported: 6"),
+        std::string::npos);
+    EXPECT_FALSE(buffer.leaderSeen);
+    EXPECT_EQ(info.payloadType, 0);
+
+    // Cut one byte short of each field set.
+    Packet image = ImageLeader(false, 1, 1, 0x01080001, 8, 8);
+    EXPECT_EQ(ParseGVSPLeader(info, image.data(), image.size() - 1, &buffer, image.Header()),
+              GC_ERR_INVALID_BUFFER);
+    EXPECT_EQ(ParseGVSPLeader(info, image.data(), 11, &buffer, image.Header()),
+              GC_ERR_INVALID_BUFFER);
+    Packet chunk(false, GVSP_PACKET_LEADER, 9, 0);
+    chunk.Put16(0).Put16(4).Put32(1).Put16(0).Fill(1, 0); // 7 of 8 timestamp bytes
+    EXPECT_EQ(Leader(chunk), GC_ERR_INVALID_BUFFER);
+    EXPECT_FALSE(buffer.leaderSeen);
+    EXPECT_EQ(buffer.width, 0U);
+    EXPECT_EQ(buffer.missingPackets, 10);
+}
+
+// --- trailer ------------------------------------------------------------------------
+
+TEST_F(GvspParserTest, ImageTrailerRecomputesTheSizeUnlessSizeYIsZero) {
+    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 10, 6)), GC_ERR_SUCCESS);
+    ASSERT_EQ(buffer.dataSize, 60U);
+    bool done = false;
+    Packet zero(false, GVSP_PACKET_TRAILER, 9, 5);
+    zero.Put32(0).Put32(0);
+    ASSERT_EQ(Trailer(zero, done), GC_ERR_SUCCESS);
+    EXPECT_EQ(buffer.dataSize, 60U);
+    EXPECT_TRUE(done) << "without resend the trailer ends the block";
+    EXPECT_TRUE(buffer.trailerSeen);
+
+    info.packetResendEnable = true;
+    done = false;
+    Packet shorter(false, GVSP_PACKET_TRAILER, 9, 5);
+    shorter.Put32(0).Put32(4);
+    ASSERT_EQ(Trailer(shorter, done), GC_ERR_SUCCESS);
+    EXPECT_FALSE(done);
+    EXPECT_EQ(buffer.trailerSizeY, 4U);
+    EXPECT_EQ(buffer.dataSize, 40U);
+    EXPECT_EQ(buffer.missingPackets, 7);
+}
+
+TEST_F(GvspParserTest, ChunkTrailersCarryLengthAndLayout) {
+    ASSERT_EQ(Leader(ImageLeader(true, 0x4001, 1, 0x01080001, 10, 6)), GC_ERR_SUCCESS);
+    bool done = false;
+    Packet withChunks(true, GVSP_PACKET_TRAILER, 9, 5);
+    withChunks.Put32(0).Put32(6).Put32(1234).Put32(0xBEEF);
+    ASSERT_EQ(Trailer(withChunks, done), GC_ERR_SUCCESS);
+    EXPECT_EQ(buffer.trailerSizeY, 6U);
+    EXPECT_EQ(buffer.deliveredChunkPayloadSize, 1234U);
+    EXPECT_EQ(buffer.dataSize, 1234U);
+    EXPECT_EQ(buffer.chunkLayoutId, 0xBEEFU);
+    EXPECT_TRUE(buffer.containsChunkData);
+    // One byte short of the layout id.
+    EXPECT_EQ(ParseGVSPTrailer(info, withChunks.data(), withChunks.size() - 1, &buffer, done,
+                               withChunks.Header()),
+              GC_ERR_INVALID_BUFFER);
+
+    Buffer chunkOnly;
+    info.payloadType = 4;
+    Packet chunk(false, GVSP_PACKET_TRAILER, 9, 5);
+    chunk.Put32(0).Put32(99);
+    ASSERT_EQ(ParseGVSPTrailer(info, chunk.data(), chunk.size(), &chunkOnly, done, chunk.Header()),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(chunkOnly.deliveredChunkPayloadSize, 99U);
+    EXPECT_EQ(chunkOnly.dataSize, 99U);
+    EXPECT_TRUE(chunkOnly.containsChunkData);
+}
+
+TEST_F(GvspParserTest, TrailerFollowsTheLeadersTypeAndRefusesOthers) {
+    bool done = false;
+    Packet p(false, GVSP_PACKET_TRAILER, 9, 5);
+    p.Put32(0).Put32(1).Put32(2).Put32(3);
+    for (std::uint16_t type : {0, 2, 3, 6, 9, 0x8001}) {
+        info.payloadType = type;
+        EXPECT_EQ(Trailer(p, done), GC_ERR_NOT_IMPLEMENTED) << type;
+    }
+    EXPECT_NE(LastErrorText().find("ParseGVSPTrailer():  Payload type [32769] not supported"),
+              std::string::npos);
+    EXPECT_FALSE(done);
+    EXPECT_FALSE(buffer.trailerSeen);
+    info.payloadType = 1;
+    EXPECT_EQ(ParseGVSPTrailer(info, p.data(), 15, &buffer, done, p.Header()),
+              GC_ERR_INVALID_BUFFER);
+    EXPECT_FALSE(buffer.trailerSeen);
+}
+
+// --- payload ------------------------------------------------------------------------
+
+TEST_F(GvspParserTest, PayloadLandsAtItsPlaceInBothForms) {
+    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 8, 8)), GC_ERR_SUCCESS);
+    ASSERT_EQ(Payload(Data(2, 16, 0xB2)), GC_ERR_SUCCESS);
+    ASSERT_EQ(Payload(Data(1, 16, 0xA1)), GC_ERR_SUCCESS);
+    EXPECT_EQ(memory[0], 0xA1);
+    EXPECT_EQ(memory[15], 0xA1);
+    EXPECT_EQ(memory[16], 0xB2);
+    EXPECT_EQ(memory[32], 0);
+    EXPECT_EQ(buffer.receivedBytes, 32U);
+    EXPECT_EQ(buffer.receivedPackets, 2U);
+    EXPECT_EQ(buffer.missingPackets, 10 - 3);
+    EXPECT_EQ(buffer.nextExpectedPacket, 3U);
+    EXPECT_TRUE(buffer.IsPacketSeen(1));
+    EXPECT_TRUE(buffer.IsPacketSeen(2));
+
+    // Extended ids leave 12 fewer bytes per packet.
+    info.packetSize = 28 + 20 + 8;
+    ASSERT_EQ(Payload(Data(5, 8, 0xE5, true)), GC_ERR_SUCCESS);
+    EXPECT_EQ(memory[32], 0xE5);
+    EXPECT_EQ(memory[39], 0xE5);
+    EXPECT_EQ(buffer.nextExpectedPacket, 6U);
+}
+
+TEST_F(GvspParserTest, OversizedBlockIsCutAtTheBufferEnd) {
+    // The leader claims 100 bytes; the buffer holds 64.
+    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 10, 10)), GC_ERR_SUCCESS);
+    ASSERT_EQ(Payload(Data(4, 16, 0x44)), GC_ERR_SUCCESS); // 48 to 63: fits
+    EXPECT_FALSE(buffer.dataLargerThanBuffer);
+    ASSERT_EQ(Payload(Data(5, 16, 0x55)), GC_ERR_SUCCESS); // 64 on: no room
+    EXPECT_TRUE(buffer.dataLargerThanBuffer);
+    EXPECT_EQ(buffer.receivedBytes, 16U);
+    // Later data packets are counted but not copied.
+    ASSERT_EQ(Payload(Data(1, 16, 0x11)), GC_ERR_SUCCESS);
+    EXPECT_EQ(memory[0], 0);
+    EXPECT_EQ(buffer.receivedBytes, 16U);
+    EXPECT_EQ(buffer.receivedPackets, 3U);
+    EXPECT_TRUE(buffer.IsPacketSeen(1));
+    EXPECT_EQ(memory[63], 0x44);
+}
+
+TEST_F(GvspParserTest, PacketLongerThanItsShareIsCutAtTheBufferEnd) {
+    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 8, 8)), GC_ERR_SUCCESS);
+    // Packet 4 starts at 48 and claims 40 bytes: 16 fit.
+    ASSERT_EQ(Payload(Data(4, 40, 0x44)), GC_ERR_SUCCESS);
+    EXPECT_TRUE(buffer.dataLargerThanBuffer);
+    EXPECT_EQ(buffer.receivedBytes, 16U);
+    EXPECT_EQ(memory[47], 0);
+    EXPECT_EQ(memory[48], 0x44);
+}
+
+TEST_F(GvspParserTest, PayloadRefusesBadPlacesAndTypes) {
+    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 8, 4)), GC_ERR_SUCCESS); // 32 bytes
+    // Packet id 0 lies before the buffer; id 4 starts beyond dataSize.
+    EXPECT_EQ(Payload(Data(0, 16, 1)), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Payload(Data(4, 16, 1)), GC_ERR_INVALID_PARAMETER);
+    EXPECT_NE(LastErrorText().find("ParseGVSPPayload(): Destination offset invalid for Bid:Pid "
+                                   "[9]:[4]"),
+              std::string::npos);
+    // An id whose place wraps the 32-bit offset negative.
+    EXPECT_EQ(Payload(Data(0xFFFFFF, 16, 1, false)), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Payload(Data(0xFFFFFFFF, 16, 1, true)), GC_ERR_INVALID_PARAMETER);
+    EXPECT_FALSE(buffer.IsPacketSeen(0));
+    EXPECT_EQ(buffer.receivedPackets, 0U);
+    EXPECT_EQ(buffer.receivedBytes, 0U);
+
+    for (std::uint16_t type : {0, 2, 3, 6, 0x8000}) {
+        info.payloadType = type;
+        EXPECT_EQ(Payload(Data(1, 16, 1)), GC_ERR_NOT_IMPLEMENTED) << type;
+    }
+    EXPECT_NE(LastErrorText().find("ParseGVSPPayload(): Payload type [32768] not supported"),
+              std::string::npos);
+    info.payloadType = 4;
+    EXPECT_EQ(Payload(Data(1, 16, 1)), GC_ERR_SUCCESS);
+    info.payloadType = 0x4001;
+    EXPECT_EQ(Payload(Data(2, 16, 2)), GC_ERR_SUCCESS);
+    EXPECT_EQ(buffer.receivedBytes, 32U);
+}
+
+TEST_F(GvspParserTest, TinyPacketSizeOrEmptyPayloadCopiesNothing) {
+    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 8, 8)), GC_ERR_SUCCESS);
+    Packet bare(false, GVSP_PACKET_PAYLOAD, 9, 1);
+    ASSERT_EQ(Payload(bare), GC_ERR_SUCCESS);
+    EXPECT_EQ(buffer.receivedBytes, 0U);
+    // A packet size below the headers makes every place but the first
+    // negative.
+    info.packetSize = 10;
+    EXPECT_EQ(Payload(Data(2, 16, 1)), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Payload(Data(1, 16, 7)), GC_ERR_SUCCESS);
+    EXPECT_EQ(memory[0], 7);
+}
+
+} // namespace
