@@ -6,6 +6,8 @@
 
 #include "api/Error.h"
 #include "hal/IHALGev.h"
+#include "registers/ModuleXml.h"
+#include "registers/StreamRegImpl.h"
 #include "stream/BufferStateMachine.h"
 
 namespace GenTL {
@@ -45,17 +47,23 @@ int DataStreamGev::CheckOpen(const char* text) const {
 
 int DataStreamGev::ReadPort(unsigned long address, void* buffer, unsigned long* size) {
     KESTA_CHECK_OPEN();
-    return DataStream::ReadPort(address, buffer, size);
+    StreamRegImpl registers(this);
+    return registers.DispatchRead(address, buffer, size);
 }
 
 int DataStreamGev::WritePort(unsigned long address, const void* buffer, unsigned long* size) {
     KESTA_CHECK_OPEN();
-    return DataStream::WritePort(address, buffer, size);
+    StreamRegImpl registers(this);
+    return registers.DispatchWrite(address, buffer, size);
 }
 
 int DataStreamGev::GetPortURL(char* url, unsigned long* size) const {
     KESTA_CHECK_OPEN();
-    return DataStream::GetPortURL(url, size);
+    if (int rc = BaseModule::GetPortURL(kDataStreamUrlTemplate, g_streamXml.size,
+                                        kPortUrlExtraOne, url, size)) {
+        return ChainError(rc);
+    }
+    return GC_ERR_SUCCESS;
 }
 
 int DataStreamGev::GetPortInfo(int cmd, int* type, void* buffer, unsigned long* size) {

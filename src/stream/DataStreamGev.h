@@ -50,7 +50,9 @@ public:
                   int accessMode);
     ~DataStreamGev() override;
 
-    // Port: as DataStream, after the open check.
+    // Port: after the open check. ReadPort and WritePort serve the stream's
+    // register space (a StreamRegImpl per call); the URL's length is that of
+    // the embedded XML. The rest as DataStream.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
     int GetPortURL(char* url, unsigned long* size) const override;
