@@ -379,7 +379,7 @@ TEST_F(SilentCamera, RetriesGoOutAtTheTimeoutWithTheSameBytesThenDisconnect) {
     const auto elapsed = Clock::now() - start;
     // Defaults: 3 retries, 200 ms.
     EXPECT_GE(elapsed, std::chrono::milliseconds(4 * 200 - 20));
-    EXPECT_LT(elapsed, std::chrono::milliseconds(4 * 200 + 300));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(4 * 200 + 800));
     const std::vector<Captured> packets = sniffer.WaitFor(4, 500);
     ASSERT_EQ(4u, packets.size());
     for (std::size_t i = 1; i < packets.size(); ++i) {
@@ -387,7 +387,7 @@ TEST_F(SilentCamera, RetriesGoOutAtTheTimeoutWithTheSameBytesThenDisconnect) {
         const auto gap = std::chrono::duration_cast<std::chrono::milliseconds>(packets[i].at -
                                                                                packets[i - 1].at);
         EXPECT_GE(gap.count(), 190);
-        EXPECT_LE(gap.count(), 300);
+        EXPECT_LE(gap.count(), 450);
     }
     bool connected = true;
     m_hal->IsConnected(device, connected);

@@ -1,0 +1,267 @@
+// Facts of devices and adapters, adapter ids, the unicast list, connection
+// state and the one-shot commands, on records made by hand and on loopback.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <set>
+
+#include "GenTL_KESTA.h"
+#include "GvcpTestPeer.h"
+#include "api/Error.h"
+#include "hal/AdapterHandle.h"
+#include "hal/AdapterTable.h"
+#include "hal/DiscoveryCollector.h"
+#include "hal/HALGev.h"
+
+namespace GenTL {
+namespace {
+
+using namespace testing_gvcp;
+
+std::string LastErrorText() {
+    Error e;
+    ErrorCache::GetErrorCache()->Peak(e);
+    const std::string text = e.Message();
+    const std::size_t at = text.find(": ");
+    return at == std::string::npos ? text : text.substr(at + 2);
+}
+
+/// A discovery answer as a camera at 127.0.0.1 would send it.
+Bytes DiscoveryAnswer() {
+    Bytes ack = Ack(0, gvcp::kDiscoveryAck, 248, 2, Bytes(248, 0));
+    std::uint8_t* p = ack.data() + 8;
+    const std::size_t n = 248;
+    gvcp::PutU16(p, n, 0x0A, 0x024B);
+    gvcp::PutU32(p, n, 0x0C, 0x5300000A);
+    gvcp::PutU32(p, n, 0x14, 0x00000005); // persistent IP and LLA
+    gvcp::PutU32(p, n, 0x24, 0x7F000001);
+    gvcp::PutU32(p, n, 0x34, 0xFF000000);
+    gvcp::PutU32(p, n, 0x44, 0x7F0000FE);
+    std::memset(p + 0x48, 'V', 32); // no zero: runs into the model name
+    std::memcpy(p + 0x68, "Model", 5);
+    std::memcpy(p + 0x88, "1.0", 3);
+    std::memcpy(p + 0xD8, "SER1", 4);
+    std::memset(p + 0xE8, 'U', 16); // no zero up to the end of the payload
+    return ack;
+}
+
+class HALGevFactsTest : public ::testing::Test {
+protected:
+    HALGevFactsTest() : m_hal("/nonexistent/KestaGentl.cfg") {
+        m_adapter = new AdapterHandle();
+        m_adapter->localAddress.sin_family = AF_INET;
+        m_adapter->localAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        m_adapter->adapterId = m_adapter->id = "024b53000001";
+        const Bytes answer = DiscoveryAnswer();
+        m_adapter->deviceList.push_back(
+            MakeDeviceData(m_adapter->localAddress, answer.data(), answer.size(), false));
+        m_device = new DeviceHandle();
+        m_device->discoveryPayload = m_adapter->deviceList[0].discoveryPayload;
+    }
+    ~HALGevFactsTest() override {
+        m_hal.CloseDevice(ToOpaque(m_device));
+        m_hal.CloseInterface(ToOpaque(m_adapter));
+    }
+    void* Adapter() { return ToOpaque(m_adapter); }
+    void* Device() { return ToOpaque(m_device); }
+
+    HALGev m_hal;
+    AdapterHandle* m_adapter;
+    DeviceHandle* m_device;
+};
+
+TEST_F(HALGevFactsTest, DeviceFactsByHandleAndById) {
+    EXPECT_EQ("SER1", m_adapter->deviceList[0].id);
+    std::string text;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetVendorName(Device(), text));
+    EXPECT_EQ(std::string(32, 'V') + "Model", text);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetUserDefinedName(Adapter(), "SER1", text));
+    EXPECT_EQ(std::string(16, 'U'), text);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetModelName(Adapter(), "SER1", text));
+    EXPECT_EQ("Model", text);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDeviceVersion(Device(), text));
+    EXPECT_EQ("1.0", text);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetSerialNumber(Device(), text));
+    EXPECT_EQ("SER1", text);
+
+    long value = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevMACAddress(Device(), value));
+    EXPECT_EQ(0x024B5300000Al, value);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevMACAddress(Adapter(), "SER1", value));
+    EXPECT_EQ(0x024B5300000Al, value);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIPAddress(Device(), value));
+    EXPECT_EQ(0x7F000001l, value);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevSubnetMask(Adapter(), "SER1", value));
+    EXPECT_EQ(0xFF000000l, value);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevDefaultGateway(Device(), value));
+    EXPECT_EQ(0x7F0000FEl, value);
+
+    // 0x00000005 on the wire: by handle the first byte's bits (all clear on
+    // a little-endian machine), by id the number's bits.
+    bool on = true;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigPersistentIp(Device(), on));
+    EXPECT_FALSE(on);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigLLA(Device(), on));
+    EXPECT_FALSE(on);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigPersistentIp(Adapter(), "SER1", on));
+    EXPECT_TRUE(on);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigLLA(Adapter(), "SER1", on));
+    EXPECT_TRUE(on);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigDHCP(Adapter(), "SER1", on));
+    EXPECT_FALSE(on);
+
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_hal.GetModelName(Adapter(), "SER", text));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.GetModelName(nullptr, text));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.GetDevIPAddress(nullptr, "SER1", value));
+}
+
+TEST_F(HALGevFactsTest, DiscoveryRowFromAShortOrUnterminatedAnswer) {
+    const Bytes answer(10, 'Z');
+    const DeviceData row =
+        MakeDeviceData(m_adapter->localAddress, answer.data(), answer.size(), true);
+    EXPECT_EQ("", row.id);
+    EXPECT_EQ('Z', row.discoveryPayload[1]);
+    EXPECT_EQ(0, row.discoveryPayload[2]);
+    EXPECT_TRUE(row.unicastDiscovered);
+    const Bytes full(256, 'S');
+    EXPECT_EQ(std::string(32, 'S'),
+              MakeDeviceData(m_adapter->localAddress, full.data(), full.size(), false).id);
+}
+
+TEST(AdapterTableTest, FurtherAddressesOfOneAdapterGetSuffixes) {
+    std::vector<AdapterData> table;
+    const auto add = [&table](const std::string& base) {
+        AdapterData row;
+        row.id = AdapterTable::NextId(table, base);
+        table.push_back(row);
+        return row.id;
+    };
+    EXPECT_EQ("aabbccddeeff", add("aabbccddeeff"));
+    EXPECT_EQ("001122334455", add("001122334455"));
+    EXPECT_EQ("aabbccddeeff:1", add("aabbccddeeff"));
+    EXPECT_EQ("aabbccddeeff:2", add("aabbccddeeff"));
+    EXPECT_EQ("001122334455:1", add("001122334455"));
+    const unsigned char mac[6] = {0x02, 0x4B, 0x53, 0x00, 0xAB, 0xFF};
+    EXPECT_EQ("024b5300abff", AdapterTable::HexMac(mac));
+}
+
+TEST_F(HALGevFactsTest, UnicastListAddsRemovesOnlyAllAndReportsInHostOrder) {
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.AddUnicastDiscoveryDevice(Adapter(), htonl(0x0A000001)));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.RemoveUnicastDiscoveryDevice(Adapter(), htonl(0x0A000002)));
+    unsigned list[4] = {};
+    unsigned size = 4;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetUnicastDiscoveryDevices(Adapter(), list, &size));
+    ASSERT_EQ(2u, size) << "a single removal adds";
+    EXPECT_EQ((std::set<unsigned>{0x0A000001, 0x0A000002}), (std::set<unsigned>{list[0], list[1]}));
+    size = 1;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetUnicastDiscoveryDevices(Adapter(), list, &size));
+    EXPECT_EQ(1u, size);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.RemoveUnicastDiscoveryDevice(Adapter(), 0xFFFFFFFF));
+    size = 4;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetUnicastDiscoveryDevices(Adapter(), list, &size));
+    EXPECT_EQ(0u, size);
+
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER,
+              m_hal.GetUnicastDiscoveryDevices(Adapter(), nullptr, &size));
+    EXPECT_EQ("null discovery list specified", LastErrorText());
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_hal.GetUnicastDiscoveryDevices(Adapter(), list, nullptr));
+    EXPECT_EQ("null discovery list size specified", LastErrorText());
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.AddUnicastDiscoveryDevice(nullptr, 1));
+    EXPECT_EQ("failed to cast hInterface to AdapterHandle*", LastErrorText());
+}
+
+TEST_F(HALGevFactsTest, ConnectionStateIsTheDevicesOwn) {
+    bool connected = true;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.IsConnected(Device(), connected));
+    EXPECT_FALSE(connected) << "a new record is not connected";
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.SetConnected(Device(), true));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.IsConnected(Device(), connected));
+    EXPECT_TRUE(connected);
+    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, m_hal.IsConnected(Adapter(), "SER1", connected));
+    EXPECT_FALSE(m_hal.IsLwfDriverInstalledForMac(0x024B5300000A));
+}
+
+TEST_F(HALGevFactsTest, OpenDeviceAimsAtTheDiscoveredAddressAndTakesOverRequestIds) {
+    m_adapter->requestId = 500;
+    m_hal.SetGvcpRetries(5);
+    void* device = nullptr;
+    ASSERT_EQ(GC_ERR_SUCCESS, m_hal.OpenDevice(Adapter(), "SER1", &device));
+    DeviceHandle* opened = AsDevice(device);
+    EXPECT_EQ("SER1", opened->id);
+    EXPECT_EQ(500u, opened->requestId);
+    EXPECT_EQ(6u, opened->timeoutLimit);
+    EXPECT_FALSE(opened->connected);
+    unsigned short port = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevPort(device, port));
+    EXPECT_EQ(3956, port);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetPort(device, port));
+    EXPECT_GE(port, 49152);
+    EXPECT_EQ(htonl(INADDR_LOOPBACK), opened->socket->RemoteAddress().sin_addr.s_addr);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.CloseDevice(device));
+
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_hal.OpenDevice(Adapter(), "SER2", &device));
+}
+
+TEST_F(HALGevFactsTest, TickFrequencyOfAClosedDeviceIsNotDelivered) {
+    unsigned long frequency = 7;
+    EXPECT_EQ(GC_ERR_IO, m_hal.GetTimestampTickFrequency(Adapter(), "SER1", frequency));
+    EXPECT_EQ(7u, frequency);
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_hal.GetTimestampTickFrequency(Adapter(), "nope", frequency));
+    EXPECT_EQ("failed to open device ID=nope because device is not found", LastErrorText());
+}
+
+TEST(HALGevSettingsTest, TimeoutFromTheFileOutranksTheDevice) {
+    const std::string path = "/tmp/kesta-hal-settings-" + std::to_string(::getpid()) + ".cfg";
+    std::ofstream(path) << "gvcp.timeout 300\ngvcp.maxRetries 2\n";
+    HALGev hal(path);
+    std::remove(path.c_str());
+    EXPECT_EQ(300, hal.Timeout());
+    EXPECT_TRUE(hal.TimeoutOverridden());
+    unsigned long retries = 0;
+    hal.GetGvcpRetries(retries);
+    EXPECT_EQ(2u, retries);
+
+    ScriptedPeer peer([](const Bytes&, int) { return std::vector<Reply>{}; });
+    DeviceHandle* device = MakeLoopbackDevice(peer.Port(), 300, 3);
+    EXPECT_EQ(GC_ERR_SUCCESS, hal.SetDeviceTimeout(ToOpaque(device), 50));
+    int former = 0;
+    device->socket->SetTimeout(300, former);
+    EXPECT_EQ(300, former);
+    hal.CloseDevice(ToOpaque(device));
+
+    HALGev plain("/nonexistent/KestaGentl.cfg");
+    EXPECT_EQ(200, plain.Timeout());
+    device = MakeLoopbackDevice(peer.Port(), 200, 3);
+    EXPECT_EQ(GC_ERR_SUCCESS, plain.SetDeviceTimeout(ToOpaque(device), 1000));
+    device->socket->SetTimeout(200, former);
+    EXPECT_EQ(1000, former);
+    plain.CloseDevice(ToOpaque(device));
+}
+
+TEST(HALGevOneShotTest, ActionCommandAckIsJudgedAndTheSocketKeeps2s) {
+    ScriptedPeer peer([](const Bytes& request, int index) -> std::vector<Reply> {
+        const std::uint16_t id = RequestIdOf(request);
+        if (index == 0) {
+            return {{PendingAck(id, 300)}, {Ack(0, gvcp::kActionAck, 0, id)}};
+        }
+        return {{Ack(0x8002, gvcp::kActionAck, 0, id)}};
+    });
+    HALGev hal("/nonexistent/KestaGentl.cfg");
+    DeviceHandle* device = MakeLoopbackDevice(peer.Port(), 100, 4);
+    EXPECT_EQ(GC_ERR_SUCCESS, hal.SendActionCommand(ToOpaque(device), 1, 2, 3, 0));
+    int former = 0;
+    device->socket->SetTimeout(100, former);
+    EXPECT_EQ(2000, former);
+    EXPECT_EQ(GC_ERR_INVALID_VALUE, hal.SendActionCommand(ToOpaque(device), 1, 2, 3, 0));
+    EXPECT_EQ("GenTL::HALGev::SendActionCommand Ack is invalid: -1019 : , ACK = 257, status = "
+              "32770, ack_id = 3, length = 0",
+              LastErrorText());
+    const std::vector<Bytes> sent = peer.Received();
+    ASSERT_EQ(2u, sent.size());
+    EXPECT_EQ(20u, sent[0].size());
+    hal.CloseDevice(ToOpaque(device));
+}
+
+} // namespace
+} // namespace GenTL
