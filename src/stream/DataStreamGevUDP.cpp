@@ -2,7 +2,6 @@
 
 #include <string>
 
-#include <boost/chrono.hpp>
 #include <boost/thread/thread.hpp>
 
 #include "api/Error.h"
@@ -11,6 +10,9 @@
 #include "hal/IHALGev.h"
 #include "modules/ThreadPriority.h"
 #include "stream/BufferStateMachineGev.h"
+#include "stream/GrabContext.h"
+#include "stream/GrabThreadNoCopy.h"
+#include "stream/GrabThreadResend.h"
 #include "stream/HALGvspUDP.h"
 #include "stream/StreamStartParams.h"
 
@@ -22,9 +24,6 @@ const char* const kNotOpen = "DataStream is not open";
 
 // GVCP capability bit of PACKETRESEND_CMD.
 constexpr unsigned kCapPacketResend = 1U << 2;
-
-// Sleeps of the idle grab loop; each is an interruption point.
-constexpr int kIdleSliceMs = 100;
 
 } // namespace
 
@@ -207,26 +206,51 @@ int DataStreamGevUDP::SetupResendRetryParams(unsigned long windowFrames, double 
     return GC_ERR_SUCCESS;
 }
 
-// The receive loops are not part of this module yet: both threads hold the
-// acquisition open, with the stream's priority, until StopAcquisition
-// interrupts them. Buffers stay in the input queue meanwhile.
+// The receive loops live in their own classes and work on this stream's
+// state through a GrabContext.
 
 void DataStreamGevUDP::GrabThreadResend() {
-    ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
-    GLogger::Info("DataStreamGevUDP::GrabThread(): Starting");
-    running = true;
-    for (;;) {
-        boost::this_thread::sleep_for(boost::chrono::milliseconds(kIdleSliceMs));
-    }
+    GrabContext context{m_streamInfo,
+                        static_cast<BufferStateMachineGev&>(*m_pBufferStateMachine),
+                        *m_pHalGvsp,
+                        m_pHalGev,
+                        m_hDevice,
+                        m_activeBlocks,
+                        m_activeBlockCount,
+                        m_activeBlocksMutex,
+                        m_pendingResends,
+                        m_pendingResendCount,
+                        m_pendingResendsMutex,
+                        running,
+                        bufferHandlingMode,
+                        numUnderrun,
+                        m_bufferTimerService,
+                        m_resendTimerService,
+                        overrideWidth,
+                        overrideHeight};
+    ::GenTL::GrabThreadResend(context).Run();
 }
 
 void DataStreamGevUDP::GrabThreadNoCopy() {
-    ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
-    GLogger::Info("DataStreamGevUDP::GrabThread(NC): Starting");
-    running = true;
-    for (;;) {
-        boost::this_thread::sleep_for(boost::chrono::milliseconds(kIdleSliceMs));
-    }
+    GrabContext context{m_streamInfo,
+                        static_cast<BufferStateMachineGev&>(*m_pBufferStateMachine),
+                        *m_pHalGvsp,
+                        m_pHalGev,
+                        m_hDevice,
+                        m_activeBlocks,
+                        m_activeBlockCount,
+                        m_activeBlocksMutex,
+                        m_pendingResends,
+                        m_pendingResendCount,
+                        m_pendingResendsMutex,
+                        running,
+                        bufferHandlingMode,
+                        numUnderrun,
+                        m_bufferTimerService,
+                        m_resendTimerService,
+                        overrideWidth,
+                        overrideHeight};
+    ::GenTL::GrabThreadNoCopy(context).Run();
 }
 
 } // namespace GenTL

@@ -1,0 +1,326 @@
+#include "stream/GrabThreadResend.h"
+
+#include <algorithm>
+#include <string>
+
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/thread.hpp>
+
+#include "GenTL_KESTA.h"
+#include "api/GLogger.h"
+#include "api/localization.h"
+#include "modules/ThreadPriority.h"
+#include "stream/BlockId.h"
+#include "stream/Buffer.h"
+#include "stream/BufferStateMachineGev.h"
+#include "stream/GrabContext.h"
+#include "stream/IHALGvspUDP.h"
+#include "stream/StreamInfo.h"
+
+namespace GenTL {
+
+namespace {
+
+// The wait of one read; between reads the thread can be interrupted.
+constexpr unsigned long kReceiveTimeoutMs = 50;
+// Milliseconds between the repeats of one request.
+constexpr std::uint32_t kResendRequestTimeoutMs = 25;
+// Room for a datagram when no packet size is known.
+constexpr std::uint32_t kMinPacketArray = 576;
+
+std::string Num(long long value) {
+    return std::to_string(value);
+}
+
+/// The block id after a trailer: 0 is skipped when the counter wraps.
+std::uint64_t NextBlockIdAfter(std::uint64_t blockId, bool extended) {
+    if (extended) {
+        return blockId == ~std::uint64_t{0} ? 1 : blockId + 1;
+    }
+    return blockId + 1 >= 0x10000 ? 1 : blockId + 1;
+}
+
+} // namespace
+
+GrabThreadResend::GrabThreadResend(GrabContext& context)
+    : m_context(context), m_resends(context), m_completion(context, m_resends) {}
+
+void GrabThreadResend::Run() {
+    ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
+    GLogger::Info("DataStreamGevUDP::GrabThreadResend(): Starting");
+    Begin();
+    try {
+        for (;;) {
+            boost::this_thread::interruption_point();
+            m_context.buffers.RequeOldestBufferIfNeeded(m_context.bufferHandlingMode);
+            m_blockCompleted = false;
+            while (!m_blockCompleted) {
+                boost::this_thread::interruption_point();
+                int received = 0;
+                const int rc =
+                    m_context.gvsp.GetNextPacket(m_packet.data(), static_cast<int>(m_packet.size()),
+                                                 received, kReceiveTimeoutMs);
+                if (rc == GC_ERR_SUCCESS) {
+                    HandlePacket(m_packet.data(), received);
+                } else if (rc == GC_ERR_TIMEOUT) {
+                    GLogger::Debug("GrabThreadResend(): Timed out waiting for packet");
+                } else {
+                    GLogger::Error(
+                        loc::al("GrabThreadResend(): Failed to retrieve a packet. Error: {0}",
+                                Num(rc).c_str())
+                            .c_str());
+                }
+            }
+            m_completion.CheckAndCompleteExpiredBuffers();
+            boost::this_thread::interruption_point();
+        }
+    } catch (const boost::thread_interrupted&) {
+        End();
+    } catch (...) {
+        End();
+        throw;
+    }
+}
+
+void GrabThreadResend::Begin() {
+    StreamInfo& info = m_context.info;
+    m_packet.assign(std::max(info.packetSize, kMinPacketArray), 0);
+    info.nextBlockId = 1;
+    info.lastBlockId = 0;
+    info.resendRequestTimeout = kResendRequestTimeoutMs;
+    const std::uint64_t chunk = info.PayloadBytesPerPacket();
+    const std::uint64_t bufferSize = m_context.buffers.GetSizeOfFirstAnnouncedBuffer();
+    const std::uint64_t dataPackets = chunk == 0 ? 0 : (bufferSize + chunk - 1) / chunk;
+    info.packetsPerBlock = static_cast<std::uint32_t>(dataPackets + 2);
+    m_bitmapBytes = (info.packetsPerBlock + 7) / 8;
+    m_blockCompleted = false;
+    m_starved = false;
+    m_lastBuffer = nullptr;
+    m_completion.StartTimerThreads();
+    m_context.running = true;
+}
+
+void GrabThreadResend::StartBlock(Buffer* b, std::uint64_t blockId) {
+    const StreamInfo& info = m_context.info;
+    b->missingPackets = static_cast<std::int32_t>(info.packetsPerBlock);
+    b->AllocatePacketBitmap(m_bitmapBytes);
+    b->isIncomplete = true;
+    b->width = b->height = 0;
+    b->xOffset = b->yOffset = 0;
+    b->xPadding = b->yPadding = 0;
+    b->payloadType = 0;
+    b->pixelFormat = 0;
+    b->deliveredChunkPayloadSize = 0;
+    b->chunkLayoutId = 0;
+    b->timestamp = 0;
+    b->dataLargerThanBuffer = false;
+    b->containsChunkData = false;
+    b->receivedBytes = 0;
+    b->bufferExpired = false;
+    b->packetSeen = false;
+    b->nextExpectedPacket = 0;
+    b->trailerSeen = false;
+    b->leaderSeen = false;
+    b->trailerSizeY = 0;
+    b->receivedPackets = 0;
+    b->frameId = blockId;
+    m_completion.ArmBlockTimers(b);
+    m_starved = false;
+}
+
+bool GrabThreadResend::HandlePacket(const char* packet, int received) {
+    ParsedGvspHeader header;
+    if (GetPktHeaderInfo(packet, static_cast<int>(m_packet.size()), received, header) !=
+        GC_ERR_SUCCESS) {
+        return false;
+    }
+    if ((header.status & ~kGvspStatusResent) != 0) {
+        return false; // a real status: the packet is not to be used
+    }
+    StreamInfo& info = m_context.info;
+    const bool extended = info.extendedId;
+    boost::lock_guard<boost::mutex> listLock(m_context.activeBlocksMutex);
+
+    Buffer* current = nullptr;
+    Buffer* buffer = nullptr;
+    for (GenTLHandle* handle : m_context.activeBlocks) {
+        Buffer* b = CastHandleToBufferPtr(handle);
+        if (b == nullptr) {
+            continue;
+        }
+        if (b->frameId == info.nextBlockId) {
+            current = b;
+        }
+        if (b->frameId == header.blockId) {
+            buffer = b;
+            break;
+        }
+    }
+
+    if (buffer == nullptr) {
+        const int order = CompareBlockIds(header.blockId, info.nextBlockId, extended);
+        if (order == BLOCK_ID_BEHIND) {
+            return false; // its block is gone
+        }
+        if (order == BLOCK_ID_AHEAD) {
+            // A newer block began before the expected one was finished: ask
+            // for the expected block's tail.
+            if (current != nullptr) {
+                boost::lock_guard<boost::mutex> lock(current->m_mutex);
+                if (current->resendCount < info.maxResendRequestsPerImage) {
+                    ++current->resendCount;
+                    const std::uint32_t first = current->nextExpectedPacket;
+                    const std::uint32_t last = info.packetsPerBlock - 1;
+                    const std::uint32_t remaining =
+                        info.packetsPerBlock > first ? info.packetsPerBlock - first : 0;
+                    m_resends.OpenRequest(current, info.nextBlockId, first, last, remaining);
+                }
+            }
+            info.nextBlockId = header.blockId;
+        }
+        bool dummyInUse = false;
+        GenTLHandle* handle = m_context.buffers.PopNextBuffer(nullptr, dummyInUse);
+        buffer = CastHandleToBufferPtr(handle);
+        if (buffer == nullptr) {
+            if (!m_starved) {
+                GLogger::Error("GrabThreadResend(): Grab thread starved of input image buffers");
+                m_starved = true;
+            }
+            return false;
+        }
+        m_context.activeBlocks.push_back(handle);
+        ++m_context.activeBlockCount;
+        boost::lock_guard<boost::mutex> lock(buffer->m_mutex);
+        StartBlock(buffer, header.blockId);
+    }
+
+    boost::lock_guard<boost::mutex> lock(buffer->m_mutex);
+    m_lastBuffer = buffer;
+    buffer->packetSeen = true;
+    const std::uint32_t id = header.packetId;
+    if (buffer->IsPacketSeen(id)) {
+        GLogger::Error("GrabThreadResend(): Duplicate packet received");
+        return false;
+    }
+    if (header.extendedId != extended) {
+        GLogger::Error(loc::al("GrabThreadResend(): Invalid packet header expected. EI bit = {0} "
+                               "received header = {1}",
+                               Num(extended).c_str(), Num(header.extendedId).c_str())
+                           .c_str());
+    }
+
+    const std::uint32_t next = buffer->nextExpectedPacket;
+    bool late = false;
+    if (id > next) {
+        // A gap: ask for what lies between.
+        if (buffer->resendCount < info.maxResendRequestsPerImage) {
+            ++buffer->resendCount;
+            m_resends.OpenRequest(buffer, info.nextBlockId, next, id - 1, id - next);
+        }
+    } else if (header.blockId < info.nextBlockId) {
+        late = true;
+    } else {
+        late = header.blockId == info.nextBlockId && id < next;
+    }
+
+    Dispatch(buffer, packet, received, header);
+
+    if (late) {
+        m_resends.SettleLatePacket(buffer, id);
+    } else if (header.packetFormat == GVSP_PACKET_TRAILER) {
+        info.nextBlockId = NextBlockIdAfter(header.blockId, extended);
+    }
+
+    const bool done = buffer->receivedPackets == info.packetsPerBlock ||
+                      (buffer->leaderSeen && buffer->trailerSeen && buffer->width == 1 &&
+                       buffer->receivedPackets == buffer->lastPacketId + 1);
+    if (!done) {
+        return false;
+    }
+    m_blockCompleted = true;
+    buffer->isAcquiring = false;
+    GrabCompletion::CancelBlockTimers(buffer);
+    m_resends.ClearResendRequestList(buffer);
+    return true;
+}
+
+void GrabThreadResend::Dispatch(Buffer* buffer, const char* packet, int received,
+                                const ParsedGvspHeader& header) {
+    StreamInfo& info = m_context.info;
+    const auto size = static_cast<unsigned long>(received);
+    const std::uint32_t id = header.packetId;
+    switch (header.packetFormat) {
+    case GVSP_PACKET_LEADER:
+        if (const int rc = ParseGVSPLeader(info, packet, size, buffer, header)) {
+            GLogger::Error(loc::al("GrabThreadResend(): Failed to parse GVSP leader! Error: {0}",
+                                   Num(rc).c_str())
+                               .c_str());
+            return;
+        }
+        buffer->MarkPacketSeen(id);
+        ++buffer->receivedPackets;
+        buffer->leaderSeen = true;
+        buffer->payloadType = info.payloadType;
+        if (buffer->nextExpectedPacket < id + 1) {
+            buffer->nextExpectedPacket = id + 1;
+        }
+        m_context.gvsp.SetNextLeaderArrived();
+        return;
+    case GVSP_PACKET_TRAILER:
+        if (const int rc = ParseGVSPTrailer(info, packet, size, buffer, m_blockCompleted, header)) {
+            GLogger::Error(loc::al("GrabThreadResend(): Failed to parse GVSP trailer! Error: {0}",
+                                   Num(rc).c_str())
+                               .c_str());
+            return;
+        }
+        buffer->trailerSeen = true;
+        buffer->MarkPacketSeen(id);
+        buffer->lastPacketId = id;
+        ++buffer->receivedPackets;
+        return;
+    case GVSP_PACKET_PAYLOAD:
+        if (const int rc = ParseGVSPPayload(info, packet, size, buffer, header)) {
+            GLogger::Error(loc::al("GrabThreadResend(): Failed to parse GVSP payload! Error: {0}",
+                                   Num(rc).c_str())
+                               .c_str());
+        }
+        return;
+    default:
+        GLogger::Error(loc::al("GrabThreadResend(): Unsupported GVSP packet format: {0}",
+                               Num(header.packetFormat).c_str())
+                           .c_str());
+        return;
+    }
+}
+
+void GrabThreadResend::End() {
+    boost::this_thread::disable_interruption noInterruption;
+    m_context.running = false;
+    if (m_lastBuffer != nullptr) {
+        boost::lock_guard<boost::mutex> lock(m_lastBuffer->m_mutex);
+        m_lastBuffer->isAcquiring = false;
+    }
+    {
+        boost::lock_guard<boost::mutex> listLock(m_context.activeBlocksMutex);
+        for (GenTLHandle* handle : m_context.activeBlocks) {
+            Buffer* buffer = CastHandleToBufferPtr(handle);
+            if (buffer == nullptr) {
+                continue;
+            }
+            boost::unique_lock<boost::mutex> lock(buffer->m_mutex);
+            GrabCompletion::CancelBlockTimers(buffer);
+            m_resends.ClearResendRequestList(buffer);
+            if (buffer->state != BS_OUTPUT) {
+                buffer->FreePacketBitmap();
+                lock.unlock();
+                m_context.buffers.QueueBufferToInput(handle);
+            }
+        }
+        m_context.activeBlocks.clear();
+        m_context.activeBlockCount = 0;
+    }
+    m_completion.StopTimerThreads();
+    m_lastBuffer = nullptr;
+}
+
+} // namespace GenTL
