@@ -9,6 +9,7 @@
 
 #include "Commands.h"
 #include "InfoValue.h"
+#include "LocalUrl.h"
 #include "Options.h"
 #include "Session.h"
 
@@ -135,51 +136,6 @@ void HexDump(std::uint64_t address, const std::vector<unsigned char>& data) {
         std::cout << std::string(3 * (16 - std::min<std::size_t>(16, data.size() - line)), ' ')
                   << "  " << text << "\n";
     }
-}
-
-/// Where a "local:" URL puts the camera's description.
-struct LocalFile {
-    std::string name;
-    std::uint64_t address = 0;
-    std::uint64_t length = 0;
-};
-
-bool ParseLocalUrl(const std::string& url, LocalFile& file) {
-    const auto colon = url.find(':');
-    if (colon == std::string::npos) {
-        return false;
-    }
-    std::string scheme = url.substr(0, colon);
-    for (char& c : scheme) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    if (scheme != "local") {
-        return false;
-    }
-    std::string rest = url.substr(colon + 1);
-    rest = rest.substr(0, rest.find('?'));
-    const auto first = rest.find(';');
-    const auto second = first == std::string::npos ? first : rest.find(';', first + 1);
-    if (second == std::string::npos) {
-        return false;
-    }
-    file.name = rest.substr(0, first);
-    return ParseNumber("0x" + rest.substr(first + 1, second - first - 1), file.address) &&
-           ParseNumber("0x" + rest.substr(second + 1), file.length) && !file.name.empty() &&
-           file.length != 0;
-}
-
-bool EndsWithNoCase(const std::string& text, const std::string& tail) {
-    if (text.size() < tail.size()) {
-        return false;
-    }
-    for (std::size_t i = 0; i < tail.size(); ++i) {
-        if (std::tolower(static_cast<unsigned char>(text[text.size() - tail.size() + i])) !=
-            tail[i]) {
-            return false;
-        }
-    }
-    return true;
 }
 
 class OpenCamera {
@@ -449,7 +405,7 @@ private:
                 return m_s.Fail("GCReadPort(" + Hex(file.address + done, 8) + ") of the XML", rc);
             }
         }
-        const bool zipped = EndsWithNoCase(file.name, ".zip");
+        const bool zipped = file.Zipped();
         std::ofstream out(path, std::ios::binary | std::ios::trunc);
         out.write(data.data(), static_cast<std::streamsize>(data.size()));
         out.close();
@@ -460,6 +416,9 @@ private:
         std::cout << "XML URL: " << url << "\nsaved " << data.size() << " bytes"
                   << (zipped ? " (zip archive, as the camera keeps it)" : "") << " to " << path
                   << "\n";
+        if (zipped && !LocalFile{path}.Zipped()) {
+            std::cout << "note: " << path << " holds a zip archive; unzip it for the XML\n";
+        }
         return 0;
     }
 

@@ -27,11 +27,12 @@ public:
 // The functions the commands use, by their exported names.
 #define KESTA_GENTL_PRODUCER_FUNCTIONS(X)                                                          \
     X(GCInitLib)                                                                                   \
-    X(GCCloseLib) X(GCGetInfo) X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetPortURL)      \
-        X(GCGetPortInfo) X(GCGetNumPortURLs) X(GCGetPortURLInfo) X(TLOpen) X(TLClose)              \
-            X(TLGetNumInterfaces) X(TLGetInterfaceID) X(TLOpenInterface) X(IFClose) X(IFGetInfo)   \
-                X(IFGetNumDevices) X(IFGetDeviceID) X(IFUpdateDeviceList) X(IFGetDeviceInfo)       \
-                    X(IFOpenDevice) X(DevClose) X(DevGetPort) X(DevGetInfo)
+    X(GCCloseLib)                                                                                  \
+    X(GCGetInfo) X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetPortURL) X(GCGetPortInfo)   \
+        X(GCGetNumPortURLs) X(GCGetPortURLInfo) X(TLOpen) X(TLClose) X(TLGetNumInterfaces)         \
+            X(TLGetInterfaceID) X(TLOpenInterface) X(IFClose) X(IFGetInfo) X(IFGetNumDevices)      \
+                X(IFGetDeviceID) X(IFUpdateDeviceList) X(IFGetDeviceInfo) X(IFOpenDevice)          \
+                    X(DevClose) X(DevGetPort) X(DevGetInfo)
 #define KESTA_GENTL_DECLARE(name) P##name name = nullptr;
     KESTA_GENTL_PRODUCER_FUNCTIONS(KESTA_GENTL_DECLARE)
 #undef KESTA_GENTL_DECLARE
