@@ -135,6 +135,14 @@ std::string Error::GetMessageFromCode(int code) {
 
 ErrorCache* ErrorCache::m_pCache = nullptr;
 
+namespace {
+// A call after GCCloseLib (a second close, say) makes a new cache that no
+// later GCCloseLib may free; release it when the library is unloaded.
+struct ReleaseCacheAtUnload {
+    ~ReleaseCacheAtUnload() { ErrorCache::ReleaseErrorCache(); }
+} g_releaseCacheAtUnload;
+} // namespace
+
 ErrorCache::~ErrorCache() = default;
 
 ErrorCache* ErrorCache::GetErrorCache() {
