@@ -123,6 +123,9 @@ void GrabThreadResend::StartBlock(Buffer* b, std::uint64_t blockId) {
     b->leaderSeen = false;
     b->trailerSizeY = 0;
     b->receivedPackets = 0;
+    // Until a leader tells the real size, a block may fill the whole buffer:
+    // data that comes before a late leader then still finds its place.
+    b->dataSize = b->size;
     b->frameId = blockId;
     m_completion.ArmBlockTimers(b);
     m_starved = false;
