@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #include "GenTL_KESTA.h"
+#include "api/Error.h"
 #include "api/HLogger.h"
 
 namespace GenTL {
@@ -103,13 +104,13 @@ int AdapterTable::Enumerate(std::vector<AdapterData>& table, std::vector<std::st
     QuerySocket query;
     if (!query.IsOpen()) {
         HLogger::Error("GenTL::HALGev::GetInterfaces could't create socket", errno);
-        return GC_ERR_ERROR;
+        return ReportError(GC_ERR_ERROR, "GenTL::HALGev::GetInterfaces could't create socket");
     }
     ifconf conf{};
     conf.ifc_buf = nullptr;
     if (::ioctl(query.Fd(), SIOCGIFCONF, &conf) != 0) {
         HLogger::Error("GenTL::HALGev::GetInterfaces could't get socket conf", errno);
-        return GC_ERR_ERROR;
+        return ReportError(GC_ERR_ERROR, "GenTL::HALGev::GetInterfaces could't get socket conf");
     }
     const std::size_t bytes = conf.ifc_len > 0 ? static_cast<std::size_t>(conf.ifc_len) : 0;
     std::unique_ptr<ifreq[]> records(new ifreq[bytes / sizeof(ifreq) + 1]());
@@ -117,7 +118,7 @@ int AdapterTable::Enumerate(std::vector<AdapterData>& table, std::vector<std::st
     conf.ifc_req = records.get();
     if (::ioctl(query.Fd(), SIOCGIFCONF, &conf) != 0) {
         HLogger::Error("GenTL::HALGev::GetInterfaces could't get socket conf", errno);
-        return GC_ERR_ERROR;
+        return ReportError(GC_ERR_ERROR, "GenTL::HALGev::GetInterfaces could't get socket conf");
     }
 
     table.clear();

@@ -24,7 +24,7 @@ constexpr std::size_t kSerialInAck = gvcp::kHeaderSize + 0xD8;
 constexpr std::size_t kIpInPayload = 0x24;
 
 int ToSocketTimeout(long timeoutMs) {
-    return static_cast<int>(std::min<long>(std::max<long>(timeoutMs, 0), INT_MAX));
+    return static_cast<int>(std::min<long>(std::max<long>(timeoutMs, 1), INT_MAX));
 }
 
 std::string Dotted(unsigned networkIp) {

@@ -142,7 +142,7 @@ int InvalidHandle() {
 }
 
 int ToSocketTimeout(long timeoutMs) {
-    return static_cast<int>(std::min<long>(std::max<long>(timeoutMs, 0), INT_MAX));
+    return static_cast<int>(std::min<long>(std::max<long>(timeoutMs, 1), INT_MAX));
 }
 
 unsigned long CurrentRetries(const HALGev& hal) {

@@ -44,7 +44,8 @@ public:
      * Broadcasts one discovery on the adapter and collects answers for
      * timeoutMs, then asks each unicast discovery address in turn. Appends
      * one entry per answer to devices (unsorted, doubles kept) and makes the
-     * adapter's device list. One discovery at a time in the process.
+     * adapter's device list. One discovery at a time in the process. A
+     * timeout below 1 ms counts as 1 ms (0 would block the socket for good).
      */
     virtual int GetDevices(void* hAdapter, std::vector<DiscoveredDevice>& devices,
                            long timeoutMs) const = 0;
