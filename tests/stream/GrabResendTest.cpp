@@ -1,0 +1,446 @@
+// The resend grab loop fed packet by packet: gap requests and their
+// settling, the tail request of an overtaken block, in-order delivery,
+// duplicates, statuses, lost leaders, the block-id wrap, variable-size
+// blocks, starvation, and what is left after the loop ends.
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include <boost/thread/mutex.hpp>
+
+#include "FakeGvcpForStream.h"
+#include "StreamTestSupport.h"
+#include "stream/GrabContext.h"
+#include "stream/GrabThreadResend.h"
+#include "stream/IHALGvspUDP.h"
+#include "stream/PacketResendRequest.h"
+#include "stream/StreamInfo.h"
+
+namespace {
+
+using GenTL::Buffer;
+
+constexpr std::uint32_t kChunk = 100;     // payload bytes per packet
+constexpr std::uint32_t kDataPackets = 5; // of a 500-byte block
+constexpr std::uint32_t kTrailerId = kDataPackets + 1;
+constexpr std::uint32_t kMono8 = 0x01080001;
+
+/// The receive side: nothing arrives; leaders are counted.
+class QuietGvsp : public GenTL::IHALGvspUDP {
+public:
+    int Start(GenTL::IHALGev*, void*, GenTL::StreamStartParams&) override { return 0; }
+    int Stop(GenTL::IHALGev*, void*, unsigned int, int) override { return 0; }
+    int ConfigureExtendedId(GenTL::IHALGev*, void*, bool, bool& extended) override {
+        extended = false;
+        return 0;
+    }
+    int WaitForNextLeader(unsigned long) override { return 0; }
+    int ResetWaitForNextLeader() override { return 0; }
+    int GetNextPacket(char*, int, int&, unsigned long) override { return GC_ERR_TIMEOUT; }
+    int GetNextPacket(char*, int, int&, char*, int, int&, unsigned long) override {
+        return GC_ERR_TIMEOUT;
+    }
+    int SetNextLeaderArrived() override {
+        ++leaders;
+        return 0;
+    }
+    int leaders = 0;
+};
+
+/// The control side: records the resend requests.
+class ResendRecorder : public kesta::test::FakeGvcpForStream {
+public:
+    using kesta::test::FakeGvcpForStream::FakeGvcpForStream;
+    using Request = std::tuple<unsigned long, unsigned, unsigned>; // block, first, last
+    int SendPacketResend(void*, unsigned long block, unsigned first, unsigned last,
+                         bool) const override {
+        boost::lock_guard<boost::mutex> lock(m_mutex);
+        m_sent.emplace_back(block, first, last);
+        return 0;
+    }
+    std::vector<Request> Sent() const {
+        boost::lock_guard<boost::mutex> lock(m_mutex);
+        return m_sent;
+    }
+
+private:
+    mutable boost::mutex m_mutex;
+    mutable std::vector<Request> m_sent;
+};
+
+void Put16(std::vector<char>& p, size_t at, std::uint32_t v) {
+    p[at] = static_cast<char>(v >> 8);
+    p[at + 1] = static_cast<char>(v);
+}
+void Put32(std::vector<char>& p, size_t at, std::uint32_t v) {
+    Put16(p, at, v >> 16);
+    Put16(p, at + 2, v & 0xFFFF);
+}
+
+std::vector<char> Header(std::uint16_t block, std::uint8_t format, std::uint32_t id, size_t bytes,
+                         std::uint16_t status = 0) {
+    std::vector<char> p(8 + bytes, 0);
+    Put16(p, 0, status);
+    Put16(p, 2, block);
+    Put32(p, 4, static_cast<std::uint32_t>(format) << 24 | id);
+    return p;
+}
+
+std::vector<char> Leader(std::uint16_t block, std::uint32_t width = kChunk,
+                         std::uint32_t height = kDataPackets) {
+    std::vector<char> p = Header(block, 1, 0, 36);
+    Put16(p, 8 + 2, 1);      // image
+    Put32(p, 8 + 8, 0x1234); // timestamp, low word
+    Put32(p, 8 + 12, kMono8);
+    Put32(p, 8 + 16, width);
+    Put32(p, 8 + 20, height);
+    return p;
+}
+
+std::uint8_t Pattern(std::uint16_t block, std::uint32_t offset) {
+    return static_cast<std::uint8_t>(offset * 7 + block);
+}
+
+std::vector<char> Data(std::uint16_t block, std::uint32_t id, std::uint16_t status = 0) {
+    std::vector<char> p = Header(block, 3, id, kChunk, status);
+    for (std::uint32_t i = 0; i < kChunk; ++i) {
+        p[8 + i] = static_cast<char>(Pattern(block, (id - 1) * kChunk + i));
+    }
+    return p;
+}
+
+std::vector<char> Trailer(std::uint16_t block, std::uint32_t id = kTrailerId,
+                          std::uint32_t sizeY = kDataPackets) {
+    std::vector<char> p = Header(block, 2, id, 8);
+    Put16(p, 8 + 2, 1);
+    Put32(p, 8 + 4, sizeY);
+    return p;
+}
+
+class GrabResend : public StreamTest::ErrorCacheTest {
+protected:
+    void SetUp() override {
+        ErrorCacheTest::SetUp();
+        info.packetSize = 28 + 8 + kChunk;
+        info.packetResendEnable = true;
+        info.interPacketExpiry = 40;
+        info.bufferExpiry = 80;
+        info.resendRetries = 2;
+        for (int i = 0; i < 3; ++i) {
+            void* h = nullptr;
+            ASSERT_EQ(
+                buffers.AllocAndAnnounceBuffer(kDataPackets * kChunk, nullptr, &h, &blockTimers),
+                GC_ERR_SUCCESS);
+            ASSERT_EQ(buffers.QueueBufferToInput(h), GC_ERR_SUCCESS);
+        }
+    }
+    void TearDown() override {
+        if (begun) {
+            loop.End();
+        }
+        ErrorCacheTest::TearDown();
+    }
+    void Begin() {
+        loop.Begin();
+        begun = true;
+    }
+    bool Feed(const std::vector<char>& p) {
+        return loop.HandlePacket(p.data(), static_cast<int>(p.size()));
+    }
+    void FeedBlock(std::uint16_t block) {
+        Feed(Leader(block));
+        for (std::uint32_t id = 1; id <= kDataPackets; ++id) {
+            Feed(Data(block, id));
+        }
+        Feed(Trailer(block));
+    }
+    /// The next delivered buffer, or null.
+    Buffer* Delivered(unsigned long timeoutMs = 0) {
+        void* h = nullptr;
+        if (buffers.WaitOnNewBuffer(&h, timeoutMs) != GC_ERR_SUCCESS) {
+            GenTL::ErrorCache::GetErrorCache()->Clear();
+            return nullptr;
+        }
+        return StreamTest::BufferOf(h);
+    }
+    /// Polls `condition` for up to two seconds.
+    template <typename F> static bool Eventually(F condition) {
+        for (int i = 0; i < 200; ++i) {
+            if (condition()) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    }
+    static bool Exact(const Buffer* b, std::uint16_t block) {
+        for (std::uint32_t i = 0; i < kDataPackets * kChunk; ++i) {
+            if (b->base[i] != Pattern(block, i)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    std::uint64_t Pending() {
+        boost::lock_guard<boost::mutex> lock(pendingMutex);
+        return pendingCount;
+    }
+
+    kesta::test::FakeStreamLink link;
+    ResendRecorder hal{link};
+    QuietGvsp gvsp;
+    GenTL::StreamInfo info;
+    GenTL::BufferStateMachineGev buffers;
+    std::list<GenTL::GenTLHandle*> active;
+    std::uint64_t activeCount = 0;
+    boost::mutex activeMutex;
+    std::list<GenTL::PacketResendRequest*> pending;
+    std::uint64_t pendingCount = 0;
+    boost::mutex pendingMutex;
+    std::atomic<bool> running{false};
+    long mode = GenTL::OldestFirst;
+    unsigned long underruns = 0;
+    boost::asio::io_service blockTimers;
+    boost::asio::io_service resendTimers;
+    GenTL::GrabContext context{info,
+                               buffers,
+                               gvsp,
+                               &hal,
+                               nullptr,
+                               active,
+                               activeCount,
+                               activeMutex,
+                               pending,
+                               pendingCount,
+                               pendingMutex,
+                               running,
+                               mode,
+                               underruns,
+                               blockTimers,
+                               resendTimers,
+                               0,
+                               0};
+    GenTL::GrabThreadResend loop{context};
+    bool begun = false;
+};
+
+TEST_F(GrabResend, BlockInOrderIsDeliveredCompleteWithoutRequests) {
+    Begin();
+    EXPECT_EQ(info.packetsPerBlock, kDataPackets + 2);
+    Feed(Leader(1));
+    for (std::uint32_t id = 1; id <= kDataPackets; ++id) {
+        EXPECT_FALSE(Feed(Data(1, id)));
+    }
+    EXPECT_TRUE(Feed(Trailer(1)));
+    EXPECT_EQ(Delivered(), nullptr) << "delivery waits for the completion step";
+    loop.CheckAndCompleteExpiredBuffers();
+    Buffer* b = Delivered();
+    ASSERT_NE(b, nullptr);
+    EXPECT_FALSE(b->isIncomplete);
+    EXPECT_EQ(b->sizeFilled, kDataPackets * kChunk);
+    EXPECT_EQ(b->frameId, 1u);
+    EXPECT_EQ(b->width, kChunk);
+    EXPECT_EQ(b->deliveredImageHeight, kDataPackets);
+    EXPECT_TRUE(Exact(b, 1));
+    EXPECT_TRUE(hal.Sent().empty());
+    EXPECT_EQ(info.nextBlockId, 2u);
+    EXPECT_EQ(info.missedImageCount, 0u);
+    EXPECT_EQ(gvsp.leaders, 1);
+}
+
+TEST_F(GrabResend, GapOpensARequestThatTheLatePacketSettles) {
+    Begin();
+    Feed(Leader(1));
+    Feed(Data(1, 1));
+    Feed(Data(1, 3));
+    EXPECT_EQ(hal.Sent(), (std::vector<ResendRecorder::Request>{{1, 2, 2}}));
+    EXPECT_EQ(Pending(), 1u);
+    Feed(Data(1, 2, 0x0100)); // resent: status 0x0100 is accepted
+    EXPECT_EQ(Pending(), 0u) << "the late packet settles the request";
+    Feed(Data(1, 4));
+    Feed(Data(1, 5));
+    EXPECT_TRUE(Feed(Trailer(1)));
+    loop.CheckAndCompleteExpiredBuffers();
+    Buffer* b = Delivered();
+    ASSERT_NE(b, nullptr);
+    EXPECT_FALSE(b->isIncomplete);
+    EXPECT_TRUE(Exact(b, 1));
+}
+
+TEST_F(GrabResend, DuplicatesAndRealStatusesChangeNothing) {
+    Begin();
+    Feed(Leader(1));
+    Feed(Data(1, 1));
+    Buffer* b = StreamTest::BufferOf(active.front());
+    const std::uint32_t received = b->receivedPackets;
+    const std::uint32_t bytes = b->receivedBytes;
+    Feed(Data(1, 1));
+    Feed(Data(1, 2, 0x8001));
+    EXPECT_EQ(b->receivedPackets, received);
+    EXPECT_EQ(b->receivedBytes, bytes);
+    EXPECT_EQ(b->nextExpectedPacket, 2u);
+}
+
+TEST_F(GrabResend, OvertakenBlockGetsATailRequestAndIsDeliveredFirst) {
+    Begin();
+    Feed(Leader(1));
+    Feed(Data(1, 1));
+    Feed(Data(1, 2));
+    FeedBlock(2); // block 2 begins before block 1 has ended
+    EXPECT_EQ(hal.Sent(), (std::vector<ResendRecorder::Request>{{1, 3, kTrailerId}}));
+    loop.CheckAndCompleteExpiredBuffers();
+    EXPECT_EQ(Delivered(), nullptr) << "block 2 waits behind block 1";
+    for (std::uint32_t id = 3; id <= kDataPackets; ++id) {
+        Feed(Data(1, id, 0x0100));
+    }
+    EXPECT_TRUE(Feed(Trailer(1)));
+    EXPECT_EQ(info.nextBlockId, 3u) << "a late trailer does not move the expected block";
+    EXPECT_EQ(Pending(), 0u);
+    loop.CheckAndCompleteExpiredBuffers();
+    Buffer* first = Delivered();
+    Buffer* second = Delivered();
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(first->frameId, 1u);
+    EXPECT_EQ(second->frameId, 2u);
+    EXPECT_TRUE(Exact(first, 1));
+    EXPECT_TRUE(Exact(second, 2));
+}
+
+TEST_F(GrabResend, BlockWithoutLeaderReturnsToInputAndCountsAsMissed) {
+    info.maxResendRequestsPerImage = 0; // no request can bring the leader
+    Begin();
+    for (std::uint32_t id = 1; id <= kDataPackets; ++id) {
+        Feed(Data(1, id));
+    }
+    Feed(Trailer(1));
+    EXPECT_TRUE(Eventually([this] { return buffers.GetInputBufferQueueSize() == 3; }))
+        << "both timers run out and the buffer goes back";
+    EXPECT_EQ(Delivered(), nullptr);
+    EXPECT_EQ(buffers.GetInputBufferQueueSize(), 3u);
+    EXPECT_EQ(info.missedImageCount, 1u);
+    EXPECT_EQ(info.totalMissedImageCount, 1u);
+    EXPECT_TRUE(hal.Sent().empty());
+}
+
+TEST_F(GrabResend, LostPacketWithoutRequestsIsDeliveredIncompleteAfterExpiry) {
+    info.maxResendRequestsPerImage = 0;
+    Begin();
+    Feed(Leader(1));
+    Feed(Data(1, 1));
+    Feed(Data(1, 2));
+    Feed(Data(1, 4));
+    Feed(Data(1, 5));
+    Feed(Trailer(1));
+    Buffer* b = Delivered(1000);
+    ASSERT_NE(b, nullptr);
+    EXPECT_TRUE(b->isIncomplete);
+    EXPECT_EQ(b->sizeFilled, 4 * kChunk);
+    EXPECT_EQ(info.totalIncompleteImageCount, 1u);
+    EXPECT_TRUE(hal.Sent().empty());
+}
+
+TEST_F(GrabResend, QuietBlockAsksForItsRestAndIsRecovered) {
+    info.bufferExpiry = 2000; // the block stays open while the test answers
+    Begin();
+    Feed(Leader(1));
+    Feed(Data(1, 1));
+    Feed(Data(1, 2));
+    // The camera goes quiet: the timers ask for everything from packet 3 on.
+    EXPECT_TRUE(Eventually([this] { return !hal.Sent().empty(); }));
+    const auto sent = hal.Sent();
+    ASSERT_FALSE(sent.empty());
+    EXPECT_EQ(sent.front(), ResendRecorder::Request(1, 3, kDataPackets + 2));
+    for (std::uint32_t id = 3; id <= kDataPackets; ++id) {
+        Feed(Data(1, id, 0x0100));
+    }
+    EXPECT_TRUE(Feed(Trailer(1)));
+    loop.CheckAndCompleteExpiredBuffers();
+    Buffer* b = Delivered();
+    ASSERT_NE(b, nullptr);
+    EXPECT_FALSE(b->isIncomplete);
+}
+
+TEST_F(GrabResend, RequestRepeatsUntilItsRetriesRunOut) {
+    info.resendRetries = 2;
+    info.bufferExpiry = 1000; // keep the block's own timers out of the way
+    Begin();
+    Feed(Leader(1));
+    Feed(Data(1, 1));
+    Feed(Data(1, 3));
+    const auto gaps = [this] {
+        const auto sent = hal.Sent();
+        return std::count(sent.begin(), sent.end(), ResendRecorder::Request(1, 2, 2));
+    };
+    EXPECT_TRUE(Eventually([&] { return gaps() >= 3; })) << "every 25 ms";
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    EXPECT_EQ(gaps(), 3) << "the first send and two repeats, then silence";
+    EXPECT_EQ(Pending(), 1u) << "the request stays open until its block ends";
+}
+
+TEST_F(GrabResend, BlockIdWrapsFrom65535To1) {
+    Begin();
+    info.nextBlockId = 65535; // as after 65534 blocks
+    FeedBlock(65535);
+    EXPECT_EQ(info.nextBlockId, 1u);
+    FeedBlock(1);
+    loop.CheckAndCompleteExpiredBuffers();
+    Buffer* a = Delivered();
+    Buffer* b = Delivered();
+    ASSERT_NE(a, nullptr);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(a->frameId, 65535u);
+    EXPECT_EQ(b->frameId, 1u);
+    EXPECT_EQ(info.missedImageCount, 65534u) << "counted from block 1 at the start";
+    EXPECT_EQ(info.lastBlockId, 1u);
+}
+
+TEST_F(GrabResend, VariableSizeBlockEndsAtItsTrailer) {
+    Begin();
+    // A one-column carrier: 2 data packets, trailer id 3, 150 lines.
+    Feed(Leader(1, 1, kDataPackets * kChunk));
+    Feed(Data(1, 1));
+    std::vector<char> last = Data(1, 2);
+    last.resize(8 + 50);
+    Feed(last);
+    EXPECT_TRUE(Feed(Trailer(1, 3, 150)));
+    loop.CheckAndCompleteExpiredBuffers();
+    Buffer* b = Delivered();
+    ASSERT_NE(b, nullptr);
+    EXPECT_FALSE(b->isIncomplete);
+    EXPECT_EQ(b->sizeFilled, 150u);
+    EXPECT_EQ(b->deliveredImageHeight, 150u);
+}
+
+TEST_F(GrabResend, StarvedLoopDropsPacketsAndMovesOn) {
+    Begin();
+    FeedBlock(1);
+    FeedBlock(2);
+    FeedBlock(3);
+    EXPECT_FALSE(Feed(Leader(4))) << "no buffer left";
+    EXPECT_FALSE(Feed(Data(4, 1)));
+    EXPECT_EQ(info.nextBlockId, 4u);
+    loop.CheckAndCompleteExpiredBuffers();
+    EXPECT_EQ(buffers.GetOutputBufferQueueSize(), 3u);
+}
+
+TEST_F(GrabResend, EndReturnsUnfinishedBlocksAndLeavesNoRequest) {
+    Begin();
+    Feed(Leader(1));
+    Feed(Data(1, 2));
+    Feed(Leader(2));
+    Feed(Data(2, 3));
+    EXPECT_GT(Pending(), 0u);
+    loop.End();
+    begun = false;
+    EXPECT_EQ(Pending(), 0u);
+    EXPECT_TRUE(active.empty());
+    EXPECT_EQ(activeCount, 0u);
+    EXPECT_EQ(buffers.GetInputBufferQueueSize(), 3u);
+    EXPECT_FALSE(running);
+}
+
+} // namespace
