@@ -31,4 +31,13 @@ int RunList(Producer& producer, const Arguments& arguments);
  */
 int RunOpen(Producer& producer, const Arguments& arguments);
 
+/**
+ * grab [--device SERIAL|INDEX] [image, stream and output options]: opens
+ * one camera with control, sets its image through the features of its XML,
+ * grabs images with a live progress line and prints a summary. Exit status
+ * 0 when every image came whole, 3 when images were lost, 1 on a failure,
+ * 2 on bad arguments.
+ */
+int RunGrab(Producer& producer, const Arguments& arguments);
+
 } // namespace kesta::gentl

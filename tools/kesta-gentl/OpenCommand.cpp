@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "CameraXml.h"
 #include "Commands.h"
 #include "InfoValue.h"
 #include "LocalUrl.h"
@@ -19,8 +20,6 @@ namespace {
 
 /// Device info command of the remote port's endianness mechanism.
 constexpr DEVICE_INFO_CMD kDeviceInfoEndiannessMechanism = 1001;
-/// Bytes per GCReadPort while saving the XML (the producer splits further).
-constexpr std::size_t kXmlPiece = 64 * 1024;
 
 struct Action {
     std::string name;
@@ -274,20 +273,7 @@ private:
         return GC_ERR_SUCCESS;
     }
 
-    GC_ERROR Url(PORT_HANDLE port, std::string& url) {
-        size_t size = 0;
-        GC_ERROR rc = m_p.GCGetPortURL(port, nullptr, &size);
-        std::vector<char> text(size + 1, '\0');
-        if (rc == GC_ERR_SUCCESS) {
-            rc = m_p.GCGetPortURL(port, text.data(), &size);
-        }
-        if (rc != GC_ERR_SUCCESS) {
-            m_s.Fail("GCGetPortURL", rc);
-            return rc;
-        }
-        url = text.data();
-        return GC_ERR_SUCCESS;
-    }
+    GC_ERROR Url(PORT_HANDLE port, std::string& url) { return ReadPortUrl(m_p, port, url); }
 
     int ReadReg(const std::string& at) {
         std::uint64_t address = 0;
@@ -384,36 +370,22 @@ private:
 
     int SaveXml(std::string path) {
         PORT_HANDLE port = nullptr;
-        std::string url;
-        if (Port(port) || Url(port, url)) {
-            return 1;
-        }
-        LocalFile file;
-        if (!ParseLocalUrl(url, file)) {
-            std::cerr << "the camera's description is not in its own memory: " << url
-                      << "\nfetch it from there yourself\n";
+        CameraXml xml;
+        if (Port(port) || !ReadCameraXml(m_p, port, xml)) {
             return 1;
         }
         if (path.empty()) {
-            path = file.name.substr(file.name.rfind('/') + 1);
+            path = xml.file.name.substr(xml.file.name.rfind('/') + 1);
         }
-        std::vector<char> data(file.length);
-        for (std::size_t done = 0; done < data.size(); done += kXmlPiece) {
-            size_t size = std::min(kXmlPiece, data.size() - done);
-            if (GC_ERROR rc =
-                    m_p.GCReadPort(port, file.address + done, data.data() + done, &size)) {
-                return m_s.Fail("GCReadPort(" + Hex(file.address + done, 8) + ") of the XML", rc);
-            }
-        }
-        const bool zipped = file.Zipped();
+        const bool zipped = xml.file.Zipped();
         std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(data.data(), static_cast<std::streamsize>(data.size()));
+        out.write(xml.data.data(), static_cast<std::streamsize>(xml.data.size()));
         out.close();
         if (!out) {
             std::cerr << "cannot write " << path << "\n";
             return 1;
         }
-        std::cout << "XML URL: " << url << "\nsaved " << data.size() << " bytes"
+        std::cout << "XML URL: " << xml.url << "\nsaved " << xml.data.size() << " bytes"
                   << (zipped ? " (zip archive, as the camera keeps it)" : "") << " to " << path
                   << "\n";
         if (zipped && !LocalFile{path}.Zipped()) {

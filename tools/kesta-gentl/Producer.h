@@ -28,11 +28,17 @@ public:
 #define KESTA_GENTL_PRODUCER_FUNCTIONS(X)                                                          \
     X(GCInitLib)                                                                                   \
     X(GCCloseLib)                                                                                  \
-    X(GCGetInfo) X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetPortURL) X(GCGetPortInfo)   \
+    X(GCGetInfo)                                                                                   \
+    X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetPortURL) X(GCGetPortInfo)                \
         X(GCGetNumPortURLs) X(GCGetPortURLInfo) X(TLOpen) X(TLClose) X(TLGetNumInterfaces)         \
             X(TLGetInterfaceID) X(TLOpenInterface) X(IFClose) X(IFGetInfo) X(IFGetNumDevices)      \
                 X(IFGetDeviceID) X(IFUpdateDeviceList) X(IFGetDeviceInfo) X(IFOpenDevice)          \
-                    X(DevClose) X(DevGetPort) X(DevGetInfo)
+                    X(DevClose) X(DevGetPort) X(DevGetInfo) X(DevGetNumDataStreams)                \
+                        X(DevGetDataStreamID) X(DevOpenDataStream) X(DSClose) X(DSAnnounceBuffer)  \
+                            X(DSFlushQueue) X(DSStartAcquisition) X(DSStopAcquisition)             \
+                                X(DSGetInfo) X(DSRevokeBuffer) X(DSQueueBuffer) X(DSGetBufferInfo) \
+                                    X(GCRegisterEvent) X(GCUnregisterEvent) X(EventGetData)        \
+                                        X(EventKill)
 #define KESTA_GENTL_DECLARE(name) P##name name = nullptr;
     KESTA_GENTL_PRODUCER_FUNCTIONS(KESTA_GENTL_DECLARE)
 #undef KESTA_GENTL_DECLARE

@@ -30,6 +30,10 @@ const Command kCommands[] = {
      "[--device SERIAL|INDEX] [--access control|read-only|exclusive] [--timeout MS] [ACTION...]\n"
      "\topen one camera (the first by default, with control), run the actions, close it",
      kesta::gentl::RunOpen},
+    {"grab",
+     "[--device SERIAL|INDEX] [OPTION...]\n"
+     "\topen one camera with control, set its image, grab images, print a summary",
+     kesta::gentl::RunGrab},
 };
 
 void PrintUsage(std::ostream& out) {
@@ -49,9 +53,27 @@ void PrintUsage(std::ostream& out) {
            "                            (a zip archive is saved as it is)\n"
            "  wait MS                   keep the camera open (the heartbeat holds control)\n"
            "Addresses and values are decimal or 0x hexadecimal.\n\n"
+           "options of grab:\n"
+           "  --width N --height N      image size (camera features Width, Height)\n"
+           "  --pixel-format NAME       an entry of PixelFormat, e.g. Mono8\n"
+           "  --fps F                   AcquisitionFrameRate\n"
+           "  --frames N | --seconds S  how long to grab (default 100 frames)\n"
+           "  --wait MS                 give up after MS without an image (default 3000)\n"
+           "  --resend on|off           packet resend (default on)\n"
+           "  --buffers N               buffers announced (default 8)\n"
+           "  --handling-mode MODE      OldestFirst, OldestFirstOverwrite or NewestOnly\n"
+           "  --packet-size auto|BYTES  the stream's search, or GevSCPSPacketSize\n"
+           "  --save FILE               the first whole image as .png, .pgm or .ppm\n"
+           "  --save-dir DIR            every whole image, as DIR/frame-ID.png\n"
+           "  --format png|pgm          the form of --save-dir's pictures\n"
+           "  --check stamp             compare every byte with the simulated camera's stamp\n"
+           "  --xml FILE                the camera's XML from a file (for a zipped one)\n"
+           "Exit status of grab: 0 all images whole, 3 images lost, 1 failure.\n\n"
            "example, on a new network:\n"
            "  kesta-gentl list\n"
-           "  kesta-gentl open --device SERIAL info xml camera.xml read-reg 0x0A00\n";
+           "  kesta-gentl open --device SERIAL info xml camera.xml read-reg 0x0A00\n"
+           "  kesta-gentl grab --device SERIAL --width 640 --height 480 --frames 50 \\\n"
+           "      --save first.png\n";
 }
 
 } // namespace
