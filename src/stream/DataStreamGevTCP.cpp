@@ -111,9 +111,14 @@ int DataStreamGevTCP::RevokeBuffer(void* hBuffer, void** memory, void** userData
     }
     ShiftBase(hBuffer, -static_cast<long>(kTcpFrameHeaderSize));
     if (int rc = DataStream::RevokeBuffer(hBuffer, memory, userData)) {
-        // Still announced: it keeps its header room.
-        if (CheckHandle(hBuffer) == GC_ERR_SUCCESS) {
-            ShiftBase(hBuffer, static_cast<long>(kTcpFrameHeaderSize));
+        // A buffer that is still announced keeps its header room. The handle
+        // is only compared here: a revoke that got further has freed it.
+        const unsigned long count = m_pBufferStateMachine->GetAnnouncedBufferQueueSize();
+        for (unsigned int i = 0; i < count; ++i) {
+            if (m_pBufferStateMachine->GetBufferIDFromIndex(i) == hBuffer) {
+                ShiftBase(hBuffer, static_cast<long>(kTcpFrameHeaderSize));
+                break;
+            }
         }
         return rc;
     }
