@@ -10,6 +10,8 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "CameraXml.h"
 #include "Commands.h"
@@ -51,6 +53,7 @@ struct GrabOptions {
     std::string saveDir;
     std::string format = "png";
     bool checkStamp = false;
+    std::vector<std::pair<std::string, std::string>> set; ///< --set NAME=VALUE pairs, in order
 };
 
 bool ParseOnOff(const std::string& name, const std::string& text, int& value) {
@@ -89,7 +92,7 @@ bool ParseGrabOptions(const Arguments& arguments, GrabOptions& o, Options& optio
                        {"--device", "--timeout", "--xml", "--width", "--height", "--pixel-format",
                         "--fps", "--frames", "--seconds", "--wait", "--resend", "--buffers",
                         "--handling-mode", "--packet-size", "--save", "--save-dir", "--format",
-                        "--check"},
+                        "--check", "--set"},
                        std::cerr)) {
         return false;
     }
@@ -172,6 +175,18 @@ bool ParseGrabOptions(const Arguments& arguments, GrabOptions& o, Options& optio
         }
         o.packetSize = static_cast<std::int64_t>(n);
         o.stream.autoPacketSize = 0;
+    }
+    const std::string set = options.Get("--set");
+    for (std::size_t at = 0; !set.empty() && at != std::string::npos;) {
+        const auto comma = set.find(',', at);
+        const std::string pair = set.substr(at, comma == std::string::npos ? comma : comma - at);
+        const auto equals = pair.find('=');
+        if (equals == 0 || equals == std::string::npos) {
+            std::cerr << "--set takes NAME=VALUE[,NAME=VALUE...], not " << set << "\n";
+            return false;
+        }
+        o.set.emplace_back(pair.substr(0, equals), pair.substr(equals + 1));
+        at = comma == std::string::npos ? comma : comma + 1;
     }
     const std::string check = options.Get("--check");
     if (check == "stamp") {
@@ -283,6 +298,48 @@ private:
         return ok;
     }
 
+    /// One --set: the value is read as the feature's kind wants it.
+    bool SetAny(const std::string& name, const std::string& value, std::string& error) {
+        FeatureRegister reg;
+        if (!m_resolver.Resolve(name, reg, error)) {
+            return false;
+        }
+        std::uint64_t number = 0;
+        const bool negative = !value.empty() && value[0] == '-';
+        const bool isNumber = ParseNumber(negative ? value.substr(1) : value, number);
+        switch (reg.kind) {
+        case FeatureRegister::Kind::Enumeration:
+            return m_features->SetEnumeration(name, value, error);
+        case FeatureRegister::Kind::Command:
+            return m_features->Execute(name, error);
+        case FeatureRegister::Kind::Boolean: {
+            int on = 0;
+            if (!ParseOnOff(name, value, on)) {
+                error = "feature " + name + " takes on or off";
+                return false;
+            }
+            return m_features->SetBoolean(name, on != 0, error);
+        }
+        case FeatureRegister::Kind::Float: {
+            char* end = nullptr;
+            const double f = std::strtod(value.c_str(), &end);
+            if (value.empty() || *end != '\0') {
+                error = "feature " + name + " takes a number, not " + value;
+                return false;
+            }
+            return m_features->SetFloat(name, f, error);
+        }
+        case FeatureRegister::Kind::Integer:
+            break;
+        }
+        if (!isNumber) {
+            error = "feature " + name + " takes an integer, not " + value;
+            return false;
+        }
+        const auto signedNumber = static_cast<std::int64_t>(number);
+        return m_features->SetInteger(name, negative ? -signedNumber : signedNumber, error);
+    }
+
     bool SetUpCamera() {
         std::string error;
         // A camera left running by someone else would refuse its image settings.
@@ -309,6 +366,11 @@ private:
                 m_features->SetBoolean("AcquisitionFrameRateEnable", true, error);
             }
             if (!Set(m_features->SetFloat("AcquisitionFrameRate", m_o.fps, error), error)) {
+                return false;
+            }
+        }
+        for (const auto& [name, value] : m_o.set) {
+            if (!Set(SetAny(name, value, error), error)) {
                 return false;
             }
         }

@@ -67,6 +67,8 @@ void PrintUsage(std::ostream& out) {
            "  --save-dir DIR            every whole image, as DIR/frame-ID.png\n"
            "  --format png|pgm          the form of --save-dir's pictures\n"
            "  --check stamp             compare every byte with the simulated camera's stamp\n"
+           "  --set NAME=VALUE[,...]    any other feature: integer, float, boolean (on/off),\n"
+           "                            enumeration entry or command\n"
            "  --xml FILE                the camera's XML from a file (for a zipped one)\n"
            "Exit status of grab: 0 all images whole, 3 images lost, 1 failure.\n\n"
            "example, on a new network:\n"
