@@ -16,6 +16,10 @@
  *   yes       | no  | listener: joins the group on the port that SCP holds,
  *             |     | writes nothing to the camera, tests nothing
  *
+ * Sockets in the group bind to the any-address, not to the adapter's: the
+ * kernel never hands a group's datagrams to a socket bound to a unicast
+ * address.
+ *
  * The firewall traversal sends four zero bytes from the stream socket to the
  * camera's stream source port (SCSP), so that a stateful firewall lets the
  * camera's packets in; it needs SCSP (capability bit 31), and its failure

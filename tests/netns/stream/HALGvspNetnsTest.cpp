@@ -240,15 +240,6 @@ TEST_F(Unicast, ExtendedIdsAreSwitchedOnInACapableCamera) {
     EXPECT_NE(0u, m_app->Reg(sk_addrGvspCofig) & sk_gvspConfigExtendedId);
 }
 
-TEST_F(Unicast, AViewerCannotStartAUnicastStream) {
-    StreamStartParams params = ControllerParams(false);
-    params.accessMode = DEVICE_ACCESS_READONLY;
-    const unsigned scp = m_app->Reg(sk_addrScp);
-    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, m_app->Start(params));
-    EXPECT_FALSE(m_app->StreamOpen());
-    EXPECT_EQ(scp, m_app->Reg(sk_addrScp));
-}
-
 // --- A 9000-byte link -------------------------------------------------------------
 
 using Jumbo = StreamBed;
