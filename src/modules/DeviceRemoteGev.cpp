@@ -20,6 +20,13 @@ constexpr GvcpCapabilities kCapWriteMem = 1u << 1;
 constexpr GvcpCapabilities kCapManifest = 1u << 26;
 /// WRITEREG pairs that fit one command.
 constexpr std::size_t kMaxWriteRegBlock = 68;
+/// GVCP addresses are 32 bits wide.
+constexpr unsigned long kAddressSpace = 0x100000000UL;
+
+/// An access that would run past the camera's address space.
+bool OutOfRange(unsigned long address, unsigned long size) {
+    return address >= kAddressSpace || size > kAddressSpace - address;
+}
 
 const char* const kUrlInfoCommands =
     "URL_INFO_CMD must be one of :\nGenTL::URL_INFO_URL, GenTL::URL_INFO_SCHEMA_VER_MAJOR, "
@@ -91,6 +98,10 @@ int RemoteDeviceGev::ReadPort(unsigned long address, void* buffer, unsigned long
     if (m_accessStatus == DEVICE_ACCESS_STATUS_UNKNOWN) {
         return ReportError(GC_ERR_ABORT, "m_accessStatus==DEVICE_ACCESS_STATUS_UNKNOWN");
     }
+    if (OutOfRange(address, *size)) {
+        return ReportError(GC_ERR_INVALID_ADDRESS,
+                           "iAddress + *piSize is beyond the camera's 32-bit address space");
+    }
     switch (m_endiannessMechanism) {
     case kEndiannessLegacy:
         if (int rc = ReadPortLegacy(address, buffer, size)) {
@@ -118,6 +129,10 @@ int RemoteDeviceGev::WritePort(unsigned long address, const void* buffer, unsign
     }
     if (m_accessStatus == DEVICE_ACCESS_STATUS_UNKNOWN) {
         return ReportError(GC_ERR_ABORT, "m_accessStatus==DEVICE_ACCESS_STATUS_UNKNOWN");
+    }
+    if (OutOfRange(address, *size)) {
+        return ReportError(GC_ERR_INVALID_ADDRESS,
+                           "iAddress + *piSize is beyond the camera's 32-bit address space");
     }
     switch (m_endiannessMechanism) {
     case kEndiannessLegacy:

@@ -58,7 +58,8 @@ public:
     ~RemoteDeviceGev() override;
 
     /// *size bytes at address. Null arguments: GC_ERR_INVALID_PARAMETER;
-    /// unknown access status: GC_ERR_ABORT; a mechanism other than 0 or 1:
+    /// unknown access status: GC_ERR_ABORT; an access past 0xFFFFFFFF:
+    /// GC_ERR_INVALID_ADDRESS; a mechanism other than 0 or 1:
     /// GC_ERR_INVALID_ID.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
     /// As ReadPort, writing.

@@ -198,6 +198,14 @@ TEST_F(RemoteDevice, RefusalsCarryTheirCodesAndTexts) {
     unknown->SetAccessStatus(DEVICE_ACCESS_STATUS_READONLY);
     EXPECT_EQ(unknown->ReadPort(0, buffer, &size), GC_ERR_SUCCESS);
 
+    // GVCP addresses have 32 bits: nothing is cut short or wrapped around.
+    m_hal.ClearCalls();
+    EXPECT_EQ(port->ReadPort(0x100000000UL, buffer, &size), GC_ERR_INVALID_ADDRESS);
+    EXPECT_EQ(port->WritePort(0xFFFFFFFEUL, buffer, &size), GC_ERR_INVALID_ADDRESS);
+    size = 2;
+    EXPECT_EQ(port->ReadPort(0xFFFFFFFEUL, buffer, &size), GC_ERR_SUCCESS);
+    size = 4;
+
     m_hal.ClearCalls();
     port->SetEndianessMechanism(7);
     EXPECT_EQ(port->ReadPort(0, buffer, &size), GC_ERR_INVALID_ID);
