@@ -132,6 +132,7 @@ bool GrabSession::Start() {
     m_started = true;
     m_startTime = Now();
     m_frames = m_bytes = m_incomplete = 0;
+    m_missedBaseline = m_missedPacketsBaseline = 0;
     return true;
 }
 
@@ -202,6 +203,14 @@ int GrabSession::Next(DeliveredBuffer& out, std::uint64_t timeoutMs) {
         out.image.size =
             static_cast<std::size_t>(out.sizeFilled < size64 ? out.sizeFilled : size64);
     }
+    if (m_frames == 0) {
+        // The stream expects block 1 after each start, but a camera may go on
+        // counting from its previous acquisition: the ids it skipped before
+        // the first block of this run are no loss of this run. (Blocks truly
+        // lost before the first delivered one hide in this baseline too.)
+        StreamNumber(STREAM_INFO_MISSED_IMAGE_COUNT, m_missedBaseline);
+        StreamNumber(STREAM_INFO_MISSED_PACKET_COUNT, m_missedPacketsBaseline);
+    }
     ++m_frames;
     m_bytes += out.sizeFilled;
     m_incomplete += out.incomplete ? 1 : 0;
@@ -229,8 +238,13 @@ GrabCounters GrabSession::Counters() {
     c.frames = m_frames;
     c.bytes = m_bytes;
     c.incomplete = m_incomplete;
-    StreamNumber(STREAM_INFO_MISSED_IMAGE_COUNT, c.missed);
-    StreamNumber(STREAM_INFO_MISSED_PACKET_COUNT, c.missedPackets);
+    if (m_frames != 0) {
+        StreamNumber(STREAM_INFO_MISSED_IMAGE_COUNT, c.missed);
+        StreamNumber(STREAM_INFO_MISSED_PACKET_COUNT, c.missedPackets);
+        c.missed -= c.missed >= m_missedBaseline ? m_missedBaseline : c.missed;
+        c.missedPackets -=
+            c.missedPackets >= m_missedPacketsBaseline ? m_missedPacketsBaseline : c.missedPackets;
+    }
     StreamNumber(STREAM_INFO_NUM_UNDERRUN, c.underrun);
     std::uint64_t resend = 0;
     c.resend = StreamNumber(STREAM_INFO_PACKET_RESEND_ENABLE, resend) && resend != 0;

@@ -95,6 +95,8 @@ private:
     std::uint64_t m_frames = 0;
     std::uint64_t m_bytes = 0;
     std::uint64_t m_incomplete = 0;
+    std::uint64_t m_missedBaseline = 0;        ///< the stream's missed count at the first buffer
+    std::uint64_t m_missedPacketsBaseline = 0; ///< and its missed packets
 };
 
 } // namespace kesta::gentl
