@@ -31,7 +31,7 @@ constexpr unsigned sk_addrTickHigh = 0x093C;
 constexpr unsigned sk_addrGvcpConfig = 0x0954;
 constexpr unsigned sk_addrCcp = 0x0A00;
 constexpr unsigned sk_addrXmlFile = 0x00100000;
-constexpr long kDiscoveryMs = 400;
+constexpr long kDiscoveryMs = 800;
 
 /// The host side of the test bed, through HALGev: the adapter of the test
 /// link, opened.
@@ -350,7 +350,8 @@ TEST_F(Cameras, TwoAddressesOnOneAdapterAreTwoAdapters) {
     EXPECT_EQ(base + ":1", secondId);
     std::vector<DiscoveredDevice> devices;
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevices(second, devices, kDiscoveryMs));
-    EXPECT_GE(devices.size(), EnvList("KESTA_CAMERA_SERIALS").size());
+    EXPECT_GE(devices.size(), EnvList("KESTA_CAMERA_SERIALS").size())
+        << (devices.empty() ? std::string("none") : std::get<0>(devices[0]));
     m_hal->CloseInterface(second);
     std::system(("ip addr del 192.168.213.3/24 dev " + link).c_str());
     std::system(("ip addr del 192.168.213.4/24 dev " + link).c_str());
