@@ -78,7 +78,8 @@ public:
      * Announces the consumer's memory of `size` bytes and stores the new
      * buffer's handle in *handle (state BS_ANNOUNCE, appended to the
      * announced list). With a timerService the buffer gets its two block
-     * timers on it. Refusals: null memory -1015, null handle -1006, size 0
+     * timers on it; the service must outlive the buffer (its revoke, or the
+     * state machine). Refusals: null memory -1015, null handle -1006, size 0
      * -1009, memory announced already -1004.
      */
     int AnnounceBuffer(void* memory, unsigned long size, void* userData, void** handle,

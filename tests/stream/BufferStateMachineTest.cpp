@@ -67,6 +67,8 @@ TEST_F(StateMachineTest, AnnounceRefusalsAndIndexQueries) {
         EXPECT_STREQ(e.what(),
                      "vector::_M_range_check: __n (which is 3) >= this->size() (which is 3)");
     }
+    // Its timers must go before their service does.
+    EXPECT_EQ(sm.RevokeBuffer(h, nullptr, nullptr), GC_ERR_SUCCESS);
 }
 
 TEST_F(StateMachineTest, RevokeOnlyFromAnnounceAndGivesMemoryBack) {
