@@ -323,6 +323,10 @@ uint16_t Camera::applyRegister(uint32_t address, uint32_t value) {
         return status::kSuccess;
     }
     case reg::kScp:
+        if ((r.get(address) & 0xFFFF) == 0 && (value & 0xFFFF) != 0)
+            m_stream.restartBlockIds(m_config.firstBlockId);
+        r.set(address, value & 0xFFFF);
+        return status::kSuccess;
     case reg::kMcp:
         r.set(address, value & 0xFFFF);
         return status::kSuccess;

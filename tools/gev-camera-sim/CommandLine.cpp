@@ -73,6 +73,7 @@ enum Option {
     kMaxPacket,
     kPacketSize,
     kRing,
+    kFirstBlockId,
     kEventRate,
     kHeartbeat,
     kDisable,
@@ -145,6 +146,7 @@ std::string CommandLine::usage() {
            "Image:     --width N --height N --pixel-format Mono8|Mono16|RGB8 --fps F\n"
            "           --variable-size (width-1 carrier blocks, real height in the trailer)\n"
            "Channels:  --packet-size N (1500) --max-packet-size N (9000) --ring BLOCKS (64)\n"
+           "           --first-block-id N (1): id of the first block after the channel opens\n"
            "           --event-rate HZ (0) --heartbeat-ms N (3000)\n"
            "           --disable CAP[,CAP...]  one of: " +
            caps +
@@ -175,6 +177,7 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"max-packet-size", required_argument, nullptr, kMaxPacket},
                                       {"packet-size", required_argument, nullptr, kPacketSize},
                                       {"ring", required_argument, nullptr, kRing},
+                                      {"first-block-id", required_argument, nullptr, kFirstBlockId},
                                       {"event-rate", required_argument, nullptr, kEventRate},
                                       {"heartbeat-ms", required_argument, nullptr, kHeartbeat},
                                       {"disable", required_argument, nullptr, kDisable},
@@ -289,6 +292,11 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
             if (!toUnsigned(optarg, u) || u == 0 || u > 100000)
                 return fail("bad --ring " + arg);
             config.ringBlocks = static_cast<uint32_t>(u);
+            break;
+        case kFirstBlockId:
+            if (!toUnsigned(optarg, u) || u == 0)
+                return fail("bad --first-block-id " + arg);
+            config.firstBlockId = u;
             break;
         case kEventRate:
             if (!toDouble(optarg, d) || d < 0 || d > 10000)

@@ -54,6 +54,7 @@ struct SimConfig {
     uint32_t maxPacketSize = 9000;
     uint32_t packetSize = 1500;
     uint32_t ringBlocks = 64;
+    uint64_t firstBlockId = 1; // the first block after the channel opens
     double eventRate = 0.0;
     uint32_t heartbeatMs = 3000;
     // Capability bits switched off by name (--disable).

@@ -121,6 +121,10 @@ void StreamChannel::run() {
     }
 }
 
+void StreamChannel::restartBlockIds(uint64_t first) {
+    m_blockId = first - 1;
+}
+
 uint64_t StreamChannel::nextBlockId(bool extended) {
     // Block id 0 is never used; 16-bit ids wrap from 65535 to 1.
     if (!extended && m_blockId >= 0xFFFF)

@@ -37,6 +37,8 @@ public:
 
     void startAcquisition();
     void stopAcquisition();
+    /// Block ids start again at first: a camera does so when its channel opens.
+    void restartBlockIds(uint64_t first);
     bool acquiring() const { return m_acquiring; }
     void setSilent(bool silent) { m_silent = silent; }
 
@@ -89,7 +91,7 @@ private:
 
     std::mutex m_ringMutex;
     std::deque<RingEntry> m_ring;
-    uint64_t m_blockId = 0;
+    std::atomic<uint64_t> m_blockId{0};
     std::atomic<uint64_t> m_lastBlockId{0};
 };
 

@@ -26,6 +26,19 @@ std::map<uint64_t, Block> stream(GvcpClient& c, GvspReceiver& r, size_t blocks,
 
 constexpr uint32_t kWidth = 964, kHeight = 30;
 
+TEST_F(Faults, BlockIdsStartWhereToldAndWrapPastZero) {
+    auto r = openStream(kWidth, kHeight);
+    std::vector<GvspPacket> packets;
+    stream(*client, *r, 4, &packets);
+    std::vector<uint64_t> leaders;
+    for (const auto& p : packets)
+        if (p.format == 1)
+            leaders.push_back(p.blockId);
+    ASSERT_GE(leaders.size(), 4u);
+    EXPECT_EQ(std::vector<uint64_t>(leaders.begin(), leaders.begin() + 4),
+              (std::vector<uint64_t>{65534, 65535, 1, 2}));
+}
+
 TEST_F(Faults, LossIsRepairedByResend) {
     auto r = openStream(kWidth, kHeight);
     auto blocks = stream(*client, *r, 6);
