@@ -1,6 +1,7 @@
 // The data stream module on a fake GVSP layer and a fake camera: open and
 // close, announce, queue, flush, revoke, the acquisition's checks and
 // settings, stream and buffer info, the new-buffer event.
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -11,6 +12,7 @@
 #include "FakeGvcpForStream.h"
 #include "StreamTestSupport.h"
 #include "events/NewBufferEvent.h"
+#include "registers/ModuleXml.h"
 #include "stream/DataStreamGevTCP.h"
 #include "stream/DataStreamGevUDP.h"
 
@@ -532,8 +534,11 @@ TEST_F(UdpStreamTest, PortUrlOfTheStream) {
     Open();
     unsigned long size = 0;
     ASSERT_EQ(stream.GetPortURL(nullptr, &size), GC_ERR_SUCCESS);
+    char length[16];
+    std::snprintf(length, sizeof length, "%lX", GenTL::g_streamXml.size);
     const std::string expected = "local:SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1."
-                                 "xml;F0F00000;B7FA?SchemaVersion=1.0.0";
+                                 "xml;F0F00000;" +
+                                 std::string(length) + "?SchemaVersion=1.0.0";
     EXPECT_EQ(size, expected.size() + 1);
     std::vector<char> url(size);
     ASSERT_EQ(stream.GetPortURL(url.data(), &size), GC_ERR_SUCCESS);
