@@ -78,6 +78,17 @@ protected:
         }
         ASSERT_NE(m_iface, nullptr) << "no interface found the camera";
     }
+    /// Closes what SetUp opened, as a consumer does: a System left open is
+    /// kept allocated by GCCloseLib for good.
+    void TearDown() override {
+        if (m_iface != nullptr) {
+            EXPECT_EQ(Lib().IFClose(m_iface), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        }
+        if (m_system != nullptr) {
+            EXPECT_EQ(Lib().TLClose(m_system), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        }
+        CtiTest::TearDown();
+    }
 
     /// IFOpenDevice of the test bed's first camera; null on failure.
     DEV_HANDLE Open(DEVICE_ACCESS_FLAGS flags, GC_ERROR expected = GC_ERR_SUCCESS) {
