@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "DeviceTestBed.h"
+#include "CameraTestBed.h"
 #include "GenTL_KESTA.h"
 #include "api/GenTLHandle.h"
 #include "hal/HALGev.h"

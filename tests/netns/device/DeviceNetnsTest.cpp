@@ -14,20 +14,17 @@
 
 #include <gtest/gtest.h>
 
-#include "CtiTest.h"
-#include "DeviceTestBed.h"
+#include "CameraTestBed.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using kesta::test::CtiTest;
 using kesta_device::Command;
 using kesta_device::Commands;
 using kesta_device::Env;
 using kesta_device::EnvList;
 using kesta_netns::Clock;
 
-constexpr uint64_t kDiscoveryMs = 500;
 constexpr unsigned kCcp = 0x0A00;
 constexpr unsigned kHeartbeatTimeout = 0x0938;
 constexpr unsigned kSwitchoverKey = 0x095C;
@@ -43,51 +40,11 @@ std::string SimXml() {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-class DeviceTest : public CtiTest {
+class DeviceTest : public kesta_device::CameraTest {
 protected:
     void SetUp() override {
-        const std::string why = kesta_device::NotInTestBed();
-        if (!why.empty()) {
-            GTEST_SKIP() << why;
-        }
-        CtiTest::SetUp();
-        ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-        m_serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
+        CameraTest::SetUp();
         m_bed = gevtest::TestBed::fromEnvironment();
-        ASSERT_EQ(Lib().TLOpen(&m_system), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-        uint32_t count = 0;
-        ASSERT_EQ(Lib().TLGetNumInterfaces(m_system, &count), GC_ERR_SUCCESS);
-        // The test bed's link is the only one besides loopback: the camera is on
-        // whichever interface finds it.
-        for (uint32_t i = 0; i < count && m_iface == nullptr; ++i) {
-            char id[64] = {};
-            size_t size = sizeof id;
-            ASSERT_EQ(Lib().TLGetInterfaceID(m_system, i, id, &size), GC_ERR_SUCCESS);
-            IF_HANDLE hIface = nullptr;
-            if (Lib().TLOpenInterface(m_system, id, &hIface) != GC_ERR_SUCCESS) {
-                Lib().TakeLastError();
-                continue;
-            }
-            uint32_t devices = 0;
-            if (Lib().IFUpdateDeviceList(hIface, nullptr, kDiscoveryMs) == GC_ERR_SUCCESS &&
-                Lib().IFGetNumDevices(hIface, &devices) == GC_ERR_SUCCESS && devices > 0) {
-                m_iface = hIface;
-            } else {
-                Lib().IFClose(hIface);
-            }
-        }
-        ASSERT_NE(m_iface, nullptr) << "no interface found the camera";
-    }
-    /// Closes what SetUp opened, as a consumer does: a System left open is
-    /// kept allocated by GCCloseLib for good.
-    void TearDown() override {
-        if (m_iface != nullptr) {
-            EXPECT_EQ(Lib().IFClose(m_iface), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-        }
-        if (m_system != nullptr) {
-            EXPECT_EQ(Lib().TLClose(m_system), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-        }
-        CtiTest::TearDown();
     }
 
     /// IFOpenDevice of the test bed's first camera; null on failure.
@@ -157,10 +114,7 @@ protected:
         return value;
     }
 
-    std::string m_serial;
     gevtest::TestBed m_bed;
-    TL_HANDLE m_system = nullptr;
-    IF_HANDLE m_iface = nullptr;
 };
 
 // --- Access ------------------------------------------------------------------

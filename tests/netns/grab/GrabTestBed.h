@@ -17,7 +17,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../device/DeviceTestBed.h"
+#include "CameraTestBed.h"
 #include "CtiLibrary.h"
 
 #ifdef KESTA_GRAB_STATIC

@@ -20,6 +20,7 @@
 
 #include <gtest/gtest.h>
 
+#include "CameraTestBed.h"
 #include "CtiTest.h"
 
 // Present in builds with the leak checker only.
@@ -33,57 +34,9 @@ using kesta::test::LastError;
 
 constexpr uint64_t kDiscoveryMs = 500;
 
-std::string Env(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
-std::vector<std::string> EnvList(const char* name) {
-    std::istringstream in(Env(name));
-    std::vector<std::string> items;
-    for (std::string item; in >> item;) {
-        items.push_back(item);
-    }
-    return items;
-}
-
-std::string CurrentNetns() {
-    std::string name;
-    if (FILE* p = popen("ip netns identify 2>/dev/null", "r")) {
-        char line[256] = {};
-        if (fgets(line, sizeof(line), p) != nullptr) {
-            name = line;
-        }
-        pclose(p);
-    }
-    name.erase(std::remove(name.begin(), name.end(), '\n'), name.end());
-    return name;
-}
-
-/// Why this process must not open the System here, or empty when it runs in
-/// the harness's host namespace with no link but the test bed's.
-std::string NotInTestBed() {
-    const std::string host = Env("KESTA_NETNS_HOST");
-    if (host.empty()) {
-        return "needs the namespaces of run-with-camera";
-    }
-    if (CurrentNetns() != host) {
-        return "not inside the namespace " + host;
-    }
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0) {
-        return "getifaddrs failed";
-    }
-    std::string foreign;
-    for (ifaddrs* i = list; i != nullptr; i = i->ifa_next) {
-        const std::string name = i->ifa_name;
-        if (!(i->ifa_flags & IFF_LOOPBACK) && name != Env("KESTA_NETNS_HOST_IF")) {
-            foreign = name;
-        }
-    }
-    freeifaddrs(list);
-    return foreign.empty() ? "" : "a foreign link is up here: " + foreign;
-}
+using kesta_device::Env;
+using kesta_device::EnvList;
+using kesta_device::NotInTestBed;
 
 /// The library's id of the test bed's link: its MAC in lower-case hex.
 std::string TestBedInterfaceId() {
@@ -103,9 +56,7 @@ std::string TestBedInterfaceId() {
 }
 
 long HostOrderIp(const std::string& text) {
-    in_addr address{};
-    inet_pton(AF_INET, text.c_str(), &address);
-    return static_cast<long>(ntohl(address.s_addr));
+    return static_cast<long>(kesta_netns::ParseIp(text));
 }
 
 class TestBed : public CtiTest {

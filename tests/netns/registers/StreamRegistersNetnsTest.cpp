@@ -14,15 +14,10 @@
 #include <gtest/gtest.h>
 #include <pugixml.hpp>
 
-#include "../device/DeviceTestBed.h"
-#include "CtiTest.h"
+#include "CameraTestBed.h"
 
 namespace {
 
-using kesta::test::CtiTest;
-using kesta_device::EnvList;
-
-constexpr uint64_t kDiscoveryMs = 500;
 constexpr uint64_t kXmlAddress = 0xF0F00000;
 constexpr uint64_t kStreamId = 0x0100;
 constexpr uint64_t kMode = 0x0400;
@@ -41,60 +36,14 @@ struct Node {
     std::string access;
 };
 
-class StreamRegisters : public CtiTest {
+class StreamRegisters : public kesta_device::CameraTest {
 protected:
     void SetUp() override {
-        const std::string why = kesta_device::NotInTestBed();
-        if (!why.empty()) {
-            GTEST_SKIP() << why;
-        }
-        CtiTest::SetUp();
-        ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-        ASSERT_EQ(Lib().TLOpen(&m_system), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-        uint32_t count = 0;
-        ASSERT_EQ(Lib().TLGetNumInterfaces(m_system, &count), GC_ERR_SUCCESS);
-        for (uint32_t i = 0; i < count && m_iface == nullptr; ++i) {
-            char id[64] = {};
-            size_t size = sizeof id;
-            ASSERT_EQ(Lib().TLGetInterfaceID(m_system, i, id, &size), GC_ERR_SUCCESS);
-            IF_HANDLE hIface = nullptr;
-            if (Lib().TLOpenInterface(m_system, id, &hIface) != GC_ERR_SUCCESS) {
-                Lib().TakeLastError();
-                continue;
-            }
-            uint32_t devices = 0;
-            if (Lib().IFUpdateDeviceList(hIface, nullptr, kDiscoveryMs) == GC_ERR_SUCCESS &&
-                Lib().IFGetNumDevices(hIface, &devices) == GC_ERR_SUCCESS && devices > 0) {
-                m_iface = hIface;
-            } else {
-                Lib().IFClose(hIface);
-            }
-        }
-        ASSERT_NE(m_iface, nullptr) << "no interface found the camera";
-        // The simulator takes register writes only from its controller.
-        const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
-        ASSERT_EQ(Lib().IFOpenDevice(m_iface, serial.c_str(), DEVICE_ACCESS_CONTROL, &m_device),
-                  GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
-        ASSERT_EQ(Lib().DevOpenDataStream(m_device, "0", &m_stream), GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
-    }
-
-    void TearDown() override {
-        if (m_stream != nullptr) {
-            Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT);
-            Lib().DSClose(m_stream);
-        }
-        if (m_device != nullptr) {
-            Lib().DevClose(m_device);
-        }
+        CameraTest::SetUp();
         if (m_iface != nullptr) {
-            Lib().IFClose(m_iface);
+            // The simulator takes register writes only from its controller.
+            OpenStream(DEVICE_ACCESS_CONTROL);
         }
-        if (m_system != nullptr) {
-            Lib().TLClose(m_system);
-        }
-        CtiTest::TearDown();
     }
 
     /// The URL as URL_INFO_URL gives it.
@@ -187,10 +136,6 @@ protected:
         return name;
     }
 
-    TL_HANDLE m_system = nullptr;
-    IF_HANDLE m_iface = nullptr;
-    DEV_HANDLE m_device = nullptr;
-    DS_HANDLE m_stream = nullptr;
     std::string m_fileName;
     std::vector<char> m_xml;
     pugi::xml_document m_doc;
