@@ -33,6 +33,7 @@
 #include "modules/ISystem.h"
 #include "modules/ProtectedDeviceRegistry.h"
 #include "modules/System.h"
+#include "stream/DataStream.h"
 #include "stream/IBuffer.h"
 #include "stream/IDataStream.h"
 
@@ -754,9 +755,19 @@ GC_ERROR DevSendActionCommand(DEV_HANDLE hDevice, uint32_t iDeviceKey, uint32_t 
 // ---------------------------------------------------------------------------
 
 GC_ERROR DSClose(DS_HANDLE hDataStream) {
+    // The device was closed first and took the stream with it: the handle
+    // record is all that is left, and it goes now.
+    if (IsLibInitialized() && IsDetachedHandle(hDataStream)) {
+        TraceEnter(__func__);
+        DeleteHandle(hDataStream);
+        return detail::ReportBareError(GC_ERR_INVALID_HANDLE);
+    }
     return FrameA<IDataStream>(__func__, __LINE__, hDataStream, [&](IDataStream& stream) {
         // The device owns its streams: only the handle goes.
         stream.Close();
+        if (auto* known = dynamic_cast<DataStream*>(&stream)) {
+            known->SetHandle(nullptr);
+        }
         return DeleteHandle(hDataStream);
     });
 }

@@ -72,4 +72,15 @@ int DeleteHandle(void* h) {
     return GC_ERR_INVALID_HANDLE;
 }
 
+void DetachHandle(void* h) {
+    if (h != nullptr && FirstWord(h) == kHandleMagic) {
+        static_cast<GenTLHandle*>(h)->module = nullptr;
+    }
+}
+
+bool IsDetachedHandle(void* h) {
+    return h != nullptr && FirstWord(h) == kHandleMagic &&
+           static_cast<GenTLHandle*>(h)->module == nullptr;
+}
+
 } // namespace GenTL

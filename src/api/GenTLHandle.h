@@ -53,4 +53,15 @@ IBuffer* CastHandleToIBufferPtr(void* h);
  */
 int DeleteHandle(void* h);
 
+/**
+ * Leaves a live handle without its module: the owner deletes a module whose
+ * handle the consumer still holds (a stream whose device was closed first).
+ * The frames then refuse the handle with GC_ERR_INVALID_HANDLE instead of
+ * reaching freed memory. Records nothing; a non-handle is left alone.
+ */
+void DetachHandle(void* h);
+
+/// True for a live handle whose module was detached.
+bool IsDetachedHandle(void* h);
+
 } // namespace GenTL

@@ -16,6 +16,7 @@
 #include "modules/DeviceRemoteGev.h"
 #include "modules/Heartbeat.h"
 #include "modules/ProtectedDeviceRegistry.h"
+#include "stream/DataStream.h"
 #include "stream/DataStreamGevTCP.h"
 #include "stream/DataStreamGevUDP.h"
 
@@ -307,6 +308,11 @@ int DeviceGev::ConfigureDeviceTimeout() {
 
 void DeviceGev::DeleteStreamsAndChannels() {
     while (!m_streams.empty()) {
+        // A consumer may close the device before its streams: its stream
+        // handle must then refuse cleanly rather than reach freed memory.
+        if (auto* known = dynamic_cast<DataStream*>(m_streams.back())) {
+            DetachHandle(known->GetHandle());
+        }
         delete m_streams.back();
         m_streams.pop_back();
     }
@@ -544,7 +550,11 @@ int DeviceGev::OpenDataStream(const char* id, void** phDataStream, IHALGvsp* hal
         if (int rc = stream->Open(hal)) {
             return ChainError(rc);
         }
-        return AllocateHandle(phDataStream, stream);
+        const int rc = AllocateHandle(phDataStream, stream);
+        if (auto* known = dynamic_cast<DataStream*>(stream)) {
+            known->SetHandle(*phDataStream);
+        }
+        return rc;
     }
     return ReportError(GC_ERR_INVALID_ID, std::string(id) + " is not a valid ID");
 }

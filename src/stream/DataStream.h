@@ -136,6 +136,11 @@ public:
     /// Ends the current WaitOnNewBuffer, or the next one. Returns 0.
     int KillWaitForNewBuffer();
 
+    /// The consumer's handle of the open stream, null while closed; the
+    /// device detaches it when it deletes the stream first.
+    void SetHandle(void* h) { m_hSelf = h; }
+    void* GetHandle() const { return m_hSelf; }
+
     BufferStateMachine* GetBufferStateMachine() const { return m_pBufferStateMachine; }
     /// The registered new-buffer event, or null.
     IEvent* GetNewBufferEvent() const { return m_pNewBufferEvent; }
@@ -165,6 +170,7 @@ protected:
 
     IEvent* m_pNewBufferEvent = nullptr;
     void* m_hNewBufferEvent = nullptr;
+    void* m_hSelf = nullptr;
 
     /// Runs the buffers' block timers while grabbing.
     boost::asio::io_service m_bufferTimerService;

@@ -307,4 +307,32 @@ TEST_F(StreamTest, AViewerCannotRedirectTheStream) {
     }
 }
 
+// Consumers tear down in either order. With the device closed first, the
+// stream went with it: its handle is refused cleanly, and closing it frees
+// what was left of it.
+TEST_F(StreamTest, StreamHandleOutlivingItsDeviceIsRefused) {
+    OpenStream();
+    AnnounceThree();
+    ASSERT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
+              GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().DevClose(m_device), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+    m_device = nullptr;
+
+    INFO_DATATYPE type = 0;
+    bool8_t grabbing = 0;
+    size_t size = sizeof grabbing;
+    EXPECT_EQ(Lib().DSGetInfo(m_stream, STREAM_INFO_IS_GRABBING, &type, &grabbing, &size),
+              GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(Lib().DSClose(m_stream), GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(Lib().TakeLastError().code, GC_ERR_INVALID_HANDLE);
+    m_stream = nullptr;
+
+    // The usual order still closes both without a word.
+    OpenStream();
+    EXPECT_EQ(Lib().DSClose(m_stream), GC_ERR_SUCCESS);
+    m_stream = nullptr;
+    EXPECT_EQ(Lib().DevClose(m_device), GC_ERR_SUCCESS);
+    m_device = nullptr;
+}
+
 } // namespace
