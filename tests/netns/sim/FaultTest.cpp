@@ -136,55 +136,6 @@ TEST_F(Faults, BurstLossTakesAConsecutiveRun) {
     EXPECT_GE(checked, 2u);
 }
 
-TEST_F(Faults, SlowRepliesArePendingAckedWhenEnabled) {
-    // Started with --ack-delay 300.
-    ASSERT_EQ(client->claim(), 0); // itself slow, without pending acks
-    const auto t0 = std::chrono::steady_clock::now();
-    Ack ack = client->transact(0x0080, {0, 0, 0, 0}, 1000);
-    EXPECT_TRUE(ack.received);
-    EXPECT_TRUE(ack.pending.empty());
-    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(280));
-
-    ASSERT_EQ(client->writeReg(addr::kGvcpConfig, 2), 0);
-    ack = client->transact(0x0080, {0, 0, 0, 0}, 100); // shorter than the delay
-    ASSERT_TRUE(ack.received);
-    ASSERT_EQ(ack.pending.size(), 1u);
-    EXPECT_GE(be16(&ack.pending[0].data[2]), 300);
-    EXPECT_EQ(ack.code, 0x0081);
-    EXPECT_EQ(be32(ack.data.data()), 0x00020000u);
-}
-
-TEST_F(Faults, EverySecondAckHasAWrongId) {
-    // Started with --wrong-ack-id 2.
-    int wrong = 0;
-    for (int i = 0; i < 4; ++i) {
-        const Ack ack = client->transact(0x0080, {0, 0, 0, 0});
-        ASSERT_TRUE(ack.received);
-        if (ack.id != client->lastId())
-            ++wrong;
-    }
-    EXPECT_EQ(wrong, 2);
-}
-
-TEST_F(Faults, EveryThirdAckCarriesTheStatus) {
-    // Started with --ack-status 0x8007:3.
-    std::vector<uint16_t> statuses;
-    for (int i = 0; i < 6; ++i) {
-        uint32_t v = 0;
-        statuses.push_back(client->readReg(addr::kVersion, v));
-    }
-    EXPECT_EQ(statuses, (std::vector<uint16_t>{0, 0, 0x8007, 0, 0, 0x8007}));
-}
-
-TEST_F(Faults, CameraGoesSilent) {
-    // Started with --silent-after 1.5.
-    uint32_t v = 0;
-    EXPECT_EQ(client->readReg(addr::kVersion, v), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1700));
-    EXPECT_EQ(client->readReg(addr::kVersion, v), 0xFFFF); // no answer
-    EXPECT_TRUE(discover(bed.hostIp, 0xFFFFFFFF, 200).empty());
-}
-
 TEST_F(Faults, FrameRateAndSizeForLoad) {
     // Started with --fps 100 --width 1024 --height 64 --pixel-format Mono16.
     EXPECT_EQ(client->reg(addr::kPayloadSize), 1024u * 64u * 2u);
