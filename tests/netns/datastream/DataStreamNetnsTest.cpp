@@ -252,47 +252,6 @@ TEST_F(StreamTest, BufferInfoOfAFreshBuffer) {
     Lib().TakeLastError();
 }
 
-TEST_F(StreamTest, NewBufferEventFacts) {
-    OpenStream();
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(Lib().GCRegisterEvent(m_stream, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    INFO_DATATYPE type = 0;
-    int32_t kind = 0;
-    size_t size = sizeof kind;
-    ASSERT_EQ(Lib().EventGetInfo(event, EVENT_EVENT_TYPE, &type, &kind, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(type, INFO_DATATYPE_INT32);
-    EXPECT_EQ(kind, EVENT_NEW_BUFFER);
-    uint64_t value = 0;
-    size = sizeof value;
-    ASSERT_EQ(Lib().EventGetInfo(event, EVENT_SIZE_MAX, &type, &value, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(value, 16u);
-    ASSERT_EQ(Lib().EventGetInfo(event, EVENT_NUM_IN_QUEUE, &type, &value, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(value, 0u);
-    EXPECT_EQ(Lib().EventGetInfo(event, 5, &type, &value, &size), GC_ERR_INVALID_INDEX);
-
-    size = 0;
-    ASSERT_EQ(Lib().EventGetData(event, nullptr, &size, 0), GC_ERR_SUCCESS);
-    EXPECT_EQ(size, sizeof(S_EVENT_NEW_BUFFER));
-    S_EVENT_NEW_BUFFER data{};
-    size = sizeof data - 1;
-    EXPECT_EQ(Lib().EventGetData(event, &data, &size, 0), GC_ERR_BUFFER_TOO_SMALL);
-    size = sizeof data;
-    EXPECT_EQ(Lib().EventGetData(event, &data, &size, 0), GC_ERR_TIMEOUT);
-    ASSERT_EQ(Lib().EventKill(event), GC_ERR_SUCCESS);
-    EXPECT_EQ(Lib().EventGetData(event, &data, &size, GENTL_INFINITE), GC_ERR_ABORT);
-    ASSERT_EQ(Lib().EventFlush(event), GC_ERR_SUCCESS);
-
-    char text[32] = {};
-    size = sizeof text;
-    ASSERT_EQ(Lib().EventGetDataInfo(event, &data, sizeof data, EVENT_DATA_ID, &type, text, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_STREQ(text, "New Buffer Event");
-    EXPECT_EQ(
-        Lib().EventGetDataInfo(event, &data, sizeof data, EVENT_DATA_NUMID, &type, text, &size),
-        GC_ERR_NOT_AVAILABLE);
-    ASSERT_EQ(Lib().GCUnregisterEvent(m_stream, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
-}
-
 TEST_F(StreamTest, AViewerCannotRedirectTheStream) {
     OpenStream(DEVICE_ACCESS_READONLY);
     AnnounceThree();
