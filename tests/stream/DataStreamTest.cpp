@@ -333,16 +333,7 @@ TEST_F(UdpStreamTest, StreamInfoTypesAndSettings) {
     gvcp.readFailures[0x10200000] = GC_ERR_TIMEOUT;
     EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_PAYLOAD_SIZE, INFO_DATATYPE_UINT64), 0u);
     EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_BUF_ANNOUNCE_MIN, INFO_DATATYPE_UINT64), 1u);
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_BUF_ALIGNMENT, INFO_DATATYPE_UINT64), 1u);
-    EXPECT_FALSE(Info<bool>(stream, STREAM_INFO_DEFINES_PAYLOADSIZE, INFO_DATATYPE_BOOL8));
     EXPECT_EQ(Info<unsigned>(stream, STREAM_INFO_MAX_RESEND_REQUESTS, INFO_DATATYPE_UINT32), 5u);
-    EXPECT_EQ(Info<unsigned>(stream, STREAM_INFO_FRAME_GENERATOR_ACCUM_TIME, INFO_DATATYPE_UINT32),
-              20000u);
-    EXPECT_EQ(Info<double>(stream, STREAM_INFO_FRAME_GENERATOR_FPS, INFO_DATATYPE_FLOAT64), 30.0);
-    EXPECT_EQ(
-        Info<std::uint64_t>(stream, STREAM_INFO_EVS_EVENT_BUFFER_POOL_SIZE, INFO_DATATYPE_UINT64),
-        500u);
-    EXPECT_EQ(Info<unsigned>(stream, 1024, INFO_DATATYPE_UINT32), 1u);
 
     std::uint64_t value = 0;
     size = sizeof value;
