@@ -193,6 +193,9 @@ protected:
     ResendRecorder hal{link};
     QuietGvsp gvsp;
     GenTL::StreamInfo info;
+    // The timer services outlive the buffers, whose timers they serve.
+    boost::asio::io_service blockTimers;
+    boost::asio::io_service resendTimers;
     GenTL::BufferStateMachineGev buffers;
     std::list<GenTL::GenTLHandle*> active;
     std::uint64_t activeCount = 0;
@@ -203,8 +206,6 @@ protected:
     std::atomic<bool> running{false};
     long mode = GenTL::OldestFirst;
     unsigned long underruns = 0;
-    boost::asio::io_service blockTimers;
-    boost::asio::io_service resendTimers;
     GenTL::GrabContext context{info,
                                buffers,
                                gvsp,
