@@ -136,6 +136,11 @@ std::string Error::GetMessageFromCode(int code) {
 ErrorCache* ErrorCache::m_pCache = nullptr;
 
 namespace {
+// Threads that fail at once after GCCloseLib would otherwise each make a
+// cache, and all but one would be lost. Defined before the releaser below,
+// so that it is destroyed after it.
+boost::mutex g_cacheCreationMutex;
+
 // A call after GCCloseLib (a second close, say) makes a new cache that no
 // later GCCloseLib may free; release it when the library is unloaded.
 struct ReleaseCacheAtUnload {
@@ -146,6 +151,7 @@ struct ReleaseCacheAtUnload {
 ErrorCache::~ErrorCache() = default;
 
 ErrorCache* ErrorCache::GetErrorCache() {
+    boost::mutex::scoped_lock lock(g_cacheCreationMutex);
     if (m_pCache == nullptr) {
         m_pCache = new ErrorCache();
     }
@@ -153,6 +159,7 @@ ErrorCache* ErrorCache::GetErrorCache() {
 }
 
 void ErrorCache::ReleaseErrorCache() {
+    boost::mutex::scoped_lock lock(g_cacheCreationMutex);
     delete m_pCache;
     m_pCache = nullptr;
 }
