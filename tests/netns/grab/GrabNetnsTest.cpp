@@ -176,6 +176,9 @@ TEST_F(Grab, CloseTheDeviceWhileGrabbing) {
     Take(1);
     EXPECT_EQ(m_api.DevClose(m_device), GC_ERR_SUCCESS) << LastErrorText(m_api);
     m_device = nullptr;
+    // The stream went with its device: its handle is refused, and closing
+    // it frees what was left of it.
+    EXPECT_EQ(m_api.DSClose(m_stream), GC_ERR_INVALID_HANDLE);
     m_stream = nullptr;
     m_started = false;
     m_buffers.clear();
