@@ -3,6 +3,7 @@
 // how, the heartbeat that keeps control, a camera that falls silent, and the
 // camera's own port with its URLs. A rival application on the second host
 // and a capture of the camera's GVCP traffic check what went over the wire.
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <fstream>
@@ -275,24 +276,36 @@ TEST_F(Heartbeat, FollowsAChangedTimeout) {
     for (const Command& c : beats) {
         (c.word == 1000 ? slow : fast).push_back(c);
     }
-    ASSERT_GE(slow.size(), 2u);
-    ASSERT_GE(fast.size(), 4u);
-    for (std::size_t i = 1; i < slow.size(); ++i) {
-        const auto gap = slow[i].at - slow[i - 1].at;
-        EXPECT_GE(gap, 450ms);
-        EXPECT_LE(gap, 800ms);
+    ASSERT_GE(slow.size(), 3u);
+    ASSERT_GE(fast.size(), 5u);
+    for (const Command& c : fast) {
+        EXPECT_EQ(c.word, 600u);
     }
-    for (std::size_t i = 1; i < fast.size(); ++i) {
-        EXPECT_EQ(fast[i].word, 600u);
-        const auto gap = fast[i].at - fast[i - 1].at;
-        EXPECT_GE(gap, 250ms);
-        EXPECT_LE(gap, 450ms);
-    }
-    // No beat after the release.
+    // The first fast write is the test's own and the next one ends a sleep
+    // begun with the old period: only the later gaps show the new period.
+    // A loaded machine delays beats but never hastens them, so each gap has a
+    // firm lower bound and the median a loose upper one.
+    const auto medianGap = [](const std::vector<Command>& writes, std::size_t from) {
+        std::vector<kesta_netns::Clock::duration> gaps;
+        for (std::size_t i = from; i < writes.size(); ++i) {
+            const auto gap = writes[i].at - writes[i - 1].at;
+            EXPECT_GE(gap, writes[i].word == 1000 ? 450ms : 250ms);
+            gaps.push_back(gap);
+        }
+        std::nth_element(gaps.begin(), gaps.begin() + gaps.size() / 2, gaps.end());
+        return gaps[gaps.size() / 2];
+    };
+    EXPECT_LE(medianGap(slow, 1), 700ms);
+    EXPECT_LE(medianGap(fast, 2), 450ms);
+    // No beat after the release, which the capture may show a moment late.
     std::vector<Command> releases;
-    for (const Command& c : Commands(sniffer.Packets(), kesta_device::kWriteReg)) {
-        if (c.address == kCcp && (c.word & 3u) == 0) {
-            releases.push_back(c);
+    const auto deadline = kesta_netns::Clock::now() + 2s;
+    while (releases.empty() && kesta_netns::Clock::now() < deadline) {
+        std::this_thread::sleep_for(10ms);
+        for (const Command& c : Commands(sniffer.Packets(), kesta_device::kWriteReg)) {
+            if (c.address == kCcp && (c.word & 3u) == 0) {
+                releases.push_back(c);
+            }
         }
     }
     ASSERT_EQ(releases.size(), 1u);

@@ -7,12 +7,15 @@
 #include <fcntl.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/ip.h>
 #include <netinet/udp.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -161,7 +164,7 @@ private:
             const std::size_t udpLength =
                 std::min<std::size_t>(ntohs(udp.len), static_cast<std::size_t>(n) - ipLength);
             Captured packet;
-            packet.at = Clock::now();
+            packet.at = ArrivalTime(fd);
             packet.sourceIp = ntohl(ip.saddr);
             packet.destinationIp = ntohl(ip.daddr);
             packet.sourcePort = ntohs(udp.source);
@@ -174,6 +177,20 @@ private:
         if (fd >= 0) {
             ::close(fd);
         }
+    }
+
+    /// The kernel's arrival stamp of the datagram just read, on the steady
+    /// clock: a loaded machine may run this thread late, never the stamp.
+    static Clock::time_point ArrivalTime(int fd) {
+        const Clock::time_point now = Clock::now();
+        timeval stamp{};
+        timeval wall{};
+        if (::ioctl(fd, SIOCGSTAMP, &stamp) != 0 || ::gettimeofday(&wall, nullptr) != 0) {
+            return now;
+        }
+        const auto age = std::chrono::seconds(wall.tv_sec - stamp.tv_sec) +
+                         std::chrono::microseconds(wall.tv_usec - stamp.tv_usec);
+        return age > Clock::duration::zero() ? now - age : now;
     }
 
     std::uint16_t m_port;
