@@ -299,6 +299,53 @@ TEST_F(Grab, WithoutResendCameraTheStreamRunsWithoutResend) {
     EXPECT_EQ(t.complete, 6);
 }
 
+// --- 16-bit ids that wrap (a GigE Vision 1.x camera, from its CTest entry) --
+
+// The camera's first id lies just inside the half of the id space that the
+// loop, which expects block 1 at each start, takes as ahead; tiny blocks at a
+// high rate bring it to 65535 within seconds.
+TEST_F(Grab, StandardIdsWrapFrom65535To1) {
+    constexpr uint64_t kFirstId = 32000;
+    Open(16, 16, 8000.0f);
+    ASSERT_FALSE(HasFatalFailure());
+    UseResend(true);
+    AnnounceAndQueue(16);
+    Start(ACQ_START_FLAGS_GVSP_LEGACY_ID);
+    ASSERT_FALSE(HasFatalFailure());
+
+    std::vector<uint64_t> ids;
+    uint64_t skipped = 0;
+    int wrongBytes = 0;
+    size_t wrapAt = 0;
+    while (ids.size() < 40000 && (wrapAt == 0 || ids.size() < wrapAt + 50)) {
+        Delivered d;
+        ASSERT_TRUE(Next(d)) << "after " << ids.size() << " blocks";
+        if (!ids.empty()) {
+            // Wrap-aware step: 65535 is followed by 1, never by 0.
+            const uint64_t prev = ids.back();
+            const uint64_t step = d.frameId > prev ? d.frameId - prev : d.frameId + 0xFFFF - prev;
+            if (d.frameId < prev) {
+                wrapAt = ids.size();
+            }
+            ASSERT_LT(step, 1000u) << prev << " then " << d.frameId;
+            skipped += step - 1;
+        } else {
+            ASSERT_EQ(d.frameId, kFirstId);
+        }
+        ids.push_back(d.frameId);
+        if (!d.incomplete && FirstWrongByte(d.base, d.sizeFilled, d.frameId) >= 0) {
+            ++wrongBytes;
+        }
+        Requeue(d);
+    }
+    EXPECT_EQ(wrongBytes, 0);
+    ASSERT_NE(wrapAt, 0u) << "the ids never wrapped";
+    // Missed images count from block 1, and across the wrap without 0.
+    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_MISSED_IMAGE_COUNT), kFirstId - 1 + skipped);
+    std::printf("[ wrap     ] %zu blocks, %llu skipped by the consumer\n", ids.size(),
+                static_cast<unsigned long long>(skipped));
+}
+
 // --- a faulty link (the CTest entry sets the faults) -------------------------
 
 TEST_F(Grab, ResendRecoversAFaultyLink) {

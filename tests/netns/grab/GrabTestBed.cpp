@@ -56,7 +56,7 @@ void GrabTest::SetUp() {
 
 void GrabTest::TearDown() {
     if (m_api.GCInitLib != nullptr) {
-        if (m_port != nullptr && m_device != nullptr) {
+        if (m_port != nullptr && m_device != nullptr && m_control) {
             // Leave the camera idle and with fixed-size blocks for the next test.
             const uint8_t zero[4] = {};
             const uint8_t one[4] = {0, 0, 0, 1};
@@ -90,20 +90,22 @@ void GrabTest::TearDown() {
     m_lib = nullptr;
 }
 
-void GrabTest::Open(uint32_t width, uint32_t height, float fps) {
+void GrabTest::Open(uint32_t width, uint32_t height, float fps, DEVICE_ACCESS_FLAGS access) {
     const std::string serial = kesta_device::EnvList("KESTA_CAMERA_SERIALS").at(0);
-    ASSERT_EQ(m_api.IFOpenDevice(m_iface, serial.c_str(), DEVICE_ACCESS_CONTROL, &m_device),
-              GC_ERR_SUCCESS)
+    m_control = access == DEVICE_ACCESS_CONTROL || access == DEVICE_ACCESS_EXCLUSIVE;
+    ASSERT_EQ(m_api.IFOpenDevice(m_iface, serial.c_str(), access, &m_device), GC_ERR_SUCCESS)
         << LastErrorText(m_api);
     ASSERT_EQ(m_api.DevGetPort(m_device, &m_port), GC_ERR_SUCCESS);
     ASSERT_EQ(m_api.DevOpenDataStream(m_device, "0", &m_stream), GC_ERR_SUCCESS)
         << LastErrorText(m_api);
     m_width = width;
     m_height = height;
-    WriteCamera(kWidth, width);
-    WriteCamera(kHeight, height);
-    WriteCamera(kPixelFormat, kMono8);
-    WriteCamera(kFrameRate, FloatBits(fps));
+    if (m_control) {
+        WriteCamera(kWidth, width);
+        WriteCamera(kHeight, height);
+        WriteCamera(kPixelFormat, kMono8);
+        WriteCamera(kFrameRate, FloatBits(fps));
+    }
     ASSERT_EQ(m_api.GCRegisterEvent(m_stream, EVENT_NEW_BUFFER, &m_event), GC_ERR_SUCCESS)
         << LastErrorText(m_api);
 }
@@ -169,7 +171,9 @@ void GrabTest::Start(int flags) {
     ASSERT_EQ(m_api.DSStartAcquisition(m_stream, flags, GENTL_INFINITE), GC_ERR_SUCCESS)
         << LastErrorText(m_api);
     m_started = true;
-    WriteCamera(kAcquisitionStart, 1);
+    if (m_control) {
+        WriteCamera(kAcquisitionStart, 1);
+    }
 }
 
 void GrabTest::Stop() {

@@ -61,6 +61,7 @@ constexpr uint32_t kMono8 = 0x01080001;
 // Stream registers of the producer, 8 bytes little-endian.
 constexpr uint64_t kStreamBufferHandlingMode = 0x0400;
 constexpr uint64_t kStreamPacketResendEnable = 0x1900;
+constexpr uint64_t kStreamMulticastEnable = 0x2400;
 
 /// Byte i of block `id` as the camera stamps it: the id in the first 8
 /// bytes (big-endian), then a pattern that moves with the id.
@@ -98,8 +99,10 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    /// Opens the camera with control and its stream 0; sets the image.
-    void Open(uint32_t width, uint32_t height, float fps);
+    /// Opens the camera and its stream 0. With control it sets the image;
+    /// read-only it takes the size the controlling application set.
+    void Open(uint32_t width, uint32_t height, float fps,
+              DEVICE_ACCESS_FLAGS access = DEVICE_ACCESS_CONTROL);
     uint32_t PayloadBytes() const { return m_width * m_height; }
     void WriteCamera(uint64_t address, uint32_t value);
     /// Writes a stream setting; false when this build cannot.
@@ -110,7 +113,7 @@ protected:
     /// Announces `count` buffers of `size` bytes (the payload by default)
     /// and queues them.
     void AnnounceAndQueue(int count, uint64_t size = 0);
-    /// Starts the stream and then the camera.
+    /// Starts the stream and then, with control, the camera.
     void Start(int flags = ACQ_START_FLAGS_DEFAULT);
     /// Stops the camera and then the stream; flushes everything to input.
     void Stop();
@@ -132,6 +135,7 @@ protected:
     std::vector<std::vector<uint8_t>> m_memory;
     uint32_t m_width = 0;
     uint32_t m_height = 0;
+    bool m_control = true;
     bool m_started = false;
 };
 
