@@ -415,12 +415,17 @@ int OverlappedSocket::GetNextResultNoCopy(char* head, int headLength, int& headR
     parts[0].iov_len = Length(headLength);
     parts[1].iov_base = body;
     parts[1].iov_len = Length(bodyLength);
-    const ssize_t got = m_socket.Run([&](int fd) { return ::readv(fd, parts, 2); }, true);
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    const ssize_t got = m_socket.Run([&](int fd) { return ::recvmsg(fd, &message, 0); }, true);
     if (got >= 0) {
         const size_t count = static_cast<size_t>(got);
         headReceived = static_cast<int>(std::min(count, parts[0].iov_len));
         bodyReceived = static_cast<int>(count - static_cast<size_t>(headReceived));
-        return GC_ERR_SUCCESS;
+        // The kernel dropped the tail of a datagram longer than both parts:
+        // the caller must know that the data did not fit.
+        return (message.msg_flags & MSG_TRUNC) != 0 ? GC_ERR_BUFFER_TOO_SMALL : GC_ERR_SUCCESS;
     }
     const int err = errno;
     HLogger::Error("GenTL::OverlappedSocket::Receive recvfrom", err);
@@ -448,6 +453,23 @@ int OverlappedSocket::Close() {
 
 int OverlappedSocket::SetTimeout(int timeoutMs) {
     return SetStreamTimeout(m_socket, timeoutMs);
+}
+
+int OverlappedSocket::RequestReceiveBuffer(int bytes) {
+    // SO_RCVBUFFORCE passes net.core.rmem_max for a process with
+    // CAP_NET_ADMIN; others get what SO_RCVBUF allows. The kernel doubles
+    // the request for its own bookkeeping, so ask for half.
+    const int half = bytes / 2;
+    int granted = 0;
+    socklen_t len = sizeof granted;
+    const int rc = m_socket.Run([&](int fd) {
+        if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &half, sizeof half) != 0 &&
+            ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &half, sizeof half) != 0) {
+            return -1;
+        }
+        return ::getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &granted, &len);
+    });
+    return rc == 0 ? granted : 0;
 }
 
 // ---------------------------------------------------------------------------

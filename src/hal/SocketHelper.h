@@ -176,13 +176,18 @@ public:
     /// one set. Timeout: GC_ERR_TIMEOUT; other failures GC_ERR_IO.
     virtual int GetNextResult(char* buffer, int length, int& received, int timeoutMs);
     /// As GetNextResult, scattering one datagram: the first headLength bytes
-    /// into head, the rest into body.
+    /// into head, the rest into body. A datagram longer than both gives
+    /// GC_ERR_BUFFER_TOO_SMALL with the parts filled as far as they go.
     virtual int GetNextResultNoCopy(char* head, int headLength, int& headReceived, char* body,
                                     int bodyLength, int& bodyReceived, int timeoutMs);
     /// Leaves a joined group and closes; ends a receive blocked elsewhere.
     virtual int Close();
     /// Sets the receive timeout on the socket (not the stored value).
     virtual int SetTimeout(int timeoutMs);
+
+    /// Asks the kernel for a receive buffer of `bytes` (beyond the system's
+    /// limit where the process may); returns the size granted, 0 on failure.
+    int RequestReceiveBuffer(int bytes);
 
     /// The bound address, network order; valid after a successful open.
     const sockaddr_in& LocalAddress() const { return m_localAddr; }

@@ -29,6 +29,11 @@ constexpr std::array<std::uint32_t, 7> kPacketSizes = {9000, 7500, 6000, 4500, 3
 constexpr int kTestPacketTimeoutMs = 100;
 /// Floor of the inter-packet expiry, ms.
 constexpr std::uint32_t kMinInterPacketExpiryMs = 40;
+/// Receive buffer of the stream socket: room for a few blocks, so that a
+/// grab thread delayed by the scheduler loses nothing, within sane bounds.
+constexpr std::uint64_t kReceiveBufferBlocks = 4;
+constexpr std::uint64_t kMinReceiveBuffer = 2u << 20;
+constexpr std::uint64_t kMaxReceiveBuffer = 64u << 20;
 /// Largest finite wait of WaitForNextLeader, ms.
 constexpr unsigned long kMaxLeaderWaitMs = 0xFFFFFFFFul;
 
@@ -273,10 +278,22 @@ int HALGvspUDP::Start(IHALGev* hal, void* device, StreamStartParams& params) {
     if (rc != GC_ERR_SUCCESS) {
         return rc;
     }
+    SizeReceiveBuffer(params.bufferSize);
 
     params.interPacketExpiry = CalculateInterPacketExpiry(hal, device);
     CalculateBufferExpiry(params);
     return GC_ERR_SUCCESS;
+}
+
+void HALGvspUDP::SizeReceiveBuffer(std::uint64_t blockSize) {
+    std::uint64_t wanted = blockSize * kReceiveBufferBlocks;
+    wanted = wanted < kMinReceiveBuffer ? kMinReceiveBuffer : wanted;
+    wanted = wanted > kMaxReceiveBuffer ? kMaxReceiveBuffer : wanted;
+    const int granted = m_stream.m_pSocket->RequestReceiveBuffer(static_cast<int>(wanted));
+    HLogger::Debug(loc::al("GVSP receive buffer size {0} bytes of {1} asked",
+                           Decimal(static_cast<unsigned long long>(granted)).c_str(),
+                           Decimal(wanted).c_str())
+                       .c_str());
 }
 
 int HALGvspUDP::StartUnicast(IHALGev* hal, void* device, const sockaddr_in& adapter,

@@ -99,6 +99,9 @@ public:
     static void CalculateBufferExpiry(StreamStartParams& params);
 
 private:
+    /// Grows the socket's receive buffer for blocks of `blockSize` bytes;
+    /// what the system refuses is logged, not failed.
+    void SizeReceiveBuffer(std::uint64_t blockSize);
     int StartUnicast(IHALGev* hal, void* device, const sockaddr_in& adapter,
                      StreamStartParams& params);
     int StartMulticast(IHALGev* hal, void* device, const sockaddr_in& adapter,

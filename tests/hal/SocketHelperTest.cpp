@@ -315,6 +315,19 @@ TEST_F(OverlappedSocketTest, NoCopySplitsHeaderFromPayload) {
     ASSERT_EQ(0, socket.GetNextResultNoCopy(head, 4, headGot, body, sizeof(body), bodyGot, 200));
     EXPECT_EQ(2, headGot);
     EXPECT_EQ(0, bodyGot);
+    // A datagram longer than both parts is reported, not silently cut.
+    peer.SendTo("HDR:payload", port);
+    EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL,
+              socket.GetNextResultNoCopy(head, 4, headGot, body, 3, bodyGot, 200));
+    EXPECT_EQ("pay", std::string(body, static_cast<size_t>(bodyGot)));
+}
+
+TEST_F(OverlappedSocketTest, ReceiveBufferGrowsOnRequest) {
+    int before = 0;
+    socklen_t length = sizeof before;
+    ASSERT_EQ(0, ::getsockopt(socket.Descriptor(), SOL_SOCKET, SO_RCVBUF, &before, &length));
+    // The kernel's limit may cap an unprivileged process, never shrink it.
+    EXPECT_GE(socket.RequestReceiveBuffer(8 << 20), geteuid() == 0 ? 8 << 20 : before);
 }
 
 TEST_F(OverlappedSocketTest, TimeoutIsAppliedOnlyWhenItChanges) {
