@@ -157,6 +157,11 @@ std::string PayloadString(const DiscoveryPayload& payload, std::size_t offset) {
     return gvcp::GetString(payload.data(), payload.size(), offset);
 }
 
+/// The reader of one string field, for the fact getters.
+auto StringField(std::size_t offset) {
+    return [offset](const DiscoveryPayload& p) { return PayloadString(p, offset); };
+}
+
 long PayloadHostU32(const DiscoveryPayload& payload, std::size_t offset) {
     return static_cast<long>(gvcp::GetU32(payload.data(), payload.size(), offset));
 }
@@ -770,44 +775,34 @@ int HALGev::WriteMem(void* hDevice, unsigned address, const char* data, std::siz
 // --- Facts of devices ----------------------------------------------------------------
 
 int HALGev::GetModelName(void* hDevice, std::string& name) const {
-    return DeviceFact(hDevice, name,
-                      [](const DiscoveryPayload& p) { return PayloadString(p, kModel); });
+    return DeviceFact(hDevice, name, StringField(kModel));
 }
 int HALGev::GetModelName(void* hAdapter, std::string id, std::string& name) const {
-    return DeviceFactById(hAdapter, id, name,
-                          [](const DiscoveryPayload& p) { return PayloadString(p, kModel); });
+    return DeviceFactById(hAdapter, id, name, StringField(kModel));
 }
 int HALGev::GetVendorName(void* hDevice, std::string& name) const {
-    return DeviceFact(hDevice, name,
-                      [](const DiscoveryPayload& p) { return PayloadString(p, kVendor); });
+    return DeviceFact(hDevice, name, StringField(kVendor));
 }
 int HALGev::GetVendorName(void* hAdapter, std::string id, std::string& name) const {
-    return DeviceFactById(hAdapter, id, name,
-                          [](const DiscoveryPayload& p) { return PayloadString(p, kVendor); });
+    return DeviceFactById(hAdapter, id, name, StringField(kVendor));
 }
 int HALGev::GetSerialNumber(void* hDevice, std::string& serial) const {
-    return DeviceFact(hDevice, serial,
-                      [](const DiscoveryPayload& p) { return PayloadString(p, kSerial); });
+    return DeviceFact(hDevice, serial, StringField(kSerial));
 }
 int HALGev::GetSerialNumber(void* hAdapter, std::string id, std::string& serial) const {
-    return DeviceFactById(hAdapter, id, serial,
-                          [](const DiscoveryPayload& p) { return PayloadString(p, kSerial); });
+    return DeviceFactById(hAdapter, id, serial, StringField(kSerial));
 }
 int HALGev::GetUserDefinedName(void* hDevice, std::string& name) const {
-    return DeviceFact(hDevice, name,
-                      [](const DiscoveryPayload& p) { return PayloadString(p, kUserName); });
+    return DeviceFact(hDevice, name, StringField(kUserName));
 }
 int HALGev::GetUserDefinedName(void* hAdapter, std::string id, std::string& name) const {
-    return DeviceFactById(hAdapter, id, name,
-                          [](const DiscoveryPayload& p) { return PayloadString(p, kUserName); });
+    return DeviceFactById(hAdapter, id, name, StringField(kUserName));
 }
 int HALGev::GetDeviceVersion(void* hDevice, std::string& version) const {
-    return DeviceFact(hDevice, version,
-                      [](const DiscoveryPayload& p) { return PayloadString(p, kVersion); });
+    return DeviceFact(hDevice, version, StringField(kVersion));
 }
 int HALGev::GetDeviceVersion(void* hAdapter, std::string id, std::string& version) const {
-    return DeviceFactById(hAdapter, id, version,
-                          [](const DiscoveryPayload& p) { return PayloadString(p, kVersion); });
+    return DeviceFactById(hAdapter, id, version, StringField(kVersion));
 }
 
 int HALGev::GetDevMACAddress(void* hAdapter, std::string id, long& mac) const {

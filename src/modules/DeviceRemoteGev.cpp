@@ -88,7 +88,8 @@ bool RemoteDeviceGev::SwapsRegisterValues() const {
     return (m_deviceMode & kDeviceModeBigEndian) != 0;
 }
 
-int RemoteDeviceGev::ReadPort(unsigned long address, void* buffer, unsigned long* size) {
+int RemoteDeviceGev::CheckPortAccess(unsigned long address, const void* buffer,
+                                     const unsigned long* size) const {
     if (buffer == nullptr) {
         return ReportError(GC_ERR_INVALID_PARAMETER, "pBuffer==nullptr");
     }
@@ -102,54 +103,43 @@ int RemoteDeviceGev::ReadPort(unsigned long address, void* buffer, unsigned long
         return ReportError(GC_ERR_INVALID_ADDRESS,
                            "iAddress + *piSize is beyond the camera's 32-bit address space");
     }
+    return GC_ERR_SUCCESS;
+}
+
+template <class Legacy, class Standard>
+int RemoteDeviceGev::ByMechanism(const char* caller, Legacy legacy, Standard standard) const {
+    int rc = GC_ERR_SUCCESS;
     switch (m_endiannessMechanism) {
     case kEndiannessLegacy:
-        if (int rc = ReadPortLegacy(address, buffer, size)) {
-            return ChainError(rc);
-        }
-        return GC_ERR_SUCCESS;
+        rc = legacy();
+        break;
     case kEndiannessStandard:
-        if (int rc = ReadPortStandard(address, buffer, size)) {
-            return ChainError(rc);
-        }
-        return GC_ERR_SUCCESS;
+        rc = standard();
+        break;
     default:
         GLogger::Error(
-            "RemoteDeviceGev::ReadPort  m_endiannessMechanism is not set to valid value");
+            (std::string(caller) + "  m_endiannessMechanism is not set to valid value").c_str());
         return ReportError(GC_ERR_INVALID_ID, "m_endiannessMechanism is not set to a valid value");
     }
+    return rc == GC_ERR_SUCCESS ? GC_ERR_SUCCESS : ChainError(rc);
+}
+
+int RemoteDeviceGev::ReadPort(unsigned long address, void* buffer, unsigned long* size) {
+    if (const int rc = CheckPortAccess(address, buffer, size)) {
+        return rc;
+    }
+    return ByMechanism(
+        "RemoteDeviceGev::ReadPort", [&] { return ReadPortLegacy(address, buffer, size); },
+        [&] { return ReadPortStandard(address, buffer, size); });
 }
 
 int RemoteDeviceGev::WritePort(unsigned long address, const void* buffer, unsigned long* size) {
-    if (buffer == nullptr) {
-        return ReportError(GC_ERR_INVALID_PARAMETER, "pBuffer==nullptr");
+    if (const int rc = CheckPortAccess(address, buffer, size)) {
+        return rc;
     }
-    if (size == nullptr) {
-        return ReportError(GC_ERR_INVALID_PARAMETER, "piSize==nullptr");
-    }
-    if (m_accessStatus == DEVICE_ACCESS_STATUS_UNKNOWN) {
-        return ReportError(GC_ERR_ABORT, "m_accessStatus==DEVICE_ACCESS_STATUS_UNKNOWN");
-    }
-    if (OutOfRange(address, *size)) {
-        return ReportError(GC_ERR_INVALID_ADDRESS,
-                           "iAddress + *piSize is beyond the camera's 32-bit address space");
-    }
-    switch (m_endiannessMechanism) {
-    case kEndiannessLegacy:
-        if (int rc = WritePortLegacy(address, buffer, size)) {
-            return ChainError(rc);
-        }
-        return GC_ERR_SUCCESS;
-    case kEndiannessStandard:
-        if (int rc = WritePortStandard(address, buffer, size)) {
-            return ChainError(rc);
-        }
-        return GC_ERR_SUCCESS;
-    default:
-        GLogger::Error(
-            "RemoteDeviceGev::WritePort  m_endiannessMechanism is not set to valid value");
-        return ReportError(GC_ERR_INVALID_ID, "m_endiannessMechanism is not set to a valid value");
-    }
+    return ByMechanism(
+        "RemoteDeviceGev::WritePort", [&] { return WritePortLegacy(address, buffer, size); },
+        [&] { return WritePortStandard(address, buffer, size); });
 }
 
 int RemoteDeviceGev::ReadPortStandard(unsigned long address, void* buffer, unsigned long* size) {

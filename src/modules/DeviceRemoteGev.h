@@ -101,6 +101,12 @@ public:
                            unsigned long* size);
 
 private:
+    /// The refusals shared by reads and writes of the port.
+    int CheckPortAccess(unsigned long address, const void* buffer, const unsigned long* size) const;
+    /// Runs the access of the mechanism set; an unset one is refused.
+    template <class Legacy, class Standard>
+    int ByMechanism(const char* caller, Legacy legacy, Standard standard) const;
+
     /// The device mode register's top bit: the camera is big-endian.
     bool SwapsRegisterValues() const;
 

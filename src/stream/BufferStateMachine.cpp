@@ -427,20 +427,24 @@ int BufferStateMachine::FlushQueue(int flushMode, long handlingMode, bool grabbi
 
 // --- bulk moves --------------------------------------------------------------
 
-void BufferStateMachine::MoveAllBuffersFromInputToOutput() {
-    Lock inputLock(m_inputMutex);
-    Lock outputLock(m_outputMutex);
-    while (!m_inputQueue.empty()) {
-        GenTLHandle* handle = m_inputQueue.front();
-        m_inputQueue.pop_front();
+void BufferStateMachine::MoveQueue(std::deque<GenTLHandle*>& from, std::deque<GenTLHandle*>& to,
+                                   void (*prep)(Buffer*), boost::condition_variable& arrived) {
+    for (GenTLHandle* handle : from) {
         Buffer* buffer = BufferOf(handle);
         {
             Lock bufferLock(buffer->m_mutex);
-            PrepBufferForOutputState(buffer);
+            prep(buffer);
         }
-        m_outputQueue.push_back(handle);
-        m_outputAvailable.notify_one();
+        to.push_back(handle);
+        arrived.notify_one();
     }
+    from.clear();
+}
+
+void BufferStateMachine::MoveAllBuffersFromInputToOutput() {
+    Lock inputLock(m_inputMutex);
+    Lock outputLock(m_outputMutex);
+    MoveQueue(m_inputQueue, m_outputQueue, PrepBufferForOutputState, m_outputAvailable);
 }
 
 void BufferStateMachine::MoveAllBuffersFromOutputToDiscard() {
@@ -456,31 +460,13 @@ void BufferStateMachine::MoveAllBuffersFromOutputToDiscard() {
 void BufferStateMachine::MoveAllBuffersFromOutputToInput() {
     Lock inputLock(m_inputMutex);
     Lock outputLock(m_outputMutex);
-    for (GenTLHandle* handle : m_outputQueue) {
-        Buffer* buffer = BufferOf(handle);
-        {
-            Lock bufferLock(buffer->m_mutex);
-            PrepBufferForInputState(buffer);
-        }
-        m_inputQueue.push_back(handle);
-        m_inputAvailable.notify_one();
-    }
-    m_outputQueue.clear();
+    MoveQueue(m_outputQueue, m_inputQueue, PrepBufferForInputState, m_inputAvailable);
 }
 
 void BufferStateMachine::MoveAllBuffersFromFillToOutput() {
     Lock fillLock(m_fillMutex);
     Lock outputLock(m_outputMutex);
-    for (GenTLHandle* handle : m_fillQueue) {
-        Buffer* buffer = BufferOf(handle);
-        {
-            Lock bufferLock(buffer->m_mutex);
-            PrepBufferForOutputState(buffer);
-        }
-        m_outputQueue.push_back(handle);
-        m_outputAvailable.notify_one();
-    }
-    m_fillQueue.clear();
+    MoveQueue(m_fillQueue, m_outputQueue, PrepBufferForOutputState, m_outputAvailable);
 }
 
 void BufferStateMachine::MoveAllBuffersFromFillToDiscard() {

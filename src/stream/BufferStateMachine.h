@@ -173,6 +173,12 @@ protected:
     /// Appends a new buffer to the announced list in BS_ANNOUNCE.
     void MoveBufferToAnnounceState(GenTLHandle* handle);
 
+    /// Moves every buffer of `from` to the back of `to` in order, entering
+    /// each into its new state with `prep` and signalling `arrived` once per
+    /// buffer; the caller holds both queues' mutexes.
+    static void MoveQueue(std::deque<GenTLHandle*>& from, std::deque<GenTLHandle*>& to,
+                          void (*prep)(Buffer*), boost::condition_variable& arrived);
+
     void MoveAllBuffersFromInputToOutput();
     void MoveAllBuffersFromOutputToDiscard();
     void MoveAllBuffersFromOutputToInput();
