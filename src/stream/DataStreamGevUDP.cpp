@@ -209,47 +209,34 @@ int DataStreamGevUDP::SetupResendRetryParams(unsigned long windowFrames, double 
 // The receive loops live in their own classes and work on this stream's
 // state through a GrabContext.
 
+GrabContext DataStreamGevUDP::MakeGrabContext() {
+    return GrabContext{m_streamInfo,
+                       static_cast<BufferStateMachineGev&>(*m_pBufferStateMachine),
+                       *m_pHalGvsp,
+                       m_pHalGev,
+                       m_hDevice,
+                       m_activeBlocks,
+                       m_activeBlockCount,
+                       m_activeBlocksMutex,
+                       m_pendingResends,
+                       m_pendingResendCount,
+                       m_pendingResendsMutex,
+                       running,
+                       bufferHandlingMode,
+                       numUnderrun,
+                       m_bufferTimerService,
+                       m_resendTimerService,
+                       overrideWidth,
+                       overrideHeight};
+}
+
 void DataStreamGevUDP::GrabThreadResend() {
-    GrabContext context{m_streamInfo,
-                        static_cast<BufferStateMachineGev&>(*m_pBufferStateMachine),
-                        *m_pHalGvsp,
-                        m_pHalGev,
-                        m_hDevice,
-                        m_activeBlocks,
-                        m_activeBlockCount,
-                        m_activeBlocksMutex,
-                        m_pendingResends,
-                        m_pendingResendCount,
-                        m_pendingResendsMutex,
-                        running,
-                        bufferHandlingMode,
-                        numUnderrun,
-                        m_bufferTimerService,
-                        m_resendTimerService,
-                        overrideWidth,
-                        overrideHeight};
+    GrabContext context = MakeGrabContext();
     ::GenTL::GrabThreadResend(context).Run();
 }
 
 void DataStreamGevUDP::GrabThreadNoCopy() {
-    GrabContext context{m_streamInfo,
-                        static_cast<BufferStateMachineGev&>(*m_pBufferStateMachine),
-                        *m_pHalGvsp,
-                        m_pHalGev,
-                        m_hDevice,
-                        m_activeBlocks,
-                        m_activeBlockCount,
-                        m_activeBlocksMutex,
-                        m_pendingResends,
-                        m_pendingResendCount,
-                        m_pendingResendsMutex,
-                        running,
-                        bufferHandlingMode,
-                        numUnderrun,
-                        m_bufferTimerService,
-                        m_resendTimerService,
-                        overrideWidth,
-                        overrideHeight};
+    GrabContext context = MakeGrabContext();
     ::GenTL::GrabThreadNoCopy(context).Run();
 }
 

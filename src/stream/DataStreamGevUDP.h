@@ -25,6 +25,7 @@
 #include <boost/thread/mutex.hpp>
 
 #include "stream/DataStreamGev.h"
+#include "stream/GrabContext.h"
 
 namespace GenTL {
 
@@ -64,6 +65,8 @@ public:
                                const char* second, int width, int height) override;
 
 protected:
+    /// The stream's state as the receive loops work on it.
+    GrabContext MakeGrabContext();
     /// Grab thread with packet resend.
     void GrabThreadResend();
     /// Grab thread without resend, receiving data packets in place.
