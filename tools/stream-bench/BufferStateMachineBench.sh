@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds and runs the state machine benchmark (buffers per second of the
 # queue-to-deliver cycle with one and with several consumer threads).
-# Usage: tests/bench/BufferStateMachineBench.sh [seconds-per-case] [buffers] [build-dir]
+# Usage: tools/stream-bench/BufferStateMachineBench.sh [seconds-per-case] [buffers] [build-dir]
 #   defaults: 2 seconds, 16 buffers, build-bench (relative to the repository root)
 # JOBS sets the build's parallelism (default 2). Prints figures; never fails
 # on timing.
