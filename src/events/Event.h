@@ -15,6 +15,8 @@
  */
 #include <cstdint>
 
+#include "GenTL_KESTA.h"
+#include "api/GenTLHandle.h"
 #include "api/InfoUtility.h"
 #include "events/IEvent.h"
 #include "modules/BaseModule.h"
@@ -80,5 +82,20 @@ protected:
     std::uint64_t infoDataSizeMax = 256;
     InfoUtility m_infoUtility;
 };
+
+/// Gives an event just made by its owner a handle and stores both in the
+/// owner's slots. On failure the event is deleted, the slots stay empty, and
+/// the handle table's code is returned for the owner to chain.
+template <class E, class Slot> int AdoptEvent(E* created, Slot*& event, void*& handle, void** out) {
+    void* allocated = nullptr;
+    if (const int rc = AllocateHandle(&allocated, static_cast<IEvent*>(created))) {
+        delete created;
+        return rc;
+    }
+    event = created;
+    handle = allocated;
+    *out = allocated;
+    return GC_ERR_SUCCESS;
+}
 
 } // namespace GenTL

@@ -123,15 +123,10 @@ int MessageChannel::RegisterEvent(int type, void** event) {
             return ReportError(GC_ERR_RESOURCE_IN_USE,
                                "an event is already registered on the message channel");
         }
-        auto* created = new RemoteDeviceEvent(this);
-        void* handle = nullptr;
-        if (int rc = AllocateHandle(&handle, static_cast<IEvent*>(created))) {
-            delete created;
+        if (const int rc = AdoptEvent(new RemoteDeviceEvent(this), m_pRemoteDeviceEvent,
+                                      m_hRemoteDeviceEvent, event)) {
             return ChainError(rc);
         }
-        m_pRemoteDeviceEvent = created;
-        m_hRemoteDeviceEvent = handle;
-        *event = handle;
         return GC_ERR_SUCCESS;
     }
     case EVENT_MODULE:

@@ -103,15 +103,10 @@ int DataStream::RegisterEvent(int type, void** event) {
             return ReportError(GC_ERR_RESOURCE_IN_USE,
                                "an event is already registered for the data stream");
         }
-        auto* created = new NewBufferEvent(this);
-        void* handle = nullptr;
-        if (int rc = AllocateHandle(&handle, static_cast<IEvent*>(created))) {
-            delete created;
+        if (const int rc =
+                AdoptEvent(new NewBufferEvent(this), m_pNewBufferEvent, m_hNewBufferEvent, event)) {
             return ChainError(rc);
         }
-        m_pNewBufferEvent = created;
-        m_hNewBufferEvent = handle;
-        *event = handle;
         return GC_ERR_SUCCESS;
     }
     case EVENT_FEATURE_INVALIDATE:
