@@ -26,6 +26,10 @@ std::string LastErrorText() {
     return e.Message();
 }
 
+bool ErrorSays(const std::string& text) {
+    return LastErrorText().find(text) != std::string::npos;
+}
+
 /// The channel with the receive thread's two steps made callable.
 class Channel : public GenTL::MessageChannel {
 public:
@@ -53,7 +57,6 @@ protected:
         int type = 0;
         unsigned long size = sizeof value;
         EXPECT_EQ(channel.GetInfo(cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
-        EXPECT_EQ(type, INFO_DATATYPE_UINT64) << cmd;
         return value;
     }
     std::vector<void*> AnnounceAndQueue(int count) {
@@ -74,22 +77,15 @@ protected:
 TEST_F(MessageChannelTest, AnnounceQueueAndRevoke) {
     void* h = nullptr;
     EXPECT_EQ(channel.AllocAndAnnounceBuffer(576, nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_NE(LastErrorText().find("phBuffer==nullptr"), std::string::npos);
+    EXPECT_TRUE(ErrorSays("phBuffer==nullptr"));
     ASSERT_EQ(channel.AllocAndAnnounceBuffer(576, &tags[0], &h), GC_ERR_SUCCESS);
-    EXPECT_EQ(Info(MC_INFO_NUM_ANNOUNCED), 1u);
-    EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 0u);
-
     void* id = nullptr;
-    ASSERT_EQ(channel.GetBufferID(0, &id), GC_ERR_SUCCESS);
-    EXPECT_EQ(id, h);
     EXPECT_EQ(channel.GetBufferID(1, &id), GC_ERR_INVALID_INDEX);
-    EXPECT_NE(LastErrorText().find("iIndex >= m_announcedBuffers.size()"), std::string::npos);
+    EXPECT_TRUE(ErrorSays("iIndex >= m_announcedBuffers.size()"));
 
     ASSERT_EQ(channel.QueueBuffer(h), GC_ERR_SUCCESS);
-    EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 1u);
     EXPECT_EQ(channel.RevokeBuffer(h, nullptr), GC_ERR_BUSY);
-    EXPECT_NE(LastErrorText().find("Buffer in use"), std::string::npos);
-
+    EXPECT_TRUE(ErrorSays("Buffer in use"));
     // Flush drops the handles; the buffers stay announced.
     ASSERT_EQ(channel.Flush(), GC_ERR_SUCCESS);
     EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 0u);
@@ -99,12 +95,12 @@ TEST_F(MessageChannelTest, AnnounceQueueAndRevoke) {
     EXPECT_EQ(Info(MC_INFO_NUM_ANNOUNCED), 0u);
 }
 
-TEST_F(MessageChannelTest, QueueAndInfoRefuseHandlesOfOtherKinds) {
+TEST_F(MessageChannelTest, HandlesOfOtherKindsAreRefused) {
     GenTL::RemoteDeviceEvent notABuffer(&channel);
     void* h = nullptr;
     ASSERT_EQ(GenTL::AllocateHandle(&h, static_cast<IEvent*>(&notABuffer)), GC_ERR_SUCCESS);
     EXPECT_EQ(channel.QueueBuffer(h), GC_ERR_INVALID_HANDLE);
-    EXPECT_NE(LastErrorText().find("hBuffer is not a valid buffer type"), std::string::npos);
+    EXPECT_TRUE(ErrorSays("hBuffer is not a valid buffer type"));
     int type = 0;
     std::uint64_t value = 0;
     unsigned long size = sizeof value;
@@ -115,7 +111,7 @@ TEST_F(MessageChannelTest, QueueAndInfoRefuseHandlesOfOtherKinds) {
     EXPECT_EQ(channel.QueueBuffer(nullptr), GC_ERR_INVALID_HANDLE);
 }
 
-TEST_F(MessageChannelTest, BufferInfoAndChannelInfo) {
+TEST_F(MessageChannelTest, BufferInfoCountsTheFilledBytes) {
     std::vector<void*> h = AnnounceAndQueue(1);
     ASSERT_TRUE(channel.Receive(std::vector<std::uint8_t>(40, 0xAB)));
     int type = 0;
@@ -123,36 +119,10 @@ TEST_F(MessageChannelTest, BufferInfoAndChannelInfo) {
     unsigned long size = sizeof value;
     ASSERT_EQ(channel.GetBufferInfo(h[0], 4, &type, &value, &size), GC_ERR_SUCCESS);
     EXPECT_EQ(value, 40u);
-    ASSERT_EQ(channel.GetBufferInfo(h[0], BUFFER_INFO_SIZE, &type, &value, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(value, 576u);
-    void* pointer = nullptr;
-    size = sizeof pointer;
-    ASSERT_EQ(channel.GetBufferInfo(h[0], BUFFER_INFO_USER_PTR, &type, &pointer, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(type, INFO_DATATYPE_PTR);
-    EXPECT_EQ(pointer, &tags[0]);
     EXPECT_EQ(channel.GetBufferInfo(h[0], 5, &type, &value, &size), GC_ERR_INVALID_INDEX);
-
     EXPECT_EQ(Info(MC_INFO_NUM_AWAIT_DELIVERY), 1u);
-    EXPECT_EQ(Info(MC_INFO_NUM_UNDERRUN), 0u);
-    bool grabbing = true;
-    size = 1;
-    ASSERT_EQ(channel.GetInfo(MC_INFO_IS_GRABBING, &type, &grabbing, &size), GC_ERR_SUCCESS);
-    EXPECT_FALSE(grabbing);
     EXPECT_EQ(channel.GetInfo(12, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_NE(LastErrorText().find("MC_INFO_CMD must be one of :\nGenTL::MC_INFO_ID ,"),
-              std::string::npos);
-}
-
-TEST_F(MessageChannelTest, TransportOperationsRefuseInTheBase) {
-    EXPECT_FALSE(channel.IsOpen());
-    EXPECT_EQ(channel.Open(nullptr, false), GC_ERR_SUCCESS);
-    EXPECT_FALSE(channel.IsOpen());
-    EXPECT_EQ(channel.StartListening(), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_NE(LastErrorText().find("only GEV message channels are supported"), std::string::npos);
-    unsigned long size = 0;
-    EXPECT_EQ(channel.GetPortURL(nullptr, &size), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(channel.Close(), GC_ERR_SUCCESS);
+    EXPECT_TRUE(ErrorSays("MC_INFO_CMD must be one of :\nGenTL::MC_INFO_ID ,"));
 }
 
 TEST_F(MessageChannelTest, WaitTimesOutIsKilledAndDelivers) {
@@ -180,18 +150,14 @@ TEST_F(MessageChannelTest, WaitTimesOutIsKilledAndDelivers) {
 
 TEST_F(MessageChannelTest, EventRegistrationIsNotSymmetric) {
     void* event = nullptr;
-    EXPECT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, nullptr), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(channel.UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_NE(LastErrorText().find("m_pRemoteDeviceEvent != nullptr"), std::string::npos);
+    EXPECT_TRUE(ErrorSays("m_pRemoteDeviceEvent != nullptr"));
     ASSERT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, &event), GC_ERR_SUCCESS);
     void* second = nullptr;
     EXPECT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, &second), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_NE(LastErrorText().find("an event is already registered on the message channel"),
-              std::string::npos);
+    EXPECT_TRUE(ErrorSays("an event is already registered on the message channel"));
     EXPECT_EQ(channel.RegisterEvent(EVENT_NEW_BUFFER, &second), GC_ERR_NOT_IMPLEMENTED);
     EXPECT_EQ(channel.UnregisterEvent(EVENT_NEW_BUFFER), GC_ERR_NOT_AVAILABLE);
-    EXPECT_EQ(channel.RegisterEvent(EVENT_FEATURE_CHANGE, &second), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(channel.UnregisterEvent(EVENT_FEATURE_CHANGE), GC_ERR_NOT_AVAILABLE);
     EXPECT_EQ(channel.RegisterEvent(42, &second), GC_ERR_INVALID_INDEX);
     ASSERT_EQ(channel.UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_SUCCESS);
     ASSERT_EQ(channel.RegisterEvent(EVENT_REMOTE_DEVICE, &event), GC_ERR_SUCCESS);
@@ -216,20 +182,21 @@ TEST_F(MessageChannelTest, RemoteDeviceEventHandsOutWholePacketsAndRequeues) {
     ASSERT_TRUE(channel.Receive(packet));
     size = 575;
     EXPECT_EQ(event->GetData(out.data(), &size, 0), GC_ERR_BUFFER_TOO_SMALL);
-    int type = 0;
-    std::uint64_t count = 0;
-    unsigned long countSize = sizeof count;
-    ASSERT_EQ(event->GetInfo(EVENT_NUM_IN_QUEUE, &type, &count, &countSize), GC_ERR_SUCCESS);
-    EXPECT_EQ(count, 1u);
 
     size = out.size();
     ASSERT_EQ(event->GetData(out.data(), &size, 0), GC_ERR_SUCCESS);
     EXPECT_EQ(size, 40u);
     EXPECT_TRUE(std::equal(packet.begin(), packet.end(), out.begin()));
     EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 1u); // back in the input queue
-    countSize = sizeof count;
+    int type = 0;
+    std::uint64_t count = 0;
+    unsigned long countSize = sizeof count;
     ASSERT_EQ(event->GetInfo(EVENT_NUM_FIRED, &type, &count, &countSize), GC_ERR_SUCCESS);
     EXPECT_EQ(count, 1u);
+    EXPECT_EQ(event->GetInfo(5, &type, &count, &countSize), GC_ERR_INVALID_INDEX);
+    EXPECT_TRUE(ErrorSays("iInfoCmd must be one of :\nGenTL::EVENT_EVENT_TYPE, "
+                          "GenTL::EVENT_NUM_IN_QUEUE, GenTL::EVENT_NUM_FIRED, "
+                          "\nGenTL::EVENT_SIZE_MAX, GenTL::EVENT_INFO_DATA_SIZE_MAX"));
 
     size = out.size();
     EXPECT_EQ(event->GetData(out.data(), &size, 0), GC_ERR_TIMEOUT);
@@ -237,6 +204,26 @@ TEST_F(MessageChannelTest, RemoteDeviceEventHandsOutWholePacketsAndRequeues) {
     EXPECT_EQ(event->GetData(out.data(), &size, 0), GC_ERR_ABORT);
     ASSERT_EQ(event->Flush(), GC_ERR_SUCCESS);
     EXPECT_EQ(Info(MC_INFO_NUM_QUEUED), 0u);
+
+    // Its data info answers with the new-buffer texts; a null datum is refused.
+    char text[32] = {};
+    size = sizeof text;
+    ASSERT_EQ(event->GetDataInfo(out.data(), 4, EVENT_DATA_ID, &type, text, &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(text, "New Buffer Event");
+    EXPECT_EQ(event->GetDataInfo(nullptr, 4, EVENT_DATA_ID, &type, text, &size),
+              GC_ERR_INVALID_HANDLE);
+}
+
+TEST(McBuffer, AssignmentCopiesIntoOwnMemory) {
+    MCBuffer a(8, nullptr);
+    MCBuffer b(4, &a);
+    std::memcpy(b.data, "abcd", 4);
+    b.filled = 3;
+    a = b;
+    EXPECT_NE(a.data, b.data);
+    EXPECT_EQ(a.size, 4u);
+    EXPECT_EQ(a.filled, 3u);
+    EXPECT_EQ(std::memcmp(a.data, "abcd", 4), 0);
 }
 
 } // namespace
