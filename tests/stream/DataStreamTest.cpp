@@ -1,7 +1,6 @@
 // The data stream module on a fake GVSP layer and a fake camera: open and
 // close, announce, queue, flush, revoke, the acquisition's checks and
-// settings, stream and buffer info, the new-buffer event.
-#include <cstdio>
+// settings, refusals of stream and buffer info, the new-buffer event.
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -12,7 +11,6 @@
 #include "FakeGvcpForStream.h"
 #include "StreamTestSupport.h"
 #include "events/NewBufferEvent.h"
-#include "registers/ModuleXml.h"
 #include "stream/DataStreamGevTCP.h"
 #include "stream/DataStreamGevUDP.h"
 
@@ -156,28 +154,24 @@ TEST_F(UdpStreamTest, ClosedStreamRefusesEverything) {
     EXPECT_EQ(stream.GetInfo(STREAM_INFO_NUM_ANNOUNCED, &type, &value, &size),
               GC_ERR_INVALID_HANDLE);
     EXPECT_EQ(stream.StartAcquisition(0, 1), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(stream.StopAcquisition(0), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(stream.RegisterEvent(EVENT_NEW_BUFFER, &h), GC_ERR_INVALID_HANDLE);
     EXPECT_EQ(stream.FlushQueue(ACQ_QUEUE_ALL_DISCARD), GC_ERR_INVALID_HANDLE);
     EXPECT_NE(LastErrorText().find("the data stream is not open"), std::string::npos);
     EXPECT_EQ(stream.Close(), GC_ERR_RESOURCE_IN_USE);
 }
 
-TEST_F(UdpStreamTest, OpensOnceAndClosesWhileIdle) {
+TEST_F(UdpStreamTest, OpensOnceAndReopens) {
     Open();
-    EXPECT_TRUE(stream.IsOpen());
     EXPECT_EQ(stream.Open(nullptr), GC_ERR_RESOURCE_IN_USE);
     EXPECT_NE(LastErrorText().find("DataStreamGevUDP is already open"), std::string::npos);
     EXPECT_EQ(stream.Close(), GC_ERR_SUCCESS);
     opened = false;
     gvsp = nullptr;
-    EXPECT_FALSE(stream.IsOpen());
     // Reopened on a layer of its own.
     EXPECT_EQ(stream.Open(nullptr), GC_ERR_SUCCESS);
     EXPECT_EQ(stream.Close(), GC_ERR_SUCCESS);
 }
 
-TEST_F(UdpStreamTest, AnnounceChecksAndCounts) {
+TEST_F(UdpStreamTest, AnnounceQueueAndRevokeRefusals) {
     Open();
     char memory[128];
     void* h = nullptr;
@@ -187,44 +181,18 @@ TEST_F(UdpStreamTest, AnnounceChecksAndCounts) {
     EXPECT_NE(LastErrorText().find("phBuffer==nullptr"), std::string::npos);
     ASSERT_EQ(stream.AnnounceBuffer(memory, 128, &userTags[0], &h), GC_ERR_SUCCESS);
     EXPECT_EQ(stream.AnnounceBuffer(memory, 128, nullptr, &h), GC_ERR_RESOURCE_IN_USE);
-    Announce(2);
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_ANNOUNCED, INFO_DATATYPE_UINT64), 3u);
-
-    void* id = nullptr;
-    ASSERT_EQ(stream.GetBufferID(0, &id), GC_ERR_SUCCESS);
-    EXPECT_EQ(id, h);
-    EXPECT_EQ(stream.GetBufferID(3, &id), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(stream.GetBufferID(0, nullptr), GC_ERR_INVALID_PARAMETER);
+    std::vector<void*> more = Announce(1);
+    EXPECT_EQ(stream.QueueBuffer(nullptr), GC_ERR_INVALID_PARAMETER);
+    ASSERT_EQ(stream.QueueBuffer(more[0]), GC_ERR_SUCCESS);
+    EXPECT_EQ(stream.QueueBuffer(more[0]), GC_ERR_INVALID_BUFFER); // already queued
+    EXPECT_EQ(stream.RevokeBuffer(more[0], nullptr, nullptr), GC_ERR_BUSY);
 
     void* memoryBack = nullptr;
     void* userBack = nullptr;
     ASSERT_EQ(stream.RevokeBuffer(h, &memoryBack, &userBack), GC_ERR_SUCCESS);
     EXPECT_EQ(memoryBack, memory);
     EXPECT_EQ(userBack, &userTags[0]);
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_ANNOUNCED, INFO_DATATYPE_UINT64), 2u);
-}
-
-TEST_F(UdpStreamTest, QueueFlushAndRevokeFollowTheBufferStates) {
-    Open();
-    std::vector<void*> h = Announce(3);
-    EXPECT_EQ(stream.QueueBuffer(nullptr), GC_ERR_INVALID_PARAMETER);
-    ASSERT_EQ(stream.QueueBuffer(h[0]), GC_ERR_SUCCESS);
-    ASSERT_EQ(stream.QueueBuffer(h[1]), GC_ERR_SUCCESS);
-    EXPECT_EQ(stream.QueueBuffer(h[0]), GC_ERR_INVALID_BUFFER); // already queued
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 2u);
-
-    EXPECT_EQ(stream.RevokeBuffer(h[0], nullptr, nullptr), GC_ERR_BUSY);
-    EXPECT_EQ(stream.FlushQueue(ACQ_QUEUE_UNQUEUED_TO_INPUT), GC_ERR_SUCCESS);
-    EXPECT_EQ(StateOf(h[2]), GenTL::BS_INPUT);
-    EXPECT_EQ(stream.FlushQueue(ACQ_QUEUE_INPUT_TO_OUTPUT), GC_ERR_SUCCESS);
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_AWAIT_DELIVERY, INFO_DATATYPE_UINT64),
-              3u);
-    EXPECT_EQ(stream.FlushQueue(ACQ_QUEUE_ALL_DISCARD), GC_ERR_SUCCESS);
-    for (void* handle : h) {
-        EXPECT_EQ(StateOf(handle), GenTL::BS_ANNOUNCE);
-        EXPECT_EQ(stream.RevokeBuffer(handle, nullptr, nullptr), GC_ERR_SUCCESS);
-    }
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_ANNOUNCED, INFO_DATATYPE_UINT64), 0u);
+    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_ANNOUNCED, INFO_DATATYPE_UINT64), 1u);
 }
 
 TEST_F(UdpStreamTest, StartRefusalsInTheirOrder) {
@@ -237,8 +205,6 @@ TEST_F(UdpStreamTest, StartRefusalsInTheirOrder) {
     EXPECT_EQ(stream.StartAcquisition(0, 0), GC_ERR_INVALID_PARAMETER);
     EXPECT_NE(LastErrorText().find("iNumToAcquire must be > 0"), std::string::npos);
     EXPECT_EQ(stream.StartAcquisition(5, 1), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(stream.StopAcquisition(0), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_NE(LastErrorText().find("acquisition engine was not started"), std::string::npos);
     EXPECT_EQ(gvsp->starts, 0);
 
     gvsp->startResult = GC_ERR_IO;
@@ -266,28 +232,14 @@ TEST_F(UdpStreamTest, StartAndStopHandTheSettingsToTheLayer) {
     EXPECT_EQ(gvsp->started.first, "a");
     EXPECT_EQ(stream.GetStreamInfo().packetSize, 1500u);
     EXPECT_EQ(stream.GetStreamInfo().bufferExpiry, 90u);
-    EXPECT_TRUE(Info<bool>(stream, STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 2u);
 
-    // While grabbing: no announce, no revoke of queued buffers, no second
-    // start, no close; queueing works.
-    void* more = nullptr;
-    EXPECT_EQ(stream.AllocAndAnnounceBuffer(64, nullptr, &more), GC_ERR_BUSY);
-    EXPECT_NE(LastErrorText().find("acquisition engine is already grabbing"), std::string::npos);
-    EXPECT_EQ(stream.StartAcquisition(0, 1), GC_ERR_RESOURCE_IN_USE);
+    // While grabbing the stream does not close; a stop frees the leader wait.
     EXPECT_EQ(stream.Close(), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_EQ(stream.QueueBuffer(h[2]), GC_ERR_SUCCESS);
-    EXPECT_EQ(stream.FlushQueue(ACQ_QUEUE_ALL_DISCARD), GC_ERR_BUSY);
-
-    EXPECT_EQ(stream.StopAcquisition(ACQ_STOP_FLAGS_KILL), GC_ERR_NOT_IMPLEMENTED);
     EXPECT_EQ(stream.StopAcquisition(7), GC_ERR_INVALID_INDEX);
-    EXPECT_TRUE(Info<bool>(stream, STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
     ASSERT_EQ(stream.StopAcquisition(ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
     EXPECT_EQ(gvsp->stops, 1);
     EXPECT_GE(gvsp->leaderSignals, 1);
-    EXPECT_FALSE(Info<bool>(stream, STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 0u);
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 3u);
+    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 2u);
     EXPECT_EQ(stream.Close(), GC_ERR_SUCCESS);
     opened = false;
     gvsp = nullptr;
@@ -301,7 +253,6 @@ TEST_F(UdpStreamTest, CameraWithoutResendTurnsResendOffForGood) {
     ASSERT_EQ(stream.SetInfo(STREAM_INFO_PACKET_RESEND_ENABLE, INFO_DATATYPE_BOOL8, &on, 1),
               GC_ERR_SUCCESS);
     ASSERT_EQ(stream.StartAcquisition(0, 1), GC_ERR_SUCCESS);
-    EXPECT_FALSE(Info<bool>(stream, STREAM_INFO_PACKET_RESEND_ENABLE, INFO_DATATYPE_BOOL8));
     ASSERT_EQ(stream.StopAcquisition(0), GC_ERR_SUCCESS);
     EXPECT_FALSE(Info<bool>(stream, STREAM_INFO_PACKET_RESEND_ENABLE, INFO_DATATYPE_BOOL8));
 
@@ -314,29 +265,13 @@ TEST_F(UdpStreamTest, CameraWithoutResendTurnsResendOffForGood) {
     ASSERT_EQ(stream.StopAcquisition(0), GC_ERR_SUCCESS);
 }
 
-TEST_F(UdpStreamTest, StreamInfoTypesAndSettings) {
+TEST_F(UdpStreamTest, StreamInfoRefusalsAndSettings) {
     Open();
-    char id[8] = {};
-    int type = 0;
-    unsigned long size = sizeof id;
-    ASSERT_EQ(stream.GetInfo(STREAM_INFO_ID, &type, id, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(type, INFO_DATATYPE_STRING);
-    EXPECT_STREQ(id, "0");
-    EXPECT_EQ(size, 2u);
-    char tl[8] = {};
-    size = sizeof tl;
-    ASSERT_EQ(stream.GetInfo(STREAM_INFO_TLTYPE, &type, tl, &size), GC_ERR_SUCCESS);
-    EXPECT_STREQ(tl, "GEV");
-
-    gvcp.regs[0x10200000] = 307200;
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_PAYLOAD_SIZE, INFO_DATATYPE_UINT64), 307200u);
     gvcp.readFailures[0x10200000] = GC_ERR_TIMEOUT;
     EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_PAYLOAD_SIZE, INFO_DATATYPE_UINT64), 0u);
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_BUF_ANNOUNCE_MIN, INFO_DATATYPE_UINT64), 1u);
-    EXPECT_EQ(Info<unsigned>(stream, STREAM_INFO_MAX_RESEND_REQUESTS, INFO_DATATYPE_UINT32), 5u);
-
+    int type = 0;
     std::uint64_t value = 0;
-    size = sizeof value;
+    unsigned long size = sizeof value;
     EXPECT_EQ(stream.GetInfo(1009, &type, &value, &size), GC_ERR_INVALID_INDEX);
     EXPECT_NE(LastErrorText().find("STREAM_INFO_CMD must be one of :"), std::string::npos);
     EXPECT_EQ(stream.GetInfo(14, &type, &value, &size), GC_ERR_INVALID_INDEX);
@@ -347,20 +282,14 @@ TEST_F(UdpStreamTest, StreamInfoTypesAndSettings) {
     long mode = 2;
     ASSERT_EQ(stream.SetInfo(STREAM_INFO_BUFFER_HANDLING_MODE, INFO_DATATYPE_INT64, &mode, 8),
               GC_ERR_SUCCESS);
-    EXPECT_EQ(Info<long>(stream, STREAM_INFO_BUFFER_HANDLING_MODE, INFO_DATATYPE_INT64), 2);
     mode = 3;
     EXPECT_EQ(stream.SetInfo(STREAM_INFO_BUFFER_HANDLING_MODE, INFO_DATATYPE_INT64, &mode, 8),
               GC_ERR_INVALID_INDEX);
     EXPECT_EQ(stream.SetInfo(STREAM_INFO_BUFFER_HANDLING_MODE, INFO_DATATYPE_INT32, &mode, 8),
               GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(Info<long>(stream, STREAM_INFO_BUFFER_HANDLING_MODE, INFO_DATATYPE_INT64), 2);
-    unsigned requests = 9;
-    ASSERT_EQ(stream.SetInfo(STREAM_INFO_MAX_RESEND_REQUESTS, INFO_DATATYPE_UINT32, &requests, 4),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(Info<unsigned>(stream, STREAM_INFO_MAX_RESEND_REQUESTS, INFO_DATATYPE_UINT32), 9u);
     EXPECT_EQ(stream.SetInfo(STREAM_INFO_NUM_DELIVERED, INFO_DATATYPE_UINT64, &value, 8),
               GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(stream.SetInfo(1009, INFO_DATATYPE_UINT64, &value, 8), GC_ERR_NOT_IMPLEMENTED);
 }
 
 TEST_F(UdpStreamTest, BufferInfoByPayloadType) {
@@ -369,26 +298,9 @@ TEST_F(UdpStreamTest, BufferInfoByPayloadType) {
     void* h = nullptr;
     ASSERT_EQ(stream.AnnounceBuffer(memory, sizeof memory, &userTags[1], &h), GC_ERR_SUCCESS);
     int type = 0;
-    void* pointer = nullptr;
-    unsigned long size = sizeof pointer;
-    ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_BASE, &type, &pointer, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(type, INFO_DATATYPE_PTR);
-    EXPECT_EQ(pointer, memory);
-    ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_USER_PTR, &type, &pointer, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(pointer, &userTags[1]);
     std::uint64_t value = 0;
-    size = sizeof value;
-    ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_SIZE, &type, &value, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(type, INFO_DATATYPE_UINT64);
-    EXPECT_EQ(value, 256u);
-    char tl[8] = {};
-    size = sizeof tl;
-    ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_TLTYPE, &type, tl, &size), GC_ERR_SUCCESS);
-    EXPECT_STREQ(tl, "GEV");
-
-    // No payload yet: geometry, chunk and file facts are not available.
-    size = sizeof value;
+    unsigned long size = sizeof value;
+    // No payload yet: geometry and chunk facts are not available.
     EXPECT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_WIDTH, &type, &value, &size),
               GC_ERR_NOT_AVAILABLE);
     EXPECT_NE(LastErrorText().find("URL_INFO_CMD URL_INFO_FILE_VER_MAJOR is not available"),
@@ -396,44 +308,26 @@ TEST_F(UdpStreamTest, BufferInfoByPayloadType) {
     EXPECT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_CHUNKLAYOUTID, &type, &value, &size),
               GC_ERR_NOT_AVAILABLE);
     EXPECT_EQ(stream.GetBufferInfo(h, 31, &type, &value, &size), GC_ERR_INVALID_INDEX);
-
     {
         Buffer* b = BufferOf(h);
         boost::lock_guard<boost::mutex> lock(b->m_mutex);
         b->payloadType = 0x4001;
         b->width = 640;
-        b->chunkLayoutId = 7;
         b->isNewData = true;
     }
     ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_WIDTH, &type, &value, &size), GC_ERR_SUCCESS);
     EXPECT_EQ(value, 640u);
-    ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_CHUNKLAYOUTID, &type, &value, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(value, 7u);
-    std::int32_t endianness = 0;
-    size = sizeof endianness;
-    ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_PIXEL_ENDIANNESS, &type, &endianness, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(type, INFO_DATATYPE_INT32);
-    EXPECT_EQ(endianness, 1);
+    // New data reads true once.
     bool flag = false;
     size = 1;
     ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_NEW_DATA, &type, &flag, &size), GC_ERR_SUCCESS);
     EXPECT_TRUE(flag);
     ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_NEW_DATA, &type, &flag, &size), GC_ERR_SUCCESS);
     EXPECT_FALSE(flag);
-    {
-        Buffer* b = BufferOf(h);
-        boost::lock_guard<boost::mutex> lock(b->m_mutex);
-        b->payloadType = PAYLOAD_TYPE_FILE;
-    }
+    BufferOf(h)->payloadType = PAYLOAD_TYPE_FILE;
     size = sizeof value;
     EXPECT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_HEIGHT, &type, &value, &size),
               GC_ERR_NOT_AVAILABLE);
-    char name[4] = {'x'};
-    size = sizeof name;
-    ASSERT_EQ(stream.GetBufferInfo(h, BUFFER_INFO_FILENAME, &type, name, &size), GC_ERR_SUCCESS);
-    EXPECT_STREQ(name, "");
 
     // Not a buffer's handle.
     void* other = nullptr;
@@ -445,28 +339,17 @@ TEST_F(UdpStreamTest, BufferInfoByPayloadType) {
     GenTL::DeleteHandle(other);
 }
 
-TEST_F(UdpStreamTest, EventRegistrationTable) {
+TEST_F(UdpStreamTest, EventRegistrationRefusals) {
     Open();
     void* event = nullptr;
     EXPECT_EQ(stream.RegisterEvent(EVENT_NEW_BUFFER, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_NE(LastErrorText().find("phEvent == nullptr"), std::string::npos);
-    EXPECT_EQ(stream.UnregisterEvent(EVENT_NEW_BUFFER), GC_ERR_NOT_INITIALIZED);
-    ASSERT_EQ(stream.RegisterEvent(EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    void* second = nullptr;
-    EXPECT_EQ(stream.RegisterEvent(EVENT_NEW_BUFFER, &second), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_NE(LastErrorText().find("an event is already registered for the data stream"),
-              std::string::npos);
-    EXPECT_EQ(stream.RegisterEvent(EVENT_ERROR, &second), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(stream.RegisterEvent(EVENT_MODULE, &second), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(stream.RegisterEvent(EVENT_REMOTE_DEVICE, &second), GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(stream.RegisterEvent(EVENT_ERROR, &event), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(stream.RegisterEvent(EVENT_REMOTE_DEVICE, &event), GC_ERR_NOT_AVAILABLE);
     EXPECT_EQ(stream.UnregisterEvent(EVENT_FEATURE_CHANGE), GC_ERR_NOT_AVAILABLE);
     EXPECT_NE(LastErrorText().find("the EVENT_TYPE EVENT_FEATURE_CHANGE is not implemented"),
               std::string::npos);
-    EXPECT_EQ(stream.RegisterEvent(9, &second), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(stream.RegisterEvent(9, &event), GC_ERR_INVALID_INDEX);
     EXPECT_NE(LastErrorText().find("EVENT_TYPE must be one of :"), std::string::npos);
-    ASSERT_EQ(stream.UnregisterEvent(EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
-    ASSERT_EQ(stream.RegisterEvent(EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    // The stream deletes a registered event with itself.
 }
 
 TEST_F(UdpStreamTest, NewBufferEventDeliversTheRecord) {
@@ -476,13 +359,9 @@ TEST_F(UdpStreamTest, NewBufferEventDeliversTheRecord) {
     ASSERT_EQ(stream.RegisterEvent(EVENT_NEW_BUFFER, &hEvent), GC_ERR_SUCCESS);
     IEvent* event = stream.GetNewBufferEvent();
 
-    unsigned long size = 0;
-    ASSERT_EQ(event->GetData(nullptr, &size, 0), GC_ERR_SUCCESS);
-    EXPECT_EQ(size, 16u);
     GenTL::NewBufferEventData data{};
-    size = 15;
+    unsigned long size = 15;
     EXPECT_EQ(event->GetData(&data, &size, 0), GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(event->GetData(&data, nullptr, 0), GC_ERR_INVALID_PARAMETER);
     size = sizeof data;
     EXPECT_EQ(event->GetData(&data, &size, 0), GC_ERR_TIMEOUT);
 
@@ -490,12 +369,6 @@ TEST_F(UdpStreamTest, NewBufferEventDeliversTheRecord) {
     ASSERT_EQ(stream.QueueBuffer(h[0]), GC_ERR_SUCCESS);
     ASSERT_EQ(Deliver(1), h[1]);
     ASSERT_EQ(Deliver(2), h[0]);
-    int type = 0;
-    std::uint64_t count = 0;
-    unsigned long countSize = sizeof count;
-    ASSERT_EQ(event->GetInfo(EVENT_NUM_IN_QUEUE, &type, &count, &countSize), GC_ERR_SUCCESS);
-    EXPECT_EQ(count, 2u);
-
     ASSERT_EQ(event->GetData(&data, &size, 1000), GC_ERR_SUCCESS);
     EXPECT_EQ(size, 16u);
     EXPECT_EQ(data.bufferHandle, h[1]);
@@ -508,7 +381,9 @@ TEST_F(UdpStreamTest, NewBufferEventDeliversTheRecord) {
     EXPECT_EQ(event->GetData(&data, &size, 1000), GC_ERR_ABORT);
     ASSERT_EQ(event->GetData(&data, &size, 1000), GC_ERR_SUCCESS);
     EXPECT_EQ(data.bufferHandle, h[0]);
-    countSize = sizeof count;
+    int type = 0;
+    std::uint64_t count = 0;
+    unsigned long countSize = sizeof count;
     ASSERT_EQ(event->GetInfo(EVENT_NUM_FIRED, &type, &count, &countSize), GC_ERR_SUCCESS);
     EXPECT_EQ(count, 2u);
 
@@ -519,25 +394,6 @@ TEST_F(UdpStreamTest, NewBufferEventDeliversTheRecord) {
     EXPECT_EQ(StateOf(h[1]), GenTL::BS_ANNOUNCE);
     EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_AWAIT_DELIVERY, INFO_DATATYPE_UINT64),
               0u);
-}
-
-TEST_F(UdpStreamTest, PortUrlOfTheStream) {
-    Open();
-    unsigned long size = 0;
-    ASSERT_EQ(stream.GetPortURL(nullptr, &size), GC_ERR_SUCCESS);
-    char length[16];
-    std::snprintf(length, sizeof length, "%lX", GenTL::g_streamXml.size);
-    const std::string expected = "local:SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1."
-                                 "xml;F0F00000;" +
-                                 std::string(length) + "?SchemaVersion=1.0.0";
-    EXPECT_EQ(size, expected.size() + 1);
-    std::vector<char> url(size);
-    ASSERT_EQ(stream.GetPortURL(url.data(), &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(std::string(url.data()), expected);
-    unsigned int count = 0;
-    ASSERT_EQ(stream.GetNumPortURLs(&count), GC_ERR_SUCCESS);
-    EXPECT_EQ(count, 1u);
-    EXPECT_EQ(stream.ReadPortStacked(nullptr, nullptr), GC_ERR_NOT_IMPLEMENTED);
 }
 
 // --- TCP: the 60 bytes of frame header in front of every image ---------------
@@ -554,16 +410,11 @@ protected:
 TEST_F(TcpStreamTest, BuffersKeepRoomForTheHeader) {
     EXPECT_EQ(stream.Open(nullptr), GC_ERR_NOT_IMPLEMENTED);
     ASSERT_EQ(stream.Open(new FakeGvsp()), GC_ERR_SUCCESS);
-    char id[4] = {};
-    int type = 0;
-    unsigned long size = sizeof id;
-    ASSERT_EQ(stream.GetInfo(STREAM_INFO_ID, &type, id, &size), GC_ERR_SUCCESS);
-    EXPECT_STREQ(id, "1");
-
     void* allocated = nullptr;
     ASSERT_EQ(stream.AllocAndAnnounceBuffer(1000, nullptr, &allocated), GC_ERR_SUCCESS);
+    int type = 0;
     std::uint64_t value = 0;
-    size = sizeof value;
+    unsigned long size = sizeof value;
     ASSERT_EQ(stream.GetBufferInfo(allocated, BUFFER_INFO_SIZE, &type, &value, &size),
               GC_ERR_SUCCESS);
     EXPECT_EQ(value, 1060u);

@@ -24,7 +24,7 @@
 #include "GenTL_KESTA.h"
 #include "api/Error.h"
 #include "hal/DeviceHandle.h"
-#include "hal/IHALGev.h"
+#include "hal/HALGev.h"
 #include "hal/SocketHelper.h"
 #include "stream/HALGvspUDP.h"
 
@@ -104,7 +104,9 @@ private:
     FakeStreamLink& m_link;
 };
 
-class FakeGvcpForStream : public GenTL::IHALGev {
+/// The real control layer with the register accesses replaced; nothing else
+/// of it is used by the GVSP layer.
+class FakeGvcpForStream : public GenTL::HALGev {
 public:
     struct Access {
         bool write;
@@ -112,7 +114,8 @@ public:
         unsigned value;
     };
 
-    explicit FakeGvcpForStream(FakeStreamLink& link) : m_link(link) {
+    explicit FakeGvcpForStream(FakeStreamLink& link)
+        : GenTL::HALGev("/nonexistent/KestaGentl.cfg"), m_link(link) {
         // A GigE Vision 2.0 camera with SCSP and extended ids, 1 GHz ticks.
         regs[0x0000] = 0x00020000;
         regs[0x092C] = 0xC0000000;
@@ -185,74 +188,9 @@ public:
         return GC_ERR_SUCCESS;
     }
 
-    // Nothing else is used by the GVSP layer.
-    int GetInterfaces(std::vector<std::string>&) override { return No(); }
-    int OpenInterface(const std::string&, void**) const override { return No(); }
-    int CloseInterface(void*) const override { return No(); }
-    int GetDevices(void*, std::vector<GenTL::DiscoveredDevice>&, long) const override {
-        return No();
-    }
-    int OpenDevice(void*, const std::string&, void**) const override { return No(); }
-    int SetDeviceTimeout(void*, int) const override { return No(); }
-    int CloseDevice(void*) const override { return No(); }
-    int ReadRegBlock(void*, unsigned, unsigned*, std::size_t) const override { return No(); }
-    int WriteRegBlock(void*, unsigned, const unsigned*, std::size_t) const override { return No(); }
-    int ReadMem(void*, unsigned, char*, std::size_t) const override { return No(); }
-    int WriteMem(void*, unsigned, const char*, std::size_t) const override { return No(); }
-    int GetModelName(void*, std::string&) const override { return No(); }
-    int GetModelName(void*, std::string, std::string&) const override { return No(); }
-    int GetVendorName(void*, std::string&) const override { return No(); }
-    int GetVendorName(void*, std::string, std::string&) const override { return No(); }
-    int GetSerialNumber(void*, std::string&) const override { return No(); }
-    int GetSerialNumber(void*, std::string, std::string&) const override { return No(); }
-    int GetUserDefinedName(void*, std::string&) const override { return No(); }
-    int GetUserDefinedName(void*, std::string, std::string&) const override { return No(); }
-    int GetDeviceVersion(void*, std::string&) const override { return No(); }
-    int GetDeviceVersion(void*, std::string, std::string&) const override { return No(); }
-    int GetInterfaceId(void*, std::string&) const override { return No(); }
-    int GetMACAddress(void*, long&) const override { return No(); }
-    int GetIPAddress(void*, long&) const override { return No(); }
-    int GetSubnetMask(void*, long&) const override { return No(); }
-    int GetDevMACAddress(void*, std::string, long&) const override { return No(); }
-    int GetDevIPAddress(void*, std::string, long&) const override { return No(); }
-    int GetDevSubnetMask(void*, std::string, long&) const override { return No(); }
-    int GetDevMACAddress(void*, long&) const override { return No(); }
-    int GetDevSubnetMask(void*, long&) const override { return No(); }
-    int GetDevDefaultGateway(void*, long&) const override { return No(); }
-    int GetDevIpConfigDHCP(void*, bool&) const override { return No(); }
-    int GetDevIpConfigPersistentIp(void*, bool&) const override { return No(); }
-    int GetDevIpConfigLLA(void*, bool&) const override { return No(); }
-    int GetDevDefaultGateway(void*, std::string, long&) const override { return No(); }
-    int GetDevIpConfigDHCP(void*, std::string, bool&) const override { return No(); }
-    int GetDevIpConfigPersistentIp(void*, std::string, bool&) const override { return No(); }
-    int GetDevIpConfigLLA(void*, std::string, bool&) const override { return No(); }
-    int GetPort(void*, unsigned short&) const override { return No(); }
-    int GetDevPort(void*, unsigned short&) const override { return No(); }
-    int GetTimestampTickFrequency(void*, std::string, unsigned long&) const override {
-        return No();
-    }
-    int ForceIP(void*, unsigned short, unsigned, unsigned, unsigned, unsigned) const override {
-        return No();
-    }
-    int SendPacketResend(void*, unsigned long, unsigned, unsigned, bool) const override {
-        return No();
-    }
-    int SetGvcpRetries(unsigned long) override { return No(); }
-    int GetGvcpRetries(unsigned long&) const override { return No(); }
-    int IsConnected(void*, std::string, bool&) const override { return No(); }
-    int IsConnected(void*, bool&) const override { return No(); }
-    int SetConnected(void*, bool) const override { return No(); }
-    int CloseSocket(void*) const override { return No(); }
-    int SendActionCommand(void*, unsigned, unsigned, unsigned, unsigned long) const override {
-        return No();
-    }
-    int AddUnicastDiscoveryDevice(void*, unsigned) override { return No(); }
-    int RemoveUnicastDiscoveryDevice(void*, unsigned) override { return No(); }
-    int GetUnicastDiscoveryDevices(void*, unsigned*, unsigned*) override { return No(); }
-    bool IsLwfDriverInstalledForMac(long) const override { return false; }
+    using GenTL::HALGev::GetDevIPAddress;
 
 private:
-    static int No() { return GC_ERR_NOT_IMPLEMENTED; }
     FakeStreamLink& m_link;
 };
 
