@@ -1,9 +1,14 @@
 #pragma once
-// A control layer without a network, for the module tests: adapters and
-// cameras are plain data that a test sets up, and every call that matters
-// is counted or recorded. Unknown ids and handles fail as HALGev does, with
-// a recorded error.
+// A control layer without a network, for the module tests. Adapters and
+// cameras are plain data that a test sets up; every call that matters is
+// counted or recorded. Unknown ids and handles fail as HALGev does, with a
+// recorded error. The open camera's registers and memory are one byte map
+// (words big-endian, as on the wire) with a log of every transaction and
+// addresses that fail on demand; that part is thread-safe, so that a
+// heartbeat may run beside the test.
 #include <map>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,6 +43,13 @@ public:
         unsigned short macHigh;
         unsigned macLow, ip, subnet, gateway;
     };
+    /// One register or memory transaction.
+    struct Call {
+        std::string op; ///< "ReadReg", "WriteReg", "ReadRegBlock", "WriteRegBlock", ...Mem
+        unsigned address;
+        std::size_t length; ///< bytes for memory, registers for blocks, 4 for a register
+        unsigned value;     ///< the value written by WriteReg
+    };
 
     ~FakeHALGev() override {
         for (Adapter* a : adapters) {
@@ -67,9 +79,62 @@ public:
     std::vector<Adapter*> adapters; ///< every adapter handle made
     int getInterfacesCalls = 0, getDevicesCalls = 0, openDeviceCalls = 0, closeDeviceCalls = 0;
     long lastTimeoutMs = 0;
+    int deviceTimeoutMs = -1;
+    bool connected = false;
     std::vector<ForceIpCall> forceIpCalls;
     std::vector<unsigned> unicast;
 
+    // --- the open camera's registers ---
+    void SetReg(unsigned address, unsigned value) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        PutWordLocked(address, value);
+    }
+    unsigned Reg(unsigned address) const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return WordLocked(address);
+    }
+    void SetBytes(unsigned address, const void* data, std::size_t length) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        PutBytesLocked(address, data, length);
+    }
+    std::vector<unsigned char> Bytes(unsigned address, std::size_t length) const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        std::vector<unsigned char> out(length);
+        for (std::size_t i = 0; i < length; ++i) {
+            out[i] = ByteLocked(address + i);
+        }
+        return out;
+    }
+    /// Any transaction touching address fails with code (a GC_ERR_*).
+    void Fail(unsigned address, int code = GC_ERR_TIMEOUT) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_failures[address] = code;
+    }
+    /// Writes of the word at address succeed and change nothing.
+    void Pin(unsigned address) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_pinned.insert(address);
+    }
+    std::vector<Call> Calls() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_calls;
+    }
+    std::vector<Call> CallsTo(const std::string& op, long address = -1) const {
+        std::vector<Call> out;
+        for (const Call& c : Calls()) {
+            if (c.op == op && (address < 0 || c.address == static_cast<unsigned>(address))) {
+                out.push_back(c);
+            }
+        }
+        return out;
+    }
+    std::vector<Call> WritesTo(unsigned address) const { return CallsTo("WriteReg", address); }
+    void ClearCalls() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.clear();
+    }
+
+    // --- adapters and discovery ---
     int GetInterfaces(std::vector<std::string>& ids) override {
         ++getInterfacesCalls;
         if (getInterfacesResult != 0) {
@@ -83,7 +148,7 @@ public:
             return ReportError(openInterfaceResult, "fake OpenInterface failed");
         }
         auto* a = new Adapter{id};
-        const_cast<FakeHALGev*>(this)->adapters.push_back(a);
+        Self()->adapters.push_back(a);
         *hAdapter = a;
         return 0;
     }
@@ -97,9 +162,8 @@ public:
     }
     int GetDevices(void*, std::vector<GenTL::DiscoveredDevice>& devices,
                    long timeoutMs) const override {
-        auto* self = const_cast<FakeHALGev*>(this);
-        ++self->getDevicesCalls;
-        self->lastTimeoutMs = timeoutMs;
+        ++Self()->getDevicesCalls;
+        Self()->lastTimeoutMs = timeoutMs;
         if (getDevicesResult != 0) {
             return ReportError(getDevicesResult, "fake GetDevices failed");
         }
@@ -107,7 +171,7 @@ public:
         return 0;
     }
     int OpenDevice(void*, const std::string& id, void** hDevice) const override {
-        ++const_cast<FakeHALGev*>(this)->openDeviceCalls;
+        ++Self()->openDeviceCalls;
         if (openDeviceResult != 0) {
             return ReportError(openDeviceResult, "fake OpenDevice failed");
         }
@@ -118,54 +182,134 @@ public:
         return 0;
     }
     int CloseDevice(void*) const override {
-        ++const_cast<FakeHALGev*>(this)->closeDeviceCalls;
+        ++Self()->closeDeviceCalls;
         return 0;
     }
-    int SetDeviceTimeout(void*, int) const override { return 0; }
-
-    int ReadReg(void*, unsigned, unsigned& value) const override {
-        value = 0;
+    int SetDeviceTimeout(void*, int ms) const override {
+        Self()->deviceTimeoutMs = ms;
         return 0;
     }
-    int WriteReg(void*, unsigned, unsigned) const override { return 0; }
-    int ReadRegBlock(void*, unsigned, unsigned*, std::size_t) const override { return Refuse(); }
-    int WriteRegBlock(void*, unsigned, const unsigned*, std::size_t) const override {
-        return Refuse();
-    }
-    int ReadMem(void*, unsigned, char*, std::size_t) const override { return Refuse(); }
-    int WriteMem(void*, unsigned, const char*, std::size_t) const override { return Refuse(); }
 
-    int GetModelName(void* h, std::string& s) const override {
-        return ByHandle(h, &Camera::model, s);
+    // --- register and memory transactions ---
+    int ReadReg(void*, unsigned address, unsigned& value) const override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (int rc = LogLocked("ReadReg", address, 4, 0)) {
+            return rc;
+        }
+        value = WordLocked(address);
+        return 0;
     }
-    int GetModelName(void*, std::string id, std::string& s) const override {
-        return ById(id, &Camera::model, s);
+    int WriteReg(void*, unsigned address, unsigned value) const override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (int rc = LogLocked("WriteReg", address, 4, value)) {
+            return rc;
+        }
+        if (m_pinned.count(address) == 0) {
+            PutWordLocked(address, value);
+        }
+        return 0;
     }
-    int GetVendorName(void* h, std::string& s) const override {
-        return ByHandle(h, &Camera::vendor, s);
+    int ReadRegBlock(void*, unsigned address, unsigned* values, std::size_t count) const override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (int rc = LogLocked("ReadRegBlock", address, count, 0, count * 4)) {
+            return rc;
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            values[i] = WordLocked(static_cast<unsigned>(address + 4 * i));
+        }
+        return 0;
     }
-    int GetVendorName(void*, std::string id, std::string& s) const override {
-        return ById(id, &Camera::vendor, s);
+    int WriteRegBlock(void*, unsigned address, const unsigned* values,
+                      std::size_t count) const override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (int rc = LogLocked("WriteRegBlock", address, count, 0, count * 4)) {
+            return rc;
+        }
+        // Values stand in wire order: their bytes go to memory as they are.
+        PutBytesLocked(address, values, count * 4);
+        return 0;
+    }
+    int ReadMem(void*, unsigned address, char* data, std::size_t length) const override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (int rc = LogLocked("ReadMem", address, length, 0)) {
+            return rc;
+        }
+        for (std::size_t i = 0; i < length; ++i) {
+            data[i] = static_cast<char>(ByteLocked(address + i));
+        }
+        return 0;
+    }
+    int WriteMem(void*, unsigned address, const char* data, std::size_t length) const override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (int rc = LogLocked("WriteMem", address, length, 0)) {
+            return rc;
+        }
+        PutBytesLocked(address, data, length);
+        return 0;
+    }
+
+    // --- facts of an open camera (by handle) and of a listed one (by id) ---
+    int GetModelName(void* h, std::string& s) const override { return Of(h, &Camera::model, s); }
+    int GetModelName(void*, std::string i, std::string& s) const override {
+        return Id(i, &Camera::model, s);
+    }
+    int GetVendorName(void* h, std::string& s) const override { return Of(h, &Camera::vendor, s); }
+    int GetVendorName(void*, std::string i, std::string& s) const override {
+        return Id(i, &Camera::vendor, s);
     }
     int GetSerialNumber(void* h, std::string& s) const override {
-        return ByHandle(h, &Camera::serial, s);
+        return Of(h, &Camera::serial, s);
     }
-    int GetSerialNumber(void*, std::string id, std::string& s) const override {
-        return ById(id, &Camera::serial, s);
+    int GetSerialNumber(void*, std::string i, std::string& s) const override {
+        return Id(i, &Camera::serial, s);
     }
     int GetUserDefinedName(void* h, std::string& s) const override {
-        return ByHandle(h, &Camera::userName, s);
+        return Of(h, &Camera::userName, s);
     }
-    int GetUserDefinedName(void*, std::string id, std::string& s) const override {
-        return ById(id, &Camera::userName, s);
+    int GetUserDefinedName(void*, std::string i, std::string& s) const override {
+        return Id(i, &Camera::userName, s);
     }
     int GetDeviceVersion(void* h, std::string& s) const override {
-        return ByHandle(h, &Camera::version, s);
+        return Of(h, &Camera::version, s);
     }
-    int GetDeviceVersion(void*, std::string id, std::string& s) const override {
-        return ById(id, &Camera::version, s);
+    int GetDeviceVersion(void*, std::string i, std::string& s) const override {
+        return Id(i, &Camera::version, s);
+    }
+    int GetDevMACAddress(void*, std::string i, long& v) const override {
+        return Id(i, &Camera::mac, v);
+    }
+    int GetDevIPAddress(void*, std::string i, long& v) const override {
+        return Id(i, &Camera::ip, v);
+    }
+    int GetDevSubnetMask(void*, std::string i, long& v) const override {
+        return Id(i, &Camera::mask, v);
+    }
+    int GetDevMACAddress(void* h, long& v) const override { return Of(h, &Camera::mac, v); }
+    int GetDevSubnetMask(void* h, long& v) const override { return Of(h, &Camera::mask, v); }
+    int GetDevIPAddress(void* h, long& v) const override { return Of(h, &Camera::ip, v); }
+    int GetDevDefaultGateway(void* h, long& v) const override { return Of(h, &Camera::gateway, v); }
+    int GetDevIpConfigDHCP(void* h, bool& v) const override { return Of(h, &Camera::dhcp, v); }
+    int GetDevIpConfigPersistentIp(void* h, bool& v) const override {
+        return Of(h, &Camera::persistentIp, v);
+    }
+    int GetDevIpConfigLLA(void* h, bool& v) const override { return Of(h, &Camera::lla, v); }
+    int GetDevDefaultGateway(void*, std::string i, long& v) const override {
+        return Id(i, &Camera::gateway, v);
+    }
+    int GetDevIpConfigDHCP(void*, std::string i, bool& v) const override {
+        return Id(i, &Camera::dhcp, v);
+    }
+    int GetDevIpConfigPersistentIp(void*, std::string i, bool& v) const override {
+        return Id(i, &Camera::persistentIp, v);
+    }
+    int GetDevIpConfigLLA(void*, std::string i, bool& v) const override {
+        return Id(i, &Camera::lla, v);
+    }
+    int GetTimestampTickFrequency(void*, std::string i, unsigned long& f) const override {
+        return Id(i, &Camera::tickFrequency, f);
     }
 
+    // --- the adapter's own facts ---
     int GetInterfaceId(void* hAdapter, std::string& id) const override {
         if (interfaceIdFails) {
             return ReportError(GC_ERR_ERROR, "fake GetInterfaceId failed");
@@ -176,42 +320,6 @@ public:
     int GetMACAddress(void*, long& v) const override { return AdapterFact(adapterMac, v); }
     int GetIPAddress(void*, long& v) const override { return AdapterFact(adapterIp, v); }
     int GetSubnetMask(void*, long& v) const override { return AdapterFact(adapterMask, v); }
-
-    int GetDevMACAddress(void*, std::string id, long& v) const override {
-        return ById(id, &Camera::mac, v);
-    }
-    int GetDevIPAddress(void*, std::string id, long& v) const override {
-        return ById(id, &Camera::ip, v);
-    }
-    int GetDevSubnetMask(void*, std::string id, long& v) const override {
-        return ById(id, &Camera::mask, v);
-    }
-    int GetDevMACAddress(void* h, long& v) const override { return ByHandle(h, &Camera::mac, v); }
-    int GetDevSubnetMask(void* h, long& v) const override { return ByHandle(h, &Camera::mask, v); }
-    int GetDevIPAddress(void* h, long& v) const override { return ByHandle(h, &Camera::ip, v); }
-    int GetDevDefaultGateway(void* h, long& v) const override {
-        return ByHandle(h, &Camera::gateway, v);
-    }
-    int GetDevIpConfigDHCP(void* h, bool& v) const override {
-        return ByHandle(h, &Camera::dhcp, v);
-    }
-    int GetDevIpConfigPersistentIp(void* h, bool& v) const override {
-        return ByHandle(h, &Camera::persistentIp, v);
-    }
-    int GetDevIpConfigLLA(void* h, bool& v) const override { return ByHandle(h, &Camera::lla, v); }
-    int GetDevDefaultGateway(void*, std::string id, long& v) const override {
-        return ById(id, &Camera::gateway, v);
-    }
-    int GetDevIpConfigDHCP(void*, std::string id, bool& v) const override {
-        return ById(id, &Camera::dhcp, v);
-    }
-    int GetDevIpConfigPersistentIp(void*, std::string id, bool& v) const override {
-        return ById(id, &Camera::persistentIp, v);
-    }
-    int GetDevIpConfigLLA(void*, std::string id, bool& v) const override {
-        return ById(id, &Camera::lla, v);
-    }
-
     int GetPort(void*, unsigned short& port) const override {
         port = 50000;
         return 0;
@@ -220,14 +328,10 @@ public:
         port = 3956;
         return 0;
     }
-    int GetTimestampTickFrequency(void*, std::string id, unsigned long& f) const override {
-        return ById(id, &Camera::tickFrequency, f);
-    }
 
     int ForceIP(void*, unsigned short macHigh, unsigned macLow, unsigned ip, unsigned subnet,
                 unsigned gateway) const override {
-        const_cast<FakeHALGev*>(this)->forceIpCalls.push_back(
-            {macHigh, macLow, ip, subnet, gateway});
+        Self()->forceIpCalls.push_back({macHigh, macLow, ip, subnet, gateway});
         if (forceIpResult != 0) {
             return ReportError(forceIpResult, "fake ForceIP failed");
         }
@@ -244,11 +348,14 @@ public:
     int IsConnected(void*, std::string, bool&) const override {
         return ReportError(GC_ERR_NOT_AVAILABLE, "fake IsConnected by id");
     }
-    int IsConnected(void*, bool& connected) const override {
-        connected = true;
+    int IsConnected(void*, bool& on) const override {
+        on = connected;
         return 0;
     }
-    int SetConnected(void*, bool) const override { return 0; }
+    int SetConnected(void*, bool on) const override {
+        Self()->connected = on;
+        return 0;
+    }
     int CloseSocket(void*) const override { return 0; }
     int SendActionCommand(void*, unsigned, unsigned, unsigned, unsigned long) const override {
         return 0;
@@ -283,11 +390,9 @@ public:
     bool IsLwfDriverInstalledForMac(long) const override { return false; }
 
 private:
-    Log m_ownLog;
+    FakeHALGev* Self() const { return const_cast<FakeHALGev*>(this); }
 
-    static int Refuse() { return ReportError(GC_ERR_NOT_IMPLEMENTED, "fake: not modelled"); }
-
-    template <typename T> int ById(const std::string& id, T Camera::*field, T& value) const {
+    template <typename T> int Id(const std::string& id, T Camera::*field, T& value) const {
         const auto it = cameras.find(id);
         if (it == cameras.end()) {
             return ReportError(GC_ERR_INVALID_ID, "fake: no camera " + id);
@@ -295,7 +400,7 @@ private:
         value = it->second.*field;
         return 0;
     }
-    template <typename T> int ByHandle(void* h, T Camera::*field, T& value) const {
+    template <typename T> int Of(void* h, T Camera::*field, T& value) const {
         if (h == nullptr) {
             return ReportError(GC_ERR_INVALID_HANDLE, "fake: null handle");
         }
@@ -309,6 +414,52 @@ private:
         value = fact;
         return 0;
     }
+
+    /// Logs a transaction; the failure set for any byte it touches, or 0.
+    /// A memory access is limited to one packet's payload, as on the wire.
+    int LogLocked(const char* op, unsigned address, std::size_t length, unsigned value,
+                  std::size_t bytes = 0) const {
+        m_calls.push_back({op, address, length, value});
+        bytes = bytes == 0 ? length : bytes;
+        if (std::string(op).find("Mem") != std::string::npos && length > 536) {
+            return GC_ERR_INVALID_PARAMETER;
+        }
+        for (const auto& [at, code] : m_failures) {
+            if (at >= address && at < address + bytes) {
+                return code;
+            }
+        }
+        return 0;
+    }
+    unsigned char ByteLocked(std::size_t address) const {
+        const auto it = m_bytes.find(static_cast<unsigned>(address));
+        return it == m_bytes.end() ? 0 : it->second;
+    }
+    unsigned WordLocked(unsigned address) const {
+        unsigned v = 0;
+        for (unsigned k = 0; k < 4; ++k) {
+            v = (v << 8) | ByteLocked(address + k);
+        }
+        return v;
+    }
+    void PutWordLocked(unsigned address, unsigned value) const {
+        for (unsigned k = 0; k < 4; ++k) {
+            Self()->m_bytes[address + k] = static_cast<unsigned char>(value >> (24 - 8 * k));
+        }
+    }
+    void PutBytesLocked(unsigned address, const void* data, std::size_t length) const {
+        for (std::size_t i = 0; i < length; ++i) {
+            Self()->m_bytes[static_cast<unsigned>(address + i)] =
+                static_cast<const unsigned char*>(data)[i];
+        }
+    }
+
+    Log m_ownLog;
+    mutable std::mutex m_mutex;
+    std::map<unsigned, unsigned char> m_bytes;
+    std::map<unsigned, int> m_failures;
+    std::set<unsigned> m_pinned;
+    mutable std::vector<Call> m_calls;
 };
 
 } // namespace kesta::test

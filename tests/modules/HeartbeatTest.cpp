@@ -9,7 +9,7 @@
 #include <boost/thread/thread.hpp>
 #include <gtest/gtest.h>
 
-#include "FakeDeviceHAL.h"
+#include "FakeHALGev.h"
 #include "GenTL_KESTA.h"
 #include "modules/Heartbeat.h"
 #include "modules/ThreadPriority.h"
@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using GenTL::sk_addrHeartbeatTimeout;
-using kesta::test::FakeDeviceHAL;
+using kesta::test::FakeHALGev;
 
 class Heartbeat : public ::testing::Test {
 protected:
@@ -41,7 +41,7 @@ protected:
     }
     std::size_t Beats() const { return m_hal.WritesTo(sk_addrHeartbeatTimeout).size(); }
 
-    FakeDeviceHAL m_hal;
+    FakeHALGev m_hal;
     void* m_device = reinterpret_cast<void*>(0x1);
     std::atomic<bool> m_running{false};
     boost::thread m_thread;

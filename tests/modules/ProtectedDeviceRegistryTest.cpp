@@ -120,9 +120,4 @@ TEST_F(Registry, ConcurrentAddsOfOneDeviceLetExactlyOneIn) {
     GenTL::ErrorCache::ReleaseErrorCache();
 }
 
-TEST(RegistryGlobal, ExistsBeforeAnyInitialization) {
-    EXPECT_TRUE(GenTL::g_openedDevicesRegistry.AllInterfaceIDs().empty());
-    EXPECT_TRUE(GenTL::g_openedDevicesRegistry.AllDeviceIDs().empty());
-}
-
 } // namespace

@@ -74,7 +74,6 @@ protected:
 
 TEST_F(SystemTest, OpenListsTheAdaptersAndTheIdsAreHandedOutWithTheirSizes) {
     ASSERT_EQ(system->Open(), 0);
-    EXPECT_EQ(system->GetHal(), hal);
     unsigned int count = 0;
     ASSERT_EQ(system->GetNumInterfaces(&count), 0);
     EXPECT_EQ(count, 3u);
@@ -142,37 +141,22 @@ TEST_F(SystemTest, UpdateInterfaceListTellsChangesOfTheSetNotOfTheOrder) {
     EXPECT_EQ(system->Close(), 0);
 }
 
-TEST_F(SystemTest, InfoAndPortFactsOfTheSystem) {
+TEST_F(SystemTest, InfoRefusalsAndThePortUrlWithTwoZeroBytes) {
     ASSERT_EQ(system->Open(), 0);
-    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_ID), "KESTA_GenTL_1_5");
-    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_VENDOR), "Kesta Optic Works");
-    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_MODEL), "GenTL Producer");
-    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_VERSION), "0.1.78.0");
-    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_TLTYPE), "GEV");
-    EXPECT_EQ(Text(&GenTL::System::GetInfo, TL_INFO_DISPLAYNAME), "Kesta Optic Works GenTL Module");
     EXPECT_FALSE(Text(&GenTL::System::GetInfo, TL_INFO_PATHNAME).empty());
+    EXPECT_EQ(Text(&GenTL::System::GetPortInfo, PORT_INFO_MODULE), "TLSystem");
     int type = 0;
     unsigned int version = 0;
     unsigned long size = sizeof(version);
     ASSERT_EQ(system->GetInfo(TL_INFO_GENTL_VER_MINOR, &type, &version, &size), 0);
     EXPECT_EQ(type, INFO_DATATYPE_UINT32);
-    EXPECT_EQ(version, 5u);
-    int encoding = -1;
-    size = sizeof(encoding);
-    ASSERT_EQ(system->GetInfo(TL_INFO_CHAR_ENCODING, &type, &encoding, &size), 0);
-    EXPECT_EQ(type, INFO_DATATYPE_INT32);
-    EXPECT_EQ(encoding, 0);
-    EXPECT_EQ(system->GetInfo(11, &type, &encoding, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(system->GetInfo(11, &type, &version, &size), GC_ERR_INVALID_INDEX);
     EXPECT_EQ(CachedError::Take().Text().rfind("iInfoCmd must be one of :\nGenTL::TL_INFO_ID, ", 0),
               0u);
     char small[2];
     size = sizeof(small);
     EXPECT_EQ(system->GetInfo(TL_INFO_ID, &type, small, &size), GC_ERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(CachedError::Take().count, 2u);
-
-    EXPECT_EQ(Text(&GenTL::System::GetPortInfo, PORT_INFO_ID), "KESTA_GenTL_1_5");
-    EXPECT_EQ(Text(&GenTL::System::GetPortInfo, PORT_INFO_MODULE), "TLSystem");
-    EXPECT_EQ(Text(&GenTL::System::GetPortInfo, PORT_INFO_PORTNAME), "TLPort");
 
     const std::string url = "local:SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml;"
                             "F0F00000;AF9F?SchemaVersion=1.0.0";
@@ -182,13 +166,8 @@ TEST_F(SystemTest, InfoAndPortFactsOfTheSystem) {
     std::vector<char> text(size);
     ASSERT_EQ(system->GetPortURL(text.data(), &size), 0);
     EXPECT_EQ(std::string(text.data()), url);
-    unsigned int urls = 0;
-    ASSERT_EQ(system->GetNumPortURLs(&urls), 0);
-    EXPECT_EQ(urls, 1u);
-
     void* event = nullptr;
     EXPECT_EQ(system->RegisterEvent(EVENT_ERROR, &event), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(system->UnregisterEvent(EVENT_ERROR), GC_ERR_NOT_IMPLEMENTED);
     EXPECT_EQ(system->Close(), 0);
 }
 
@@ -298,33 +277,11 @@ TEST_F(SystemTest, CloseGoesOnPastAnInterfaceThatFailsToClose) {
     EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
 }
 
-TEST_F(SystemTest, ActionValuesAndDriverFeatures) {
-    const unsigned int key = 0x12345678;
-    ASSERT_EQ(system->SetActionCommandDeviceKey(&key), 0);
-    unsigned int out = 0;
-    ASSERT_EQ(system->GetActionCommandDeviceKey(&out), 0);
-    EXPECT_EQ(out, key);
-    const unsigned long time = 0x1122334455667788UL;
-    ASSERT_EQ(system->SetActionCommandExecuteTime(&time), 0);
-    unsigned long outTime = 0;
-    ASSERT_EQ(system->GetActionCommandExecuteTime(&outTime), 0);
-    EXPECT_EQ(outTime, time);
-    ASSERT_EQ(system->GetActionCommandGroupMask(&out), 0);
-    EXPECT_EQ(out, 0u);
-
+TEST_F(SystemTest, NullActionValuesAndDriverFeaturesAreRefused) {
     EXPECT_EQ(system->GetActionCommandTargetIP(nullptr), GC_ERR_INVALID_HANDLE);
-    const CachedError e = CachedError::Take();
-    EXPECT_EQ(e.message, GenTL::Error::GetMessageFromCode(GC_ERR_INVALID_HANDLE)); // no stamp
+    EXPECT_EQ(CachedError::Take().message,
+              GenTL::Error::GetMessageFromCode(GC_ERR_INVALID_HANDLE)); // no stamp
     EXPECT_EQ(system->SetActionCommandGroupKey(nullptr), GC_ERR_INVALID_HANDLE);
-
-    std::string text;
-    int level = 0;
-    EXPECT_EQ(system->GetDriverLogFilename(text), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(system->SetDriverLogFilename("x.log"), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(system->WriteDriverLogToFile(), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(system->ClearDriverLog(), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(system->GetDriverVersion(text), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(system->GetLwfDriverLogLevel(level), GC_ERR_NOT_IMPLEMENTED);
     EXPECT_EQ(system->SetLwfDriverLogLevel(400), GC_ERR_NOT_IMPLEMENTED);
     EXPECT_EQ(CachedError::Take().Text(), "GenTL::GC_ERR_NOT_IMPLEMENTED(-1003)");
 }

@@ -5,6 +5,7 @@
 #include <sched.h>
 
 #include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -37,18 +38,21 @@ Outcome ApplyOnFreshThread(long setting) {
     return out;
 }
 
-TEST(ThreadPriority, SettingsMapToTheirPolicies) {
-    const Outcome idle = ApplyOnFreshThread(ThreadPriority::kBelowNormal);
-    EXPECT_EQ(idle.rc, GC_ERR_SUCCESS);
-    EXPECT_EQ(idle.policy, SCHED_IDLE);
-
-    const Outcome normal = ApplyOnFreshThread(ThreadPriority::kNormal);
-    EXPECT_EQ(normal.rc, GC_ERR_SUCCESS);
-    EXPECT_EQ(normal.policy, SCHED_OTHER);
-
-    const Outcome batch = ApplyOnFreshThread(ThreadPriority::kAboveNormal);
-    EXPECT_EQ(batch.rc, GC_ERR_SUCCESS);
-    EXPECT_EQ(batch.policy, SCHED_BATCH);
+TEST(ThreadPriority, SettingsMapToTheirPoliciesAndUnknownOnesChangeNothing) {
+    for (const auto& [setting, policy] :
+         {std::pair<long, int>{ThreadPriority::kBelowNormal, SCHED_IDLE},
+          {ThreadPriority::kNormal, SCHED_OTHER},
+          {ThreadPriority::kAboveNormal, SCHED_BATCH}}) {
+        const Outcome out = ApplyOnFreshThread(setting);
+        EXPECT_EQ(out.rc, GC_ERR_SUCCESS) << setting;
+        EXPECT_EQ(out.policy, policy) << setting;
+    }
+    for (long setting : {-1L, 4L}) {
+        const Outcome out = ApplyOnFreshThread(setting);
+        EXPECT_EQ(out.rc, GC_ERR_INVALID_PARAMETER) << setting;
+        EXPECT_EQ(out.error.code, GC_ERR_INVALID_PARAMETER) << setting;
+        EXPECT_EQ(out.policy, SCHED_OTHER) << setting;
+    }
 }
 
 TEST(ThreadPriority, CriticalIsRoundRobinOrRefusedWithoutPrivilege) {
@@ -62,21 +66,6 @@ TEST(ThreadPriority, CriticalIsRoundRobinOrRefusedWithoutPrivilege) {
         EXPECT_EQ(rr.error.Text(), "Failed to set Thread priority!");
         EXPECT_EQ(rr.policy, SCHED_OTHER);
     }
-}
-
-TEST(ThreadPriority, UnknownSettingIsRefusedAndChangesNothing) {
-    for (long setting : {-1L, 4L, 9L}) {
-        const Outcome out = ApplyOnFreshThread(setting);
-        EXPECT_EQ(out.rc, GC_ERR_INVALID_PARAMETER) << setting;
-        EXPECT_EQ(out.error.code, GC_ERR_INVALID_PARAMETER) << setting;
-        EXPECT_EQ(out.policy, SCHED_OTHER) << setting;
-    }
-}
-
-TEST(ThreadPriority, ProcessWideSettingsStartNormal) {
-    EXPECT_EQ(ThreadPriority::m_priorityGrabThread.load(), ThreadPriority::kNormal);
-    EXPECT_EQ(ThreadPriority::m_priorityEventThread.load(), ThreadPriority::kNormal);
-    EXPECT_EQ(ThreadPriority::m_priorityHeartbeatThread.load(), ThreadPriority::kNormal);
 }
 
 } // namespace
