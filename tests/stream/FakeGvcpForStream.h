@@ -27,6 +27,7 @@
 #include "hal/HALGev.h"
 #include "hal/SocketHelper.h"
 #include "stream/HALGvspUDP.h"
+#include "stream/IHALGvspUDP.h"
 
 namespace kesta::test {
 
@@ -192,6 +193,47 @@ public:
 
 private:
     FakeStreamLink& m_link;
+};
+
+/// The GVSP layer's side of a stream, scripted: records the start and
+/// counts leader signals; no packet ever arrives.
+class FakeGvsp : public GenTL::IHALGvspUDP {
+public:
+    int Start(GenTL::IHALGev*, void*, GenTL::StreamStartParams& params) override {
+        ++starts;
+        started = params;
+        params.packetSize = 1500;
+        params.interPacketExpiry = 45;
+        params.bufferExpiry = 90;
+        params.resendRetries = 2;
+        return startResult;
+    }
+    int Stop(GenTL::IHALGev*, void*, unsigned, int) override {
+        ++stops;
+        return GC_ERR_SUCCESS;
+    }
+    int ConfigureExtendedId(GenTL::IHALGev*, void*, bool legacy, bool& extendedId) override {
+        legacyAsked = legacy;
+        extendedId = !legacy;
+        return GC_ERR_SUCCESS;
+    }
+    int WaitForNextLeader(unsigned long) override { return GC_ERR_TIMEOUT; }
+    int ResetWaitForNextLeader() override { return GC_ERR_SUCCESS; }
+    int GetNextPacket(char*, int, int&, unsigned long) override { return GC_ERR_TIMEOUT; }
+    int GetNextPacket(char*, int, int&, char*, int, int&, unsigned long) override {
+        return GC_ERR_TIMEOUT;
+    }
+    int SetNextLeaderArrived() override {
+        ++leaderSignals;
+        return GC_ERR_SUCCESS;
+    }
+
+    int starts = 0;
+    int stops = 0;
+    int leaderSignals = 0;
+    int startResult = GC_ERR_SUCCESS;
+    bool legacyAsked = false;
+    GenTL::StreamStartParams started;
 };
 
 /// One camera behind the fakes, a device handle and the layer under test.
