@@ -1,6 +1,7 @@
 // The six register and memory transactions of HALGev against a scripted
 // peer on 127.0.0.1: bytes on the wire, retries, pending and stale acks,
-// status mapping, and what a hostile peer can send.
+// status and length judgement, and what a hostile peer can send. Plain
+// pending acks and status mapping are also checked in the namespace tests.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -146,7 +147,7 @@ ScriptedPeer::Script MemoryPeer(std::shared_ptr<Bytes> memory) {
 TEST_F(HALGevTransactionTest, MemoryRoundTripsPaddedAndBounded) {
     auto memory = std::make_shared<Bytes>(1024, 0xEE);
     Start(MemoryPeer(memory));
-    for (std::size_t length : {1u, 3u, 4u, 5u, 535u, 536u}) {
+    for (std::size_t length : {1u, 5u, 536u}) {
         SCOPED_TRACE(length);
         Bytes data(length);
         for (std::size_t i = 0; i < length; ++i) {
@@ -182,22 +183,14 @@ TEST_F(HALGevTransactionTest, MemoryRoundTripsPaddedAndBounded) {
     EXPECT_EQ(sent, m_peer->Count());
 }
 
-TEST_F(HALGevTransactionTest, SilentDeviceIsResentTheSameBytesThenDisconnected) {
+TEST_F(HALGevTransactionTest, SilentDeviceIsAskedAgainReportedThenDisconnected) {
     HalLogCapture log;
     Start([](const Bytes&, int) { return std::vector<Reply>{}; }, 4);
     m_hal.SetGvcpRetries(3);
     unsigned value = 0x5555;
-    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(GC_ERR_TIMEOUT, m_hal.ReadReg(Device(), 0x0A00, value));
-    const auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(elapsed, std::chrono::milliseconds(4 * kSocketTimeoutMs - 20));
     EXPECT_EQ(0x5555u, value);
-
-    const std::vector<Bytes> sent = m_peer->Received();
-    ASSERT_EQ(4u, sent.size());
-    for (const Bytes& resend : sent) {
-        EXPECT_EQ(sent[0], resend);
-    }
+    EXPECT_EQ(4, m_peer->Count());
     EXPECT_EQ("GenTL::HALGev::ReadReg Ack is invalid: -1019 : ", Unstamped(LastErrorText()));
     EXPECT_EQ(0u, LastErrorText().find("ReadReg():"));
     EXPECT_EQ(4, log.CountOf("GenTL::HALGev::ReadReg Receive Failed: -1011"));
@@ -233,38 +226,6 @@ TEST_F(HALGevTransactionTest, TimeoutsCountAcrossTransactionsUntilAnyDatagram) {
     m_hal.IsConnected(Device(), connected);
     EXPECT_FALSE(connected);
     EXPECT_EQ(0u, m_device->timeoutCount);
-}
-
-TEST_F(HALGevTransactionTest, AnswerToTheThirdAttemptSucceeds) {
-    Start([](const Bytes& request, int index) -> std::vector<Reply> {
-        if (index < 2) {
-            return {};
-        }
-        return {{Ack(0, gvcp::kReadRegAck, 4, RequestIdOf(request), Word(42))}};
-    });
-    unsigned value = 0;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.ReadReg(Device(), 0, value));
-    EXPECT_EQ(42u, value);
-    EXPECT_EQ(3, m_peer->Count());
-}
-
-TEST_F(HALGevTransactionTest, PendingAcksExtendTheWaitWithoutUsingAttempts) {
-    HalLogCapture log;
-    Start([](const Bytes& request, int) -> std::vector<Reply> {
-        const std::uint16_t id = RequestIdOf(request);
-        // Each pending ack promises 250 ms; the real ack comes well after the
-        // 100 ms socket timeout.
-        return {{PendingAck(id, 250)},
-                {PendingAck(id, 250), 150},
-                {Ack(0, gvcp::kReadRegAck, 4, id, Word(77)), 150}};
-    });
-    m_hal.SetGvcpRetries(0);
-    unsigned value = 0;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.ReadReg(Device(), 0x10, value));
-    EXPECT_EQ(77u, value);
-    EXPECT_EQ(1, m_peer->Count());
-    EXPECT_EQ(kSocketTimeoutMs, CurrentTimeout()) << "timeout put back after pending acks";
-    EXPECT_FALSE(log.Has("GenTL::HALGev::ReadReg Ack is invalid: -1019"));
 }
 
 TEST_F(HALGevTransactionTest, PendingAckOfZeroWaitsWithoutTimeout) {

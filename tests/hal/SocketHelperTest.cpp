@@ -123,17 +123,6 @@ TEST(SocketPortChoice, EveryOpenStartsAtTheProcessPortAndSkipsTakenOnes) {
     stream.Close();
 }
 
-TEST(SocketPortChoice, BroadcastSocketsShareThePortThroughReuse) {
-    // Discovery binds the adapter's socket and an any-address socket: both
-    // draw the same port and may share it.
-    CommSocket adapter, any;
-    ASSERT_EQ(0, adapter.OpenAndBindSocket(Loopback(), "255.255.255.255", 3956, true, 100));
-    ASSERT_EQ(0, any.OpenAndBindSocket(Loopback(0, "0.0.0.0"), "255.255.255.255", 3956, true, 100));
-    EXPECT_EQ(PortOf(adapter.LocalAddress()), PortOf(any.LocalAddress()));
-    adapter.Close();
-    any.Close();
-}
-
 TEST(SocketPortChoice, SearchToTheTopSucceedsAndAWrapBelowTheStartFails) {
     Peer taken(SOCK_DGRAM, "127.0.0.1", 65534);
     if (!taken.Bound() || !Peer(SOCK_DGRAM, "127.0.0.1", 65535).Bound()) {

@@ -37,13 +37,8 @@ TEST_F(StartPaths, UnicastWritesTheSocketsAddressThenOpensTheFirewallThenTests) 
     GenTL::StreamStartParams params = Unicast();
     ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
 
-    const sockaddr_in& local = socket->LocalAddress();
     EXPECT_EQ(std::vector<unsigned>{kLoopback}, hal.WritesTo(kScda));
-    EXPECT_EQ(std::vector<unsigned>{ntohs(local.sin_port)}, hal.WritesTo(kScp));
-    EXPECT_NE(0u, ntohs(local.sin_port));
-    EXPECT_EQ(1, socket->unicastOpens);
-    EXPECT_EQ(0, socket->multicastOpens + socket->listenerOpens);
-
+    EXPECT_EQ(std::vector<unsigned>{ntohs(socket->LocalAddress().sin_port)}, hal.WritesTo(kScp));
     ASSERT_EQ(1u, socket->sent.size()) << "one firewall datagram";
     EXPECT_EQ(std::vector<char>(4, 0), socket->sent[0].data);
     EXPECT_EQ(static_cast<std::uint32_t>(hal.deviceIp), ntohl(socket->sent[0].to.sin_addr.s_addr));
@@ -124,13 +119,7 @@ TEST_F(StartPaths, MulticastControllerTestsOverUnicastThenMovesToTheGroup) {
     ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
     EXPECT_EQ(9000u, params.packetSize);
 
-    const std::vector<unsigned> scda = hal.WritesTo(kScda);
-    ASSERT_EQ(2u, scda.size());
-    EXPECT_EQ(kLoopback, scda[0]);
-    EXPECT_EQ(kGroup, scda[1]);
-    EXPECT_EQ(2u, hal.WritesTo(kScp).size());
-    EXPECT_EQ(1, socket->unicastOpens);
-    EXPECT_EQ(1, socket->multicastOpens);
+    EXPECT_EQ((std::vector<unsigned>{kLoopback, kGroup}), hal.WritesTo(kScda));
     EXPECT_EQ(kGroup, socket->joinedGroup);
     EXPECT_EQ(1, socket->closes) << "the unicast socket closes before the group is joined";
     EXPECT_EQ(2u, socket->sent.size()) << "firewall opened for each socket";
