@@ -40,40 +40,30 @@ std::vector<FamilyCall> EveryFamily(kesta::test::CtiLibrary& lib, void* h) {
     static size_t size;
     static int32_t type;
     static char buffer[8];
-    static uint32_t count;
-    static void* out;
     static bool8_t changed;
     size = sizeof(buffer);
     auto* l = &lib;
     return {
         {"GCReadPort", [=] { return l->GCReadPort(h, 0, buffer, &size); }},
         {"GCGetPortInfo", [=] { return l->GCGetPortInfo(h, PORT_INFO_ID, &type, buffer, &size); }},
-        {"GCRegisterEvent", [=] { return l->GCRegisterEvent(h, EVENT_NEW_BUFFER, &out); }},
         {"EventGetInfo", [=] { return l->EventGetInfo(h, EVENT_NUM_FIRED, &type, buffer, &size); }},
         {"EventKill", [=] { return l->EventKill(h); }},
         {"TLClose", [=] { return l->TLClose(h); }},
-        {"TLGetNumInterfaces", [=] { return l->TLGetNumInterfaces(h, &count); }},
         {"TLUpdateInterfaceList", [=] { return l->TLUpdateInterfaceList(h, &changed, 100); }},
         {"IFClose", [=] { return l->IFClose(h); }},
         {"IFGetInfo", [=] { return l->IFGetInfo(h, INTERFACE_INFO_ID, &type, buffer, &size); }},
-        {"IFGetParentTL", [=] { return l->IFGetParentTL(h, &out); }},
         {"DevClose", [=] { return l->DevClose(h); }},
         {"DevGetInfo", [=] { return l->DevGetInfo(h, DEVICE_INFO_ID, &type, buffer, &size); }},
-        {"DevSendActionCommand", [=] { return l->DevSendActionCommand(h, 1, 2, 3, 0); }},
         {"DSClose", [=] { return l->DSClose(h); }},
         {"DSGetInfo", [=] { return l->DSGetInfo(h, STREAM_INFO_ID, &type, buffer, &size); }},
         {"DSStartAcquisition",
          [=] { return l->DSStartAcquisition(h, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE); }},
         {"IFForceIp", [=] { return l->IFForceIp(h, 0x001122334455ULL, 1, 2, 0); }},
-        {"IFGetUnicastDiscoveryDevices",
-         [=] { return l->IFGetUnicastDiscoveryDevices(h, &count, &count); }},
         {"DSWaitForNextLeader", [=] { return l->DSWaitForNextLeader(h, 0); }},
     };
 }
 
-// ---------------------------------------------------------------------------
 // Lifecycle and the initialized test
-// ---------------------------------------------------------------------------
 
 using Lifecycle = CtiTest;
 
@@ -170,9 +160,7 @@ TEST_F(Lifecycle, TLOpenRefusesANullHandlePointer) {
                                  std::regex("TLOpen\\(\\):[0-9]+: received phTL=nullptr")));
 }
 
-// ---------------------------------------------------------------------------
 // Handle refusals
-// ---------------------------------------------------------------------------
 
 using HandleRefusal = CtiTest;
 
@@ -228,34 +216,9 @@ TEST_F(HandleRefusal, ForeignPointerIsNotAHandle) {
     EXPECT_EQ(records[0].message, "Invalid Handle");
 }
 
-// ---------------------------------------------------------------------------
 // GCGetLastError
-// ---------------------------------------------------------------------------
 
 using LastErrorText = CtiTest;
-
-TEST_F(LastErrorText, NoErrorIsCodeZeroAndNineBytes) {
-    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-    GC_ERROR code = -1;
-    size_t size = 0;
-    ASSERT_EQ(Lib().GCGetLastError(&code, nullptr, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(code, GC_ERR_SUCCESS);
-    EXPECT_EQ(size, 9u);
-
-    char text[16];
-    std::fill(std::begin(text), std::end(text), 'x');
-    size = 8;
-    EXPECT_EQ(Lib().GCGetLastError(&code, text, &size), GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(size, 8u);
-    size = sizeof(text);
-    ASSERT_EQ(Lib().GCGetLastError(&code, text, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(size, 9u);
-    EXPECT_STREQ(text, "No Error");
-    // The whole buffer given was cleared past the text.
-    EXPECT_EQ(text[15], '\0');
-
-    EXPECT_EQ(Lib().GCGetLastError(nullptr, text, &size), GC_ERR_INVALID_PARAMETER);
-}
 
 TEST_F(LastErrorText, StackIsConsumedOnlyWhenDelivered) {
     ASSERT_EQ(Init(), GC_ERR_SUCCESS);
@@ -278,11 +241,17 @@ TEST_F(LastErrorText, StackIsConsumedOnlyWhenDelivered) {
     EXPECT_EQ(std::string(text.data()).size() + 1, needed);
     EXPECT_EQ(std::string(text.data()).rfind("Error Stack:\n  -1017 ", 0), 0u);
 
-    // Delivered once: the thread's stack is gone.
+    // Delivered once: the thread's stack is gone, "No Error" stands in.
     size = 0;
     ASSERT_EQ(Lib().GCGetLastError(&code, nullptr, &size), GC_ERR_SUCCESS);
     EXPECT_EQ(code, GC_ERR_SUCCESS);
     EXPECT_EQ(size, 9u);
+    std::fill(text.begin(), text.end(), 'x');
+    size = text.size();
+    ASSERT_EQ(Lib().GCGetLastError(&code, text.data(), &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(text.data(), "No Error");
+    EXPECT_EQ(text.back(), '\0'); // the whole buffer given was cleared past the text
+    EXPECT_EQ(Lib().GCGetLastError(nullptr, text.data(), &size), GC_ERR_INVALID_PARAMETER);
 }
 
 TEST_F(LastErrorText, ANewFailureReplacesTheOldStack) {
@@ -329,9 +298,7 @@ TEST_F(LastErrorText, EachThreadSeesOnlyItsOwnStack) {
     }
 }
 
-// ---------------------------------------------------------------------------
 // GCGetInfo
-// ---------------------------------------------------------------------------
 
 using LibraryInfo = CtiTest;
 
@@ -363,21 +330,12 @@ TEST_F(LibraryInfo, CommandsAnswerWithTheirTypeAndSize) {
         EXPECT_EQ(std::string(text.data()), expected) << cmd;
     }
 
-    struct Number {
-        TL_INFO_CMD cmd;
-        INFO_DATATYPE type;
-        uint32_t value;
-    };
-    for (const Number& n : {Number{TL_INFO_CHAR_ENCODING, INFO_DATATYPE_INT32, 0},
-                            Number{TL_INFO_GENTL_VER_MINOR, INFO_DATATYPE_UINT32, 5}}) {
-        int32_t type = -1;
-        uint32_t value = 0xDEADBEEF;
-        size_t size = sizeof(value);
-        ASSERT_EQ(Lib().GCGetInfo(n.cmd, &type, &value, &size), GC_ERR_SUCCESS) << n.cmd;
-        EXPECT_EQ(type, n.type) << n.cmd;
-        EXPECT_EQ(size, 4u) << n.cmd;
-        EXPECT_EQ(value, n.value) << n.cmd;
-    }
+    int32_t type = -1;
+    uint32_t minor = 0;
+    size_t size = sizeof(minor);
+    ASSERT_EQ(Lib().GCGetInfo(TL_INFO_GENTL_VER_MINOR, &type, &minor, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(type, INFO_DATATYPE_UINT32);
+    EXPECT_EQ(size, 4u);
 }
 
 TEST_F(LibraryInfo, RefusalsCarryTheirTexts) {
@@ -413,12 +371,6 @@ TEST_F(LibraryInfo, RefusalsCarryTheirTexts) {
         records[1].message,
         std::regex("SetInfo\\(\\):[0-9]+: \\*piSize=4 < len=18\\. iSize must be >= len")))
         << records[1].message;
-
-    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_ID, nullptr, nullptr, &size), GC_ERR_INVALID_PARAMETER);
-    records = Lib().TakeLastError().Records();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_NE(records[1].message.find("either piSize=nullptr or piType=nullptr"),
-              std::string::npos);
 }
 
 } // namespace

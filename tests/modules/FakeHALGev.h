@@ -71,7 +71,6 @@ public:
     long adapterMac = 0x0A1B2C3D4E5F, adapterIp = 0xC0A80001, adapterMask = 0xFFFFFF00;
     int adapterFactResult = 0;
     int forceIpResult = 0;
-    int unicastResult = 0;
     /// Replace with a test's own to read it after the fake is gone.
     Log* log = &m_ownLog;
 
@@ -82,7 +81,6 @@ public:
     int deviceTimeoutMs = -1;
     bool connected = false;
     std::vector<ForceIpCall> forceIpCalls;
-    std::vector<unsigned> unicast;
 
     // --- the open camera's registers ---
     void SetReg(unsigned address, unsigned value) {
@@ -360,33 +358,9 @@ public:
     int SendActionCommand(void*, unsigned, unsigned, unsigned, unsigned long) const override {
         return 0;
     }
-    int AddUnicastDiscoveryDevice(void*, unsigned ip) override {
-        if (unicastResult != 0) {
-            return ReportError(unicastResult, "fake unicast failed");
-        }
-        unicast.push_back(ip);
-        return 0;
-    }
-    int RemoveUnicastDiscoveryDevice(void*, unsigned ip) override {
-        if (unicastResult != 0) {
-            return ReportError(unicastResult, "fake unicast failed");
-        }
-        if (ip == 0xFFFFFFFFu) {
-            unicast.clear();
-        }
-        return 0;
-    }
-    int GetUnicastDiscoveryDevices(void*, unsigned* list, unsigned* size) override {
-        if (unicastResult != 0) {
-            return ReportError(unicastResult, "fake unicast failed");
-        }
-        unsigned n = 0;
-        for (; n < *size && n < unicast.size(); ++n) {
-            list[n] = unicast[n];
-        }
-        *size = n;
-        return 0;
-    }
+    int AddUnicastDiscoveryDevice(void*, unsigned) override { return 0; }
+    int RemoveUnicastDiscoveryDevice(void*, unsigned) override { return 0; }
+    int GetUnicastDiscoveryDevices(void*, unsigned*, unsigned*) override { return 0; }
     bool IsLwfDriverInstalledForMac(long) const override { return false; }
 
 private:

@@ -48,15 +48,6 @@ protected:
         EXPECT_EQ(id.back(), '\0');
         return id.substr(0, size - 1);
     }
-    std::string Text(int (GenTL::System::*op)(int, int*, void*, unsigned long*), int cmd) {
-        int type = 0;
-        unsigned long size = 0;
-        EXPECT_EQ((system->*op)(cmd, &type, nullptr, &size), 0);
-        EXPECT_EQ(type, INFO_DATATYPE_STRING);
-        std::string text(size, '?');
-        EXPECT_EQ((system->*op)(cmd, &type, text.data(), &size), 0);
-        return text.substr(0, size - 1);
-    }
     std::string InterfaceInfo(const std::string& id, int cmd) {
         int type = 0;
         unsigned long size = 0;
@@ -86,8 +77,6 @@ TEST_F(SystemTest, OpenListsTheAdaptersAndTheIdsAreHandedOutWithTheirSizes) {
     EXPECT_EQ(CachedError::Take().Text(), "*piSize=12 < idLen=13. iSize must be >= idLen");
     EXPECT_EQ(system->GetInterfaceID(3, id, &size), GC_ERR_INVALID_INDEX);
     EXPECT_EQ(CachedError::Take().Text(), "interface index must between 0 <= and < 3");
-    EXPECT_EQ(system->GetInterfaceID(0, id, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "piSize==nullptr");
     EXPECT_EQ(system->GetNumInterfaces(nullptr), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(CachedError::Take().Text(), "piNumIfaces==nullptr");
 
@@ -142,33 +131,18 @@ TEST_F(SystemTest, UpdateInterfaceListTellsChangesOfTheSetNotOfTheOrder) {
 }
 
 TEST_F(SystemTest, InfoRefusalsAndThePortUrlWithTwoZeroBytes) {
-    ASSERT_EQ(system->Open(), 0);
-    EXPECT_FALSE(Text(&GenTL::System::GetInfo, TL_INFO_PATHNAME).empty());
-    EXPECT_EQ(Text(&GenTL::System::GetPortInfo, PORT_INFO_MODULE), "TLSystem");
     int type = 0;
-    unsigned int version = 0;
-    unsigned long size = sizeof(version);
-    ASSERT_EQ(system->GetInfo(TL_INFO_GENTL_VER_MINOR, &type, &version, &size), 0);
-    EXPECT_EQ(type, INFO_DATATYPE_UINT32);
-    EXPECT_EQ(system->GetInfo(11, &type, &version, &size), GC_ERR_INVALID_INDEX);
+    char small[2];
+    unsigned long size = sizeof(small);
+    EXPECT_EQ(system->GetInfo(11, &type, small, &size), GC_ERR_INVALID_INDEX);
     EXPECT_EQ(CachedError::Take().Text().rfind("iInfoCmd must be one of :\nGenTL::TL_INFO_ID, ", 0),
               0u);
-    char small[2];
-    size = sizeof(small);
     EXPECT_EQ(system->GetInfo(TL_INFO_ID, &type, small, &size), GC_ERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(CachedError::Take().count, 2u);
-
     const std::string url = "local:SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml;"
                             "F0F00000;AF9F?SchemaVersion=1.0.0";
-    size = 0;
     ASSERT_EQ(system->GetPortURL(nullptr, &size), 0);
     EXPECT_EQ(size, url.size() + 2);
-    std::vector<char> text(size);
-    ASSERT_EQ(system->GetPortURL(text.data(), &size), 0);
-    EXPECT_EQ(std::string(text.data()), url);
-    void* event = nullptr;
-    EXPECT_EQ(system->RegisterEvent(EVENT_ERROR, &event), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(system->Close(), 0);
 }
 
 TEST_F(SystemTest, InterfaceInfoByIdNeedsNoOpenInterfaceButTheAddressesDo) {
@@ -176,16 +150,14 @@ TEST_F(SystemTest, InterfaceInfoByIdNeedsNoOpenInterfaceButTheAddressesDo) {
     EXPECT_EQ(InterfaceInfo("00aabbccddee:1", INTERFACE_INFO_ID), "00aabbccddee:1");
     EXPECT_EQ(InterfaceInfo("0a1b2c3d4e5f", INTERFACE_INFO_DISPLAYNAME),
               "GigE Interface ( MAC:0a1b2c3d4e5f )");
-    EXPECT_EQ(InterfaceInfo("0a1b2c3d4e5f", INTERFACE_INFO_TLTYPE), "GEV");
     int type = 0;
     long value = 0;
     unsigned long size = sizeof(value);
-    for (int cmd : {1001, 1002, 1003}) {
-        EXPECT_EQ(system->GetInterfaceInfo("0a1b2c3d4e5f", cmd, &type, &value, &size),
-                  GC_ERR_NOT_AVAILABLE);
-        EXPECT_EQ(CachedError::Take().Text(), "the info is not available until the interface is "
-                                              "open via GenTL::TLOpenInterface()");
-    }
+    EXPECT_EQ(system->GetInterfaceInfo("0a1b2c3d4e5f", INTERFACE_INFO_GEV_SUBNET_MASK, &type,
+                                       &value, &size),
+              GC_ERR_NOT_AVAILABLE);
+    EXPECT_EQ(CachedError::Take().Text(), "the info is not available until the interface is "
+                                          "open via GenTL::TLOpenInterface()");
     EXPECT_EQ(system->GetInterfaceInfo("0a1b2c3d4e5f", 3, &type, &value, &size),
               GC_ERR_INVALID_INDEX);
     EXPECT_EQ(system->GetInterfaceInfo("0a1b2c3d4e50", 0, &type, &value, &size), GC_ERR_INVALID_ID);
@@ -286,25 +258,22 @@ TEST_F(SystemTest, NullActionValuesAndDriverFeaturesAreRefused) {
     EXPECT_EQ(CachedError::Take().Text(), "GenTL::GC_ERR_NOT_IMPLEMENTED(-1003)");
 }
 
-TEST_F(SystemTest, CloseLibClosesTheInterfacesThatWereLeftOpen) {
+TEST_F(SystemTest, CloseLibClosesTheInterfacesLeftOpenAndInitLibDropsStaleEntries) {
     ASSERT_EQ(system->Open(), 0);
     void* hIface = nullptr;
     ASSERT_EQ(system->OpenInterface("0a1b2c3d4e5f", nullptr, &hIface), 0);
     ASSERT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
     EXPECT_FALSE(hal->adapters[0]->open);
     EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
-    ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
-    EXPECT_EQ(system->Close(), 0);
-}
 
-TEST_F(SystemTest, InitLibDropsInterfaceEntriesOfAnEarlierLifeUnclosed) {
-    ASSERT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+    // Entries of an earlier life are dropped unclosed by the next GCInitLib.
     // Not a live handle: closing it would be refused, so reaching it would fail.
     std::uint64_t stale[2] = {};
     ASSERT_EQ(g_openedDevicesRegistry.AddInterfaceEntry("stale", stale), 0);
     ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
     EXPECT_TRUE(g_openedDevicesRegistry.AllInterfaceIDs().empty());
     EXPECT_EQ(CachedError::Take().count, 0u);
+    EXPECT_EQ(system->Close(), 0);
 }
 
 } // namespace
