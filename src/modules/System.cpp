@@ -187,13 +187,7 @@ int System::GetInfo(int cmd, int* type, void* buffer, unsigned long* size) {
         rc = m_infoUtility.SetInfo(m_versionMinor, type, buffer, size, false);
         break;
     default:
-        return ReportError(
-            GC_ERR_INVALID_INDEX,
-            "iInfoCmd must be one of :\nGenTL::TL_INFO_ID, GenTL::TL_INFO_VENDOR, "
-            "GenTL::TL_INFO_MODEL, \nGenTL::TL_INFO_VERSION, GenTL::TL_INFO_TLTYPE, "
-            "GenTL::TL_INFO_NAME, \nGenTL::TL_INFO_PATHNAME, GenTL::TL_INFO_DISPLAYNAME, "
-            "GenTL::TL_INFO_CHAR_ENCODING, \nGenTL::TL_INFO_GENTL_VER_MAJOR, "
-            "GenTL::TL_INFO_GENTL_VER_MINOR");
+        return ReportError(GC_ERR_INVALID_INDEX, kInfoCommands);
     }
     if (rc != GC_ERR_SUCCESS) {
         return ChainError(rc);

@@ -28,6 +28,14 @@ class IHALGev;
 
 class System : public ISystem, public BaseModule {
 public:
+    /// The refusal of an unknown TL_INFO command, with and without a system.
+    static constexpr const char* kInfoCommands =
+        "iInfoCmd must be one of :\nGenTL::TL_INFO_ID, GenTL::TL_INFO_VENDOR, "
+        "GenTL::TL_INFO_MODEL, \nGenTL::TL_INFO_VERSION, GenTL::TL_INFO_TLTYPE, "
+        "GenTL::TL_INFO_NAME, \nGenTL::TL_INFO_PATHNAME, GenTL::TL_INFO_DISPLAYNAME, "
+        "GenTL::TL_INFO_CHAR_ENCODING, \nGenTL::TL_INFO_GENTL_VER_MAJOR, "
+        "GenTL::TL_INFO_GENTL_VER_MINOR";
+
     /// As System(nullptr).
     System();
     /// hal: the control layer to use and own; null makes Open create a HALGev.
