@@ -58,9 +58,6 @@ TEST(PayloadTypeTest, GvspTypesBecomeGenTLTypes) {
         {1, 0x01080001, PAYLOAD_TYPE_IMAGE, true, false},
         {1, 0x81080B02, 1001, true, false}, // a custom pixel format
         {4, 0, PAYLOAD_TYPE_CHUNK_DATA, true, true},
-        {5, 0, PAYLOAD_TYPE_UNKNOWN, false, false},
-        {8, 0, PAYLOAD_TYPE_H264, false, false},
-        {0x4001, 0x01080001, 0x4001, true, true},
         {0x4001, 0x82180A03, 1002, true, true},
         {0x7FFF, 0, PAYLOAD_TYPE_UNKNOWN, false, false},
         {0x8000, 0, PAYLOAD_TYPE_DEVICE_SPECIFIC, false, false},
