@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "api/Error.h"
-#include "events/IEvent.h"
 #include "modules/IDevice.h"
 #include "modules/IInterface.h"
 #include "modules/ISystem.h"
@@ -172,17 +171,6 @@ public:
     int SetupResendRetryParams(unsigned long, double, const char*, const char*, int, int) override {
         return Call("SetupResendRetryParams");
     }
-};
-
-class FakeEvent : public FakeModule<GenTL::IEvent> {
-public:
-    int GetData(void*, unsigned long*, unsigned long) override { return Call("GetData"); }
-    int GetDataInfo(const void*, unsigned long, int, int*, void*, unsigned long*) const override {
-        return Call("GetDataInfo");
-    }
-    int GetInfo(int, int*, void*, unsigned long*) override { return Call("GetInfo"); }
-    int Flush() const override { return Call("Flush"); }
-    int Kill() const override { return Call("Kill"); }
 };
 
 class FakeBuffer : public FakeModule<GenTL::IBuffer> {};

@@ -1,4 +1,4 @@
-// Handles, the protected set, and the small file and string helpers.
+// Handles, the protected set, and the library file name.
 
 #include <cstring>
 #include <string>
@@ -10,7 +10,6 @@
 #include "api/Error.h"
 #include "api/FileUtility.h"
 #include "api/GenTLHandle.h"
-#include "api/PortableUtil.h"
 #include "api/ProtectedSet.h"
 
 namespace {
@@ -97,36 +96,6 @@ TEST(FileUtilityTest, FileNameIsTakenFromTheWordLibgentlOn) {
     EXPECT_EQ(GenTL::GetGenTLFileName(""), "libgentl.so");
     // In a static build the path is that of the program holding GCInitLib.
     EXPECT_NE(GenTL::GetGenTLFilePath(), "undefined");
-}
-
-TEST(FileUtilityTest, PortURLFollowsTheSizeProtocol) {
-    const std::string expected =
-        "file:" + GenTL::GetGenTLDirPath() + "xml/System.xml?SchemaVersion=1.0.0";
-    unsigned long size = 0;
-    ASSERT_EQ(GenTL::GetGenTLPortURL("System.xml", nullptr, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(size, expected.size() + 1);
-
-    std::string url(size + 4, 'x');
-    size = expected.size();
-    EXPECT_EQ(GenTL::GetGenTLPortURL("System.xml", &url[0], &size), GC_ERR_BUFFER_TOO_SMALL);
-    size = url.size();
-    ASSERT_EQ(GenTL::GetGenTLPortURL("System.xml", &url[0], &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(size, expected.size() + 1);
-    EXPECT_EQ(std::string(url.c_str()), expected);
-    EXPECT_EQ(url.back(), '\0');
-
-    EXPECT_EQ(GenTL::GetGenTLPortURL("System.xml", &url[0], nullptr), GC_ERR_INVALID_PARAMETER);
-    ErrorCache::ReleaseErrorCache();
-}
-
-TEST(PortableUtilTest, StringAndMemoryHelpers) {
-    char text[16] = {};
-    EXPECT_EQ(GenTL::itoa_portable(-1234, text, sizeof(text), 16), 5);
-    EXPECT_STREQ(text, "-1234");
-    EXPECT_EQ(GenTL::strnlen_portable("abcdef", 3), 3u);
-    char copy[4] = {};
-    EXPECT_EQ(GenTL::memcpy_portable(copy, 0, "xyz", 4), 0);
-    EXPECT_STREQ(copy, "xyz");
 }
 
 } // namespace

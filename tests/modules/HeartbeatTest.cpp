@@ -1,6 +1,7 @@
 // The heartbeat thread against a camera in memory: it writes the timeout
-// register's own value every half timeout, follows a changed timeout, lives
-// through a silent camera, and ends promptly when told.
+// register's own value every half timeout, lives through a silent camera,
+// and ends promptly when told. (Following a changed timeout is tested
+// against the simulated camera, in tests/netns.)
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -47,35 +48,6 @@ protected:
     boost::thread m_thread;
 };
 
-TEST_F(Heartbeat, WritesTheTimeoutBackEveryHalfTimeout) {
-    m_hal.SetReg(sk_addrHeartbeatTimeout, 100); // a beat every 50 ms
-    Start();
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
-    Stop();
-    const auto writes = m_hal.WritesTo(sk_addrHeartbeatTimeout);
-    EXPECT_GE(writes.size(), 4u);
-    EXPECT_LE(writes.size(), 9u);
-    for (const auto& w : writes) {
-        EXPECT_EQ(w.value, 100u);
-    }
-}
-
-TEST_F(Heartbeat, FollowsAChangedTimeoutFromTheNextTurn) {
-    m_hal.SetReg(sk_addrHeartbeatTimeout, 600); // 300 ms per turn
-    m_hal.Pin(sk_addrHeartbeatTimeout);         // the camera keeps what the test sets
-    Start();
-    std::this_thread::sleep_for(std::chrono::milliseconds(450));
-    const std::size_t slow = Beats();
-    EXPECT_LE(slow, 2u);
-
-    m_hal.SetReg(sk_addrHeartbeatTimeout, 40); // 20 ms per turn
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    Stop();
-    // One slow turn may still run out before the new value is read.
-    EXPECT_GE(Beats() - slow, 8u);
-    EXPECT_EQ(m_hal.WritesTo(sk_addrHeartbeatTimeout).back().value, 40u);
-}
-
 TEST_F(Heartbeat, SurvivesASilentCameraAndEndsOnClose) {
     m_hal.SetReg(sk_addrHeartbeatTimeout, 60);
     Start();
@@ -105,14 +77,19 @@ TEST_F(Heartbeat, StopDuringALongSleepIsPromptAndWritesNothing) {
     EXPECT_EQ(Beats(), 0u);
 }
 
-TEST_F(Heartbeat, RefusedPrioritySettingDoesNotStopTheBeat) {
+TEST_F(Heartbeat, WritesTheTimeoutBackEveryHalfTimeoutWhateverThePriority) {
     GenTL::ThreadPriority::m_priorityHeartbeatThread = 9;
     m_hal.SetReg(sk_addrHeartbeatTimeout, 40);
     Start();
     std::this_thread::sleep_for(std::chrono::milliseconds(150));
     Stop();
     GenTL::ThreadPriority::m_priorityHeartbeatThread = GenTL::ThreadPriority::kNormal;
-    EXPECT_GE(Beats(), 3u);
+    const auto writes = m_hal.WritesTo(sk_addrHeartbeatTimeout);
+    EXPECT_GE(writes.size(), 3u);
+    EXPECT_LE(writes.size(), 9u);
+    for (const auto& w : writes) {
+        EXPECT_EQ(w.value, 40u); // the register's own value, written back
+    }
 }
 
 } // namespace

@@ -1,6 +1,7 @@
-// RemoteDeviceGev against a camera in memory: chunking of memory accesses,
-// the legacy register path with its byte swap, the URL registers and the
-// manifest table, and the refusals with their texts.
+// RemoteDeviceGev against a camera in memory: a failing chunk, the legacy
+// register path on either endianness, the URL registers and the manifest
+// table, and the refusals with their texts. (Chunking and the legacy block
+// writes are tested against the simulated camera, in tests/netns.)
 #include <cstring>
 #include <string>
 #include <vector>
@@ -68,34 +69,6 @@ TEST_F(RemoteDevice, PortFactsFollowTheStreamChannelEndiannessBit) {
     EXPECT_TRUE(PortInfoFlag(unread, PORT_INFO_LITTLE_ENDIAN));
 }
 
-TEST_F(RemoteDevice, StandardAccessIsChunkedAt536Bytes) {
-    std::vector<unsigned char> pattern(1200);
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-        pattern[i] = static_cast<unsigned char>(i * 7);
-    }
-    m_hal.SetBytes(0x10000, pattern.data(), pattern.size());
-    auto port = Make();
-
-    struct Case {
-        unsigned long size;
-        std::vector<std::size_t> chunks;
-    };
-    for (const Case& c : {Case{536, {536}}, Case{537, {536, 1}}, Case{1200, {536, 536, 128}}}) {
-        m_hal.ClearCalls();
-        std::vector<unsigned char> out(c.size);
-        unsigned long size = c.size;
-        ASSERT_EQ(port->ReadPort(0x10000, out.data(), &size), GC_ERR_SUCCESS) << c.size;
-        EXPECT_EQ(size, c.size);
-        EXPECT_TRUE(std::equal(out.begin(), out.end(), pattern.begin())) << c.size;
-        const auto reads = m_hal.CallsTo("ReadMem");
-        ASSERT_EQ(reads.size(), c.chunks.size()) << c.size;
-        for (std::size_t i = 0; i < reads.size(); ++i) {
-            EXPECT_EQ(reads[i].address, 0x10000u + 536 * i);
-            EXPECT_EQ(reads[i].length, c.chunks[i]);
-        }
-    }
-}
-
 TEST_F(RemoteDevice, WritesAreChunkedAndAFailedChunkEndsTheAccess) {
     auto port = Make();
     m_hal.Fail(0x30000 + 536, GC_ERR_TIMEOUT);
@@ -135,30 +108,6 @@ TEST_F(RemoteDevice, LegacyFourByteAccessSwapsForBigEndianDevices) {
     unsigned host = 0;
     ASSERT_EQ(little->ReadPort(0x10000, &host, &size), GC_ERR_SUCCESS);
     EXPECT_EQ(host, 0x11223344u); // the register's value as a number of this host
-}
-
-TEST_F(RemoteDevice, LegacyLongWritesUseRegisterBlocksWithoutWriteMem) {
-    const unsigned char data[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    unsigned long size = 8;
-    auto noWriteMem = Make(0, RemoteDeviceGev::kEndiannessLegacy);
-    ASSERT_EQ(noWriteMem->WritePort(0x10000, data, &size), GC_ERR_SUCCESS);
-    const auto blocks = m_hal.CallsTo("WriteRegBlock");
-    ASSERT_EQ(blocks.size(), 1u);
-    EXPECT_EQ(blocks[0].length, 2u);
-    EXPECT_EQ(m_hal.Reg(0x10000), 0x01020304u); // buffer bytes went out as they stood
-    EXPECT_EQ(m_hal.Reg(0x10004), 0x05060708u);
-
-    auto withWriteMem = Make(kCapWriteMem, RemoteDeviceGev::kEndiannessLegacy);
-    size = 10;
-    ASSERT_EQ(withWriteMem->WritePort(0x20000, data, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(m_hal.CallsTo("WriteRegBlock").size(), 0u);
-    EXPECT_EQ(m_hal.CallsTo("WriteMem").size(), 1u);
-
-    // A legacy read of other than four bytes takes the memory path.
-    char out[8];
-    size = 8;
-    ASSERT_EQ(withWriteMem->ReadPort(0x10000, out, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(m_hal.CallsTo("ReadMem").size(), 1u);
 }
 
 TEST_F(RemoteDevice, RefusalsCarryTheirCodesAndTexts) {
