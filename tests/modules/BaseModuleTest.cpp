@@ -101,12 +101,9 @@ TEST_F(BaseModuleTest, DefaultsRefuseAsNotImplementedWithTheStampedCodeName) {
     unsigned long entries = 1;
     const std::vector<std::pair<std::string, int>> calls = {
         {"ReadPort", m.ReadPort(0, data, &size)},
-        {"WritePort", m.WritePort(0, data, &size)},
         {"GetPortURL", m.GetPortURL(data, &size)},
         {"RegisterEvent", m.RegisterEvent(EVENT_NEW_BUFFER, &event)},
-        {"UnregisterEvent", m.UnregisterEvent(EVENT_NEW_BUFFER)},
         {"GetNumPortURLs", m.GetNumPortURLs(&count)},
-        {"ReadPortStacked", m.ReadPortStacked(&entry, &entries)},
         {"WritePortStacked", m.WritePortStacked(&entry, &entries)},
     };
     for (const auto& [name, rc] : calls) {

@@ -18,6 +18,8 @@
 namespace kesta::test {
 
 class FakeHALGev : public GenTL::IHALGev {
+    using Str = std::string;
+
 public:
     struct Camera {
         std::string model = "Model";
@@ -177,10 +179,7 @@ public:
         ++Self()->closeDeviceCalls;
         return 0;
     }
-    int SetDeviceTimeout(void*, int ms) const override {
-        Self()->deviceTimeoutMs = ms;
-        return 0;
-    }
+    int SetDeviceTimeout(void*, int ms) const override { return Put(Self()->deviceTimeoutMs, ms); }
 
     // --- register and memory transactions ---
     int ReadReg(void*, unsigned address, unsigned& value) const override {
@@ -239,41 +238,21 @@ public:
     }
 
     // --- facts of an open camera (by handle) and of a listed one (by id) ---
-    int GetModelName(void* h, std::string& s) const override { return Of(h, &Camera::model, s); }
-    int GetModelName(void*, std::string i, std::string& s) const override {
-        return Id(i, &Camera::model, s);
-    }
-    int GetVendorName(void* h, std::string& s) const override { return Of(h, &Camera::vendor, s); }
-    int GetVendorName(void*, std::string i, std::string& s) const override {
-        return Id(i, &Camera::vendor, s);
-    }
-    int GetSerialNumber(void* h, std::string& s) const override {
-        return Of(h, &Camera::serial, s);
-    }
-    int GetSerialNumber(void*, std::string i, std::string& s) const override {
-        return Id(i, &Camera::serial, s);
-    }
-    int GetUserDefinedName(void* h, std::string& s) const override {
-        return Of(h, &Camera::userName, s);
-    }
-    int GetUserDefinedName(void*, std::string i, std::string& s) const override {
+    int GetModelName(void* h, Str& s) const override { return Of(h, &Camera::model, s); }
+    int GetModelName(void*, Str i, Str& s) const override { return Id(i, &Camera::model, s); }
+    int GetVendorName(void* h, Str& s) const override { return Of(h, &Camera::vendor, s); }
+    int GetVendorName(void*, Str i, Str& s) const override { return Id(i, &Camera::vendor, s); }
+    int GetSerialNumber(void* h, Str& s) const override { return Of(h, &Camera::serial, s); }
+    int GetSerialNumber(void*, Str i, Str& s) const override { return Id(i, &Camera::serial, s); }
+    int GetUserDefinedName(void* h, Str& s) const override { return Of(h, &Camera::userName, s); }
+    int GetUserDefinedName(void*, Str i, Str& s) const override {
         return Id(i, &Camera::userName, s);
     }
-    int GetDeviceVersion(void* h, std::string& s) const override {
-        return Of(h, &Camera::version, s);
-    }
-    int GetDeviceVersion(void*, std::string i, std::string& s) const override {
-        return Id(i, &Camera::version, s);
-    }
-    int GetDevMACAddress(void*, std::string i, long& v) const override {
-        return Id(i, &Camera::mac, v);
-    }
-    int GetDevIPAddress(void*, std::string i, long& v) const override {
-        return Id(i, &Camera::ip, v);
-    }
-    int GetDevSubnetMask(void*, std::string i, long& v) const override {
-        return Id(i, &Camera::mask, v);
-    }
+    int GetDeviceVersion(void* h, Str& s) const override { return Of(h, &Camera::version, s); }
+    int GetDeviceVersion(void*, Str i, Str& s) const override { return Id(i, &Camera::version, s); }
+    int GetDevMACAddress(void*, Str i, long& v) const override { return Id(i, &Camera::mac, v); }
+    int GetDevIPAddress(void*, Str i, long& v) const override { return Id(i, &Camera::ip, v); }
+    int GetDevSubnetMask(void*, Str i, long& v) const override { return Id(i, &Camera::mask, v); }
     int GetDevMACAddress(void* h, long& v) const override { return Of(h, &Camera::mac, v); }
     int GetDevSubnetMask(void* h, long& v) const override { return Of(h, &Camera::mask, v); }
     int GetDevIPAddress(void* h, long& v) const override { return Of(h, &Camera::ip, v); }
@@ -283,19 +262,15 @@ public:
         return Of(h, &Camera::persistentIp, v);
     }
     int GetDevIpConfigLLA(void* h, bool& v) const override { return Of(h, &Camera::lla, v); }
-    int GetDevDefaultGateway(void*, std::string i, long& v) const override {
+    int GetDevDefaultGateway(void*, Str i, long& v) const override {
         return Id(i, &Camera::gateway, v);
     }
-    int GetDevIpConfigDHCP(void*, std::string i, bool& v) const override {
-        return Id(i, &Camera::dhcp, v);
-    }
-    int GetDevIpConfigPersistentIp(void*, std::string i, bool& v) const override {
+    int GetDevIpConfigDHCP(void*, Str i, bool& v) const override { return Id(i, &Camera::dhcp, v); }
+    int GetDevIpConfigPersistentIp(void*, Str i, bool& v) const override {
         return Id(i, &Camera::persistentIp, v);
     }
-    int GetDevIpConfigLLA(void*, std::string i, bool& v) const override {
-        return Id(i, &Camera::lla, v);
-    }
-    int GetTimestampTickFrequency(void*, std::string i, unsigned long& f) const override {
+    int GetDevIpConfigLLA(void*, Str i, bool& v) const override { return Id(i, &Camera::lla, v); }
+    int GetTimestampTickFrequency(void*, Str i, unsigned long& f) const override {
         return Id(i, &Camera::tickFrequency, f);
     }
 
@@ -310,14 +285,8 @@ public:
     int GetMACAddress(void*, long& v) const override { return AdapterFact(adapterMac, v); }
     int GetIPAddress(void*, long& v) const override { return AdapterFact(adapterIp, v); }
     int GetSubnetMask(void*, long& v) const override { return AdapterFact(adapterMask, v); }
-    int GetPort(void*, unsigned short& port) const override {
-        port = 50000;
-        return 0;
-    }
-    int GetDevPort(void*, unsigned short& port) const override {
-        port = 3956;
-        return 0;
-    }
+    int GetPort(void*, unsigned short& port) const override { return Put(port, 50000); }
+    int GetDevPort(void*, unsigned short& port) const override { return Put(port, 3956); }
 
     int ForceIP(void*, unsigned short macHigh, unsigned macLow, unsigned ip, unsigned subnet,
                 unsigned gateway) const override {
@@ -331,21 +300,12 @@ public:
         return 0;
     }
     int SetGvcpRetries(unsigned long) override { return 0; }
-    int GetGvcpRetries(unsigned long& retries) const override {
-        retries = 3;
-        return 0;
-    }
+    int GetGvcpRetries(unsigned long& retries) const override { return Put(retries, 3); }
     int IsConnected(void*, std::string, bool&) const override {
         return ReportError(GC_ERR_NOT_AVAILABLE, "fake IsConnected by id");
     }
-    int IsConnected(void*, bool& on) const override {
-        on = connected;
-        return 0;
-    }
-    int SetConnected(void*, bool on) const override {
-        Self()->connected = on;
-        return 0;
-    }
+    int IsConnected(void*, bool& on) const override { return Put(on, connected); }
+    int SetConnected(void*, bool on) const override { return Put(Self()->connected, on); }
     int CloseSocket(void*) const override { return 0; }
     int SendActionCommand(void*, unsigned, unsigned, unsigned, unsigned long) const override {
         return 0;
@@ -357,6 +317,10 @@ public:
 
 private:
     FakeHALGev* Self() const { return const_cast<FakeHALGev*>(this); }
+    template <typename T, typename V> static int Put(T& out, V value) {
+        out = static_cast<T>(value);
+        return 0;
+    }
 
     template <typename T> int Id(const std::string& id, T Camera::*field, T& value) const {
         const auto it = cameras.find(id);
