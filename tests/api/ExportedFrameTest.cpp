@@ -114,11 +114,7 @@ TEST_F(Lifecycle, StubsAnswerNotImplementedWithoutAnyFrame) {
     EXPECT_EQ(Lib().DSGetNumBufferParts(nullptr, nullptr, &parts), GC_ERR_NOT_IMPLEMENTED);
     const auto records = Lib().TakeLastError().Records();
     ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].code, GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_TRUE(std::regex_match(
-        records[0].message,
-        std::regex("DSGetNumBufferParts\\(\\):[0-9]+: GenTL::GC_ERR_NOT_IMPLEMENTED\\(-1003\\)")))
-        << records[0].message;
+    EXPECT_EQ(records[0].message.rfind("DSGetNumBufferParts():", 0), 0u) << records[0].message;
 }
 
 TEST_F(Lifecycle, InitIsRefusedTwiceAndCloseTwice) {
@@ -160,27 +156,17 @@ using HandleRefusal = CtiTest;
 
 TEST_F(HandleRefusal, NullHandleGivesTwoRecordsInEveryFamily) {
     ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-    size_t size = 4;
-    char buffer[4] = {};
     for (const FamilyCall& f : EveryFamily(Lib(), nullptr)) {
         EXPECT_EQ(f.call(), GC_ERR_INVALID_HANDLE) << f.name;
-        EXPECT_EQ(Lib().TakeLastError().Records().size(), 2u) << f.name;
+        const auto records = Lib().TakeLastError().Records();
+        ASSERT_EQ(records.size(), 2u) << f.name;
+        EXPECT_EQ(records[0].name, "GenTL::GC_ERR_INVALID_HANDLE(-1006)") << f.name;
+        EXPECT_EQ(records[1].message, "failed to cast handle to a GenTLHandle*") << f.name;
     }
-    // One function in detail: the frame's stamped line over the handle test.
-    EXPECT_EQ(Lib().GCReadPort(nullptr, 0, buffer, &size), GC_ERR_INVALID_HANDLE);
-    const LastError e = Lib().TakeLastError();
-    EXPECT_EQ(e.code, GC_ERR_INVALID_HANDLE);
-    const auto records = e.Records();
-    ASSERT_EQ(records.size(), 2u) << e.text;
-    EXPECT_EQ(records[0].name, "GenTL::GC_ERR_INVALID_HANDLE(-1006)");
-    EXPECT_TRUE(std::regex_match(
-        records[0].message,
-        std::regex("GCReadPort\\(\\):[0-9]+: GenTL::GC_ERR_INVALID_HANDLE\\(-1006\\)")));
-    EXPECT_EQ(records[1].message, "failed to cast handle to a GenTLHandle*");
-
     // The stream is tested before the buffer.
     ForeignBlock foreign;
     int32_t type = 0;
+    size_t size = 0;
     EXPECT_EQ(Lib().DSGetBufferInfo(nullptr, &foreign, BUFFER_INFO_SIZE, &type, nullptr, &size),
               GC_ERR_INVALID_HANDLE);
     EXPECT_EQ(Lib().TakeLastError().Records().at(1).message,
@@ -323,13 +309,6 @@ TEST_F(LibraryInfo, CommandsAnswerWithTheirTypeAndSize) {
         ASSERT_EQ(Lib().GCGetInfo(cmd, &type, text.data(), &size), GC_ERR_SUCCESS) << cmd;
         EXPECT_EQ(std::string(text.data()), expected) << cmd;
     }
-
-    int32_t type = -1;
-    uint32_t minor = 0;
-    size_t size = sizeof(minor);
-    ASSERT_EQ(Lib().GCGetInfo(TL_INFO_GENTL_VER_MINOR, &type, &minor, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(type, INFO_DATATYPE_UINT32);
-    EXPECT_EQ(size, 4u);
 }
 
 TEST_F(LibraryInfo, RefusalsCarryTheirTexts) {

@@ -231,22 +231,6 @@ TEST_F(LoggerTest, AnyConfigurationFaultLeavesTheLayerOffWithoutThrowing) {
     }
 }
 
-TEST_F(LoggerTest, LayersAreOnOrOffSeparately) {
-    // "gentl" as a string turns the GenTL layer off, the HAL layer stays on.
-    dir.WriteConfig(R"({"ports": {"hal_out": 1, "gentl_out": 2, "tarva_in": 3, "qv_in": 4},
-                        "levels": {"hal": 600, "gentl": "400"}})");
-    GLogger g;
-    HLogger h;
-    EXPECT_FALSE(GLogger::IsOn());
-    EXPECT_TRUE(HLogger::IsOn());
-    GLogger::Fatal("lost");
-    HLogger::Verbose("seen");
-    ASSERT_EQ(2, lib.Made());
-    EXPECT_TRUE(lib.At(0).kept.empty());
-    ASSERT_EQ(1u, lib.At(1).kept.size());
-    EXPECT_EQ("seen", lib.At(1).kept[0].at("message"));
-}
-
 TEST_F(LoggerTest, ConcurrentLoggingFromManyThreads) {
     dir.WriteConfig(kGoodConfig);
     HLogger h;

@@ -130,21 +130,6 @@ TEST_F(SystemTest, UpdateInterfaceListTellsChangesOfTheSetNotOfTheOrder) {
     EXPECT_EQ(system->Close(), 0);
 }
 
-TEST_F(SystemTest, InfoRefusalsAndThePortUrlWithTwoZeroBytes) {
-    int type = 0;
-    char small[2];
-    unsigned long size = sizeof(small);
-    EXPECT_EQ(system->GetInfo(11, &type, small, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(CachedError::Take().Text().rfind("iInfoCmd must be one of :\nGenTL::TL_INFO_ID, ", 0),
-              0u);
-    EXPECT_EQ(system->GetInfo(TL_INFO_ID, &type, small, &size), GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(CachedError::Take().count, 2u);
-    const std::string url = "local:SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml;"
-                            "F0F00000;AF9F?SchemaVersion=1.0.0";
-    ASSERT_EQ(system->GetPortURL(nullptr, &size), 0);
-    EXPECT_EQ(size, url.size() + 2);
-}
-
 TEST_F(SystemTest, InterfaceInfoByIdNeedsNoOpenInterfaceButTheAddressesDo) {
     ASSERT_EQ(system->Open(), 0);
     EXPECT_EQ(InterfaceInfo("00aabbccddee:1", INTERFACE_INFO_ID), "00aabbccddee:1");
