@@ -59,14 +59,6 @@ inline std::uint32_t ParseIp(const std::string& text) {
     return ntohl(address.s_addr);
 }
 
-inline std::string IpText(std::uint32_t hostOrder) {
-    in_addr address{};
-    address.s_addr = htonl(hostOrder);
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &address, text, sizeof text);
-    return text;
-}
-
 inline std::uint64_t ParseMac(const std::string& text) {
     std::uint64_t mac = 0;
     for (std::size_t i = 0; i + 1 < text.size() + 1; i += 3) {
@@ -96,21 +88,70 @@ struct Captured {
 };
 
 /**
+ * A thread that makes a socket inside a namespace of the test bed and serves
+ * it until destroyed; the constructor returns once the socket exists (or
+ * failed: see Ok()).
+ */
+class NamespaceWorker {
+public:
+    virtual ~NamespaceWorker() = default;
+    bool Ok() const { return m_ok; }
+
+protected:
+    using MakeSocket = std::function<int()>;
+    /// `serve` is given each readable moment of the socket.
+    void Begin(const std::string& netns, MakeSocket make, std::function<void(int)> serve) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_thread = std::thread([this, netns, make, serve] {
+            const int fd = EnterNamespace(netns) ? make() : -1;
+            {
+                std::lock_guard<std::mutex> started(m_mutex);
+                m_ok = fd >= 0;
+                m_started = true;
+            }
+            m_ready.notify_all();
+            while (fd >= 0 && !m_stop) {
+                pollfd wait{fd, POLLIN, 0};
+                if (::poll(&wait, 1, 20) > 0) {
+                    serve(fd);
+                }
+            }
+            if (fd >= 0) {
+                ::close(fd);
+            }
+        });
+        m_ready.wait(lock, [this] { return m_started; });
+    }
+    /// Derived classes call this first in their destructor.
+    void End() {
+        m_stop = true;
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+
+    std::mutex m_mutex;
+
+private:
+    std::condition_variable m_ready;
+    bool m_started = false;
+    bool m_ok = false;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+/**
  * Captures the UDP datagrams to a port as the interfaces of a namespace
  * receive them, headers stripped, bounds checked.
  */
-class Sniffer {
+class Sniffer : public NamespaceWorker {
 public:
     Sniffer(const std::string& netns, std::uint16_t port) : m_port(port) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_thread = std::thread([this, netns] { Run(netns); });
-        m_ready.wait(lock, [this] { return m_started; });
+        Begin(
+            netns, [] { return ::socket(AF_PACKET, SOCK_DGRAM, htons(ETH_P_IP)); },
+            [this](int fd) { Read(fd); });
     }
-    ~Sniffer() {
-        m_stop = true;
-        m_thread.join();
-    }
-    bool Ok() const { return m_ok; }
+    ~Sniffer() override { End(); }
     std::vector<Captured> Packets() {
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_packets;
@@ -125,58 +166,39 @@ public:
     }
 
 private:
-    void Run(const std::string& netns) {
-        int fd = -1;
-        if (EnterNamespace(netns)) {
-            fd = ::socket(AF_PACKET, SOCK_DGRAM, htons(ETH_P_IP));
+    void Read(int fd) {
+        std::uint8_t frame[9000];
+        sockaddr_ll from{};
+        socklen_t length = sizeof from;
+        const ssize_t n =
+            ::recvfrom(fd, frame, sizeof frame, 0, reinterpret_cast<sockaddr*>(&from), &length);
+        if (n < static_cast<ssize_t>(sizeof(iphdr)) || from.sll_pkttype == PACKET_OUTGOING) {
+            return;
         }
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_ok = fd >= 0;
-            m_started = true;
+        iphdr ip{};
+        std::memcpy(&ip, frame, sizeof ip);
+        const std::size_t ipLength = ip.ihl * 4u;
+        if (ip.protocol != IPPROTO_UDP || ipLength < sizeof ip ||
+            static_cast<std::size_t>(n) < ipLength + sizeof(udphdr)) {
+            return;
         }
-        m_ready.notify_all();
-        while (fd >= 0 && !m_stop) {
-            pollfd wait{fd, POLLIN, 0};
-            if (::poll(&wait, 1, 20) <= 0) {
-                continue;
-            }
-            std::uint8_t frame[9000];
-            sockaddr_ll from{};
-            socklen_t length = sizeof from;
-            const ssize_t n =
-                ::recvfrom(fd, frame, sizeof frame, 0, reinterpret_cast<sockaddr*>(&from), &length);
-            if (n < static_cast<ssize_t>(sizeof(iphdr)) || from.sll_pkttype == PACKET_OUTGOING) {
-                continue;
-            }
-            iphdr ip{};
-            std::memcpy(&ip, frame, sizeof ip);
-            const std::size_t ipLength = ip.ihl * 4u;
-            if (ip.protocol != IPPROTO_UDP || ipLength < sizeof ip ||
-                static_cast<std::size_t>(n) < ipLength + sizeof(udphdr)) {
-                continue;
-            }
-            udphdr udp{};
-            std::memcpy(&udp, frame + ipLength, sizeof udp);
-            if (ntohs(udp.dest) != m_port) {
-                continue;
-            }
-            const std::size_t udpLength =
-                std::min<std::size_t>(ntohs(udp.len), static_cast<std::size_t>(n) - ipLength);
-            Captured packet;
-            packet.at = ArrivalTime(fd);
-            packet.sourceIp = ntohl(ip.saddr);
-            packet.destinationIp = ntohl(ip.daddr);
-            packet.sourcePort = ntohs(udp.source);
-            if (udpLength > sizeof udp) {
-                packet.payload.assign(frame + ipLength + sizeof udp, frame + ipLength + udpLength);
-            }
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_packets.push_back(std::move(packet));
+        udphdr udp{};
+        std::memcpy(&udp, frame + ipLength, sizeof udp);
+        if (ntohs(udp.dest) != m_port) {
+            return;
         }
-        if (fd >= 0) {
-            ::close(fd);
+        const std::size_t udpLength =
+            std::min<std::size_t>(ntohs(udp.len), static_cast<std::size_t>(n) - ipLength);
+        Captured packet;
+        packet.at = ArrivalTime(fd);
+        packet.sourceIp = ntohl(ip.saddr);
+        packet.destinationIp = ntohl(ip.daddr);
+        packet.sourcePort = ntohs(udp.source);
+        if (udpLength > sizeof udp) {
+            packet.payload.assign(frame + ipLength + sizeof udp, frame + ipLength + udpLength);
         }
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_packets.push_back(std::move(packet));
     }
 
     /// The kernel's arrival stamp of the datagram just read, on the steady
@@ -194,92 +216,49 @@ private:
     }
 
     std::uint16_t m_port;
-    std::mutex m_mutex;
-    std::condition_variable m_ready;
-    bool m_started = false;
-    bool m_ok = false;
-    std::atomic<bool> m_stop{false};
     std::vector<Captured> m_packets;
-    std::thread m_thread;
 };
 
 /// A GVCP peer on port 3956 of a namespace that answers each datagram as its
 /// script says (broadcasts included).
-class NetnsPeer {
+class NetnsPeer : public NamespaceWorker {
 public:
     using Script = std::function<std::vector<Bytes>(const Bytes& request)>;
 
     NetnsPeer(const std::string& netns, Script script) : m_script(std::move(script)) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_thread = std::thread([this, netns] { Run(netns); });
-        m_ready.wait(lock, [this] { return m_started; });
+        Begin(netns, &NetnsPeer::MakeSocket, [this](int fd) { Answer(fd); });
     }
-    ~NetnsPeer() {
-        m_stop = true;
-        m_thread.join();
-    }
-    bool Ok() const { return m_ok; }
-    int Count() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_count;
-    }
+    ~NetnsPeer() override { End(); }
 
 private:
-    void Run(const std::string& netns) {
-        int fd = -1;
-        if (EnterNamespace(netns)) {
-            fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-            const int on = 1;
-            ::setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-            sockaddr_in address{};
-            address.sin_family = AF_INET;
-            address.sin_port = htons(3956);
-            if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-                ::close(fd);
-                fd = -1;
-            }
-        }
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_ok = fd >= 0;
-            m_started = true;
-        }
-        m_ready.notify_all();
-        while (fd >= 0 && !m_stop) {
-            pollfd wait{fd, POLLIN, 0};
-            if (::poll(&wait, 1, 20) <= 0) {
-                continue;
-            }
-            std::uint8_t buffer[1500];
-            sockaddr_in from{};
-            socklen_t length = sizeof from;
-            const ssize_t n = ::recvfrom(fd, buffer, sizeof buffer, 0,
-                                         reinterpret_cast<sockaddr*>(&from), &length);
-            if (n < 0) {
-                continue;
-            }
-            {
-                std::lock_guard<std::mutex> lock(m_mutex);
-                ++m_count;
-            }
-            for (const Bytes& reply : m_script(Bytes(buffer, buffer + n))) {
-                ::sendto(fd, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&from),
-                         length);
-            }
-        }
-        if (fd >= 0) {
+    static int MakeSocket() {
+        const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+        const int on = 1;
+        ::setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(3956);
+        if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
             ::close(fd);
+            return -1;
+        }
+        return fd;
+    }
+    void Answer(int fd) {
+        std::uint8_t buffer[1500];
+        sockaddr_in from{};
+        socklen_t length = sizeof from;
+        const ssize_t n =
+            ::recvfrom(fd, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
+        if (n < 0) {
+            return;
+        }
+        for (const Bytes& reply : m_script(Bytes(buffer, buffer + n))) {
+            ::sendto(fd, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&from), length);
         }
     }
 
     Script m_script;
-    std::mutex m_mutex;
-    std::condition_variable m_ready;
-    bool m_started = false;
-    bool m_ok = false;
-    int m_count = 0;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
 };
 
 } // namespace kesta_netns
