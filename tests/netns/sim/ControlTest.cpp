@@ -1,5 +1,4 @@
-// The control channel: heartbeat expiry, action commands and the pending
-// acknowledge setting.
+// The control channel: heartbeat expiry and action commands.
 #include "SimFixture.h"
 
 #include <chrono>
@@ -70,12 +69,6 @@ TEST_F(Control, ActionCommandsSelectByKeys) {
     EXPECT_FALSE(action(0xCAFE, 8, 0x01).received);
     EXPECT_FALSE(action(0xCAFE, 7, 0x10).received);
     EXPECT_EQ(client->reg(addr::kActionCount), 1u);
-}
-
-TEST_F(Control, PendingAckEnableIsStored) {
-    ASSERT_EQ(client->claim(2), 0);
-    ASSERT_EQ(client->writeReg(addr::kGvcpConfig, 2), 0);
-    EXPECT_EQ(client->reg(addr::kGvcpConfig), 2u);
 }
 
 } // namespace

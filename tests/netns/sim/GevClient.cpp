@@ -1,5 +1,7 @@
 #include "GevClient.h"
 
+#include "../hal/NetnsSupport.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -11,65 +13,28 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 namespace gevtest {
 
-uint32_t parseIp(const std::string& text) {
-    in_addr a{};
-    if (inet_pton(AF_INET, text.c_str(), &a) != 1)
-        return 0;
-    return ntohl(a.s_addr);
-}
-
-std::string ipText(uint32_t ip) {
-    in_addr a{};
-    a.s_addr = htonl(ip);
-    char buf[INET_ADDRSTRLEN] = {0};
-    inet_ntop(AF_INET, &a, buf, sizeof buf);
-    return buf;
-}
-
-uint64_t parseMac(const std::string& text) {
-    uint64_t mac = 0;
-    std::stringstream in(text);
-    std::string part;
-    while (std::getline(in, part, ':'))
-        mac = mac << 8 | std::strtoul(part.c_str(), nullptr, 16);
-    return mac;
-}
-
 TestBed TestBed::fromEnvironment() {
+    using namespace kesta_netns;
     TestBed bed;
-    const char* host = std::getenv("KESTA_NETNS_HOST_IP");
-    const char* ips = std::getenv("KESTA_CAMERA_IPS");
-    if (!host || !ips)
+    if (Env("KESTA_NETNS_HOST_IP").empty() || Env("KESTA_CAMERA_IPS").empty())
         return bed;
     bed.present = true;
-    bed.hostIp = parseIp(host);
-    if (const char* b = std::getenv("KESTA_NETNS_BROADCAST"))
-        bed.broadcast = parseIp(b);
-    auto split = [](const char* s) {
-        std::vector<std::string> out;
-        std::stringstream in(s ? s : "");
-        std::string w;
-        while (in >> w)
-            out.push_back(w);
-        return out;
-    };
-    for (const auto& ip : split(ips))
-        bed.cameraIps.push_back(parseIp(ip));
-    bed.cameraMacs = split(std::getenv("KESTA_CAMERA_MACS"));
-    bed.serials = split(std::getenv("KESTA_CAMERA_SERIALS"));
-    if (const char* ns = std::getenv("KESTA_NETNS_HOST2"))
-        bed.host2Namespace = ns;
-    if (const char* ip = std::getenv("KESTA_NETNS_HOST2_IP"))
-        bed.host2Ip = parseIp(ip);
-    if (const char* mtu = std::getenv("KESTA_NETNS_MTU"))
-        bed.mtu = std::atoi(mtu);
+    bed.hostIp = ParseIp(Env("KESTA_NETNS_HOST_IP"));
+    bed.broadcast = ParseIp(Env("KESTA_NETNS_BROADCAST"));
+    for (const auto& ip : EnvList("KESTA_CAMERA_IPS"))
+        bed.cameraIps.push_back(ParseIp(ip));
+    bed.cameraMacs = EnvList("KESTA_CAMERA_MACS");
+    bed.serials = EnvList("KESTA_CAMERA_SERIALS");
+    bed.host2Namespace = Env("KESTA_NETNS_HOST2");
+    bed.host2Ip = ParseIp(Env("KESTA_NETNS_HOST2_IP"));
+    if (!Env("KESTA_NETNS_MTU").empty())
+        bed.mtu = std::atoi(Env("KESTA_NETNS_MTU").c_str());
     return bed;
 }
 
@@ -178,13 +143,6 @@ bool Socket::receive(std::vector<uint8_t>& data, int timeoutMs, uint32_t* fromIp
     return true;
 }
 
-bool Socket::joinGroup(uint32_t group, uint32_t interfaceIp) const {
-    ip_mreq m{};
-    m.imr_multiaddr.s_addr = htonl(group);
-    m.imr_interface.s_addr = htonl(interfaceIp);
-    return setsockopt(m_fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &m, sizeof m) == 0;
-}
-
 // ---- GvcpClient
 
 GvcpClient::GvcpClient(uint32_t cameraIp, uint32_t bindIp, const std::string& netns)
@@ -225,16 +183,11 @@ Ack GvcpClient::transact(uint16_t command, const std::vector<uint8_t>& payload, 
                          uint8_t flags) {
     const uint16_t id = nextId();
     sendCommand(command, payload, flags, id, static_cast<uint16_t>(payload.size()));
-    std::vector<Ack> pending;
     for (;;) {
         Ack ack = receiveAck(timeoutMs);
-        if (ack.received && ack.code == 0x0089 && ack.id == id && ack.data.size() >= 4) {
-            pending.push_back(ack);
-            timeoutMs = be16(&ack.data[2]);
-            continue;
-        }
-        ack.pending = pending;
-        return ack;
+        if (!(ack.received && ack.code == 0x0089 && ack.id == id && ack.data.size() >= 4))
+            return ack;
+        timeoutMs = be16(&ack.data[2]); // pending: wait as long as it says
     }
 }
 
@@ -383,14 +336,11 @@ std::vector<uint8_t> Block::bytes() const {
     return out;
 }
 
-GvspReceiver::GvspReceiver(uint32_t bindIp, const std::string& netns)
-    : m_socket(bindIp, 0, netns) {}
+GvspReceiver::GvspReceiver(uint32_t bindIp) : m_socket(bindIp) {}
 
 void GvspReceiver::file(const GvspPacket& p, std::map<uint64_t, Block>& blocks) {
     Block& b = blocks[p.blockId];
     b.id = p.blockId;
-    if (p.status == 0x0100)
-        ++b.resent;
     if (p.format == 1 && p.data.size() >= 36) {
         if (b.leader)
             ++b.duplicates;

@@ -24,10 +24,6 @@ struct TestBed {
     static TestBed fromEnvironment();
 };
 
-uint32_t parseIp(const std::string& text);
-std::string ipText(uint32_t ip);
-uint64_t parseMac(const std::string& text);
-
 uint16_t be16(const uint8_t* p);
 uint32_t be32(const uint8_t* p);
 uint64_t be64(const uint8_t* p);
@@ -48,7 +44,6 @@ public:
     // Returns false on time-out.
     bool receive(std::vector<uint8_t>& data, int timeoutMs, uint32_t* fromIp = nullptr,
                  uint16_t* fromPort = nullptr) const;
-    bool joinGroup(uint32_t group, uint32_t interfaceIp) const;
 
 private:
     int m_fd = -1;
@@ -61,7 +56,6 @@ struct Ack {
     uint16_t length = 0;
     uint16_t id = 0;
     std::vector<uint8_t> data; // behind the 8-byte header
-    std::vector<Ack> pending;  // pending acks seen before this one
 };
 
 class GvcpClient {
@@ -129,7 +123,6 @@ struct Block {
     uint32_t trailerPacketId = 0;
     std::map<uint32_t, std::vector<uint8_t>> payload; // by packet id
     uint32_t duplicates = 0;
-    uint32_t resent = 0;
 
     size_t dataPerPacket() const; // size of packet 1
     bool complete() const;
@@ -138,7 +131,7 @@ struct Block {
 
 class GvspReceiver {
 public:
-    explicit GvspReceiver(uint32_t bindIp, const std::string& netns = "");
+    explicit GvspReceiver(uint32_t bindIp);
     uint16_t port() const { return m_socket.port(); }
     Socket& socket() { return m_socket; }
     // Reads packets for up to timeoutMs and files them into blocks; stops
