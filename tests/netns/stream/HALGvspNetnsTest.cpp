@@ -11,7 +11,6 @@
 #include <future>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "GenTL_KESTA.h"
@@ -29,10 +28,6 @@ using namespace kesta_netns;
 
 constexpr unsigned sk_addrCcp = 0x0A00;
 constexpr unsigned kCcpControl = 2;
-// The simulated camera's acquisition registers.
-constexpr unsigned kAcquisitionMode = 0x10010;
-constexpr unsigned kAcquisitionStart = 0x10014;
-constexpr unsigned kAcquisitionStop = 0x10018;
 constexpr long kDiscoveryMs = 300;
 constexpr std::uint32_t kGroup = 0xEF0A0A0A; // 239.10.10.10
 
@@ -105,22 +100,6 @@ public:
     }
     bool StreamOpen() const { return gvsp->Stream().m_pSocket->Descriptor() >= 0; }
 
-    /// Reads datagrams until a GVSP packet of the camera's stream arrives
-    /// or timeoutMs pass; the packet's size, or 0.
-    int ReceiveOne(int timeoutMs) {
-        std::vector<char> packet(9000);
-        const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
-        while (Clock::now() < end) {
-            int received = 0;
-            if (gvsp->GetNextPacket(packet.data(), static_cast<int>(packet.size()), received, 50) ==
-                    GC_ERR_SUCCESS &&
-                received >= 8) {
-                return received;
-            }
-        }
-        return 0;
-    }
-
     std::unique_ptr<HALGvspUDP> gvsp{new HALGvspUDP()};
 
 private:
@@ -159,27 +138,18 @@ protected:
 
 using Unicast = StreamBed;
 
-TEST_F(Unicast, StartPointsTheChannelAtTheSocketAndStopClearsIt) {
+// Where SCDA and SCP point after Start and Stop is checked through the
+// exported functions (netns/datastream), the images by the grab tests.
+TEST_F(Unicast, StartTakesTheCamerasFactsAndStopClosesTheSocket) {
     StreamStartParams params = ControllerParams(false);
     ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
-    EXPECT_EQ(m_hostIp, m_app->Reg(sk_addrScda));
-    EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
     EXPECT_NE(0u, m_app->StreamPort());
     EXPECT_EQ(1500u, params.packetSize) << "the camera's own size, tested";
     EXPECT_EQ(40u, params.interPacketExpiry) << "the camera has no packet delay";
     EXPECT_EQ(80u, params.bufferExpiry);
     EXPECT_EQ(2u, params.resendRetries);
-
-    // The stream arrives where SCDA and SCP point.
-    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionMode, 0));
-    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionStart, 1));
-    EXPECT_GT(m_app->ReceiveOne(3000), 0);
-    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionStop, 1));
-
     EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
-    EXPECT_EQ(0u, m_app->Reg(sk_addrScp));
     EXPECT_FALSE(m_app->StreamOpen());
-
     // The layer starts again on the same socket object.
     ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
     EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
@@ -257,18 +227,16 @@ TEST_F(Jumbo, AutomaticNegotiationTakesTheLargestSize) {
 
 using LimitedCamera = StreamBed;
 
-TEST_F(LimitedCamera, StreamsWithoutFirewallDatagram) {
+TEST_F(LimitedCamera, StreamsWithoutFirewallDatagramOrExtendedIds) {
     const GvspCapabilities caps{m_app->Reg(sk_addrGvspCaps)};
     ASSERT_FALSE(caps.HasSourcePort());
+    ASSERT_FALSE(caps.CanExtendedId());
     StreamStartParams params = ControllerParams(true);
     ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
     EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
     EXPECT_EQ(1500u, params.packetSize);
     EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
-}
 
-TEST_F(LimitedCamera, ExtendedIdsAreNotConfigured) {
-    ASSERT_FALSE(GvspCapabilities{m_app->Reg(sk_addrGvspCaps)}.CanExtendedId());
     bool extendedId = false;
     ASSERT_EQ(GC_ERR_SUCCESS,
               m_app->gvsp->ConfigureExtendedId(m_app->Hal(), m_app->Device(), false, extendedId));
@@ -282,7 +250,9 @@ TEST_F(LimitedCamera, ExtendedIdsAreNotConfigured) {
 
 using Multicast = StreamBed;
 
-TEST_F(Multicast, ControllerAndListenerBothReceiveTheGroupsStream) {
+// The images reach both applications in the grab tests (netns/grab); here
+// what each one's Start and Stop leave in the camera.
+TEST_F(Multicast, ListenerBindsAtTheGroupsPortAndItsStopWritesNothing) {
     const std::string host2 = Env("KESTA_NETNS_HOST2");
     ASSERT_FALSE(host2.empty()) << "needs --second-host";
 
@@ -295,54 +265,36 @@ TEST_F(Multicast, ControllerAndListenerBothReceiveTheGroupsStream) {
     EXPECT_TRUE(m_app->gvsp->Stream().m_pSocket->IsMulticast());
 
     // The listener: its own application in the second host, without control.
-    std::promise<void> listening;
-    std::promise<void> acquiring;
-    std::shared_future<void> acquiringNow = acquiring.get_future().share();
     struct Outcome {
         bool opened = false;
         int start = -1;
         std::uint16_t port = 0;
         unsigned packetSize = 0;
-        int received = 0;
         int stop = -1;
     };
-    std::future<Outcome> listener = std::async(std::launch::async, [&] {
-        Outcome out;
-        if (EnterNamespace(host2)) {
-            Application app(ParseIp(Env("KESTA_NETNS_HOST2_IP")), false);
-            out.opened = app.Ok();
-            if (out.opened) {
-                StreamStartParams viewer;
-                viewer.multicastEnable = true;
-                viewer.accessMode = DEVICE_ACCESS_READONLY;
-                viewer.autoNegotiatePacketSize = true;
-                out.start = app.Start(viewer);
-                out.port = app.StreamPort();
-                out.packetSize = viewer.packetSize;
-                listening.set_value();
-                acquiringNow.wait();
-                out.received = app.ReceiveOne(3000);
-                out.stop = app.Stop(viewer);
-                return out;
-            }
-        }
-        listening.set_value();
-        return out;
-    });
-    listening.get_future().wait();
-
-    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionMode, 0));
-    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionStart, 1));
-    acquiring.set_value();
-    EXPECT_GT(m_app->ReceiveOne(3000), 0) << "the controller receives the group";
-    const Outcome out = listener.get();
-    m_app->Hal()->WriteReg(m_app->Device(), kAcquisitionStop, 1);
-
+    const Outcome out = std::async(std::launch::async, [&] {
+                            Outcome o;
+                            if (!EnterNamespace(host2)) {
+                                return o;
+                            }
+                            Application app(ParseIp(Env("KESTA_NETNS_HOST2_IP")), false);
+                            o.opened = app.Ok();
+                            if (o.opened) {
+                                StreamStartParams viewer;
+                                viewer.multicastEnable = true;
+                                viewer.accessMode = DEVICE_ACCESS_READONLY;
+                                viewer.autoNegotiatePacketSize = true;
+                                o.start = app.Start(viewer);
+                                o.port = app.StreamPort();
+                                o.packetSize = viewer.packetSize;
+                                o.stop = app.Stop(viewer);
+                            }
+                            return o;
+                        }).get();
     ASSERT_TRUE(out.opened) << "the second host found and opened the camera";
     EXPECT_EQ(GC_ERR_SUCCESS, out.start);
     EXPECT_EQ(port, out.port) << "the listener binds at the camera's SCP";
     EXPECT_EQ(1500u, out.packetSize) << "the size the controller negotiated";
-    EXPECT_GT(out.received, 0) << "the listener receives the group";
     EXPECT_EQ(GC_ERR_SUCCESS, out.stop);
     EXPECT_EQ(port, m_app->Reg(sk_addrScp)) << "a listener's Stop writes nothing";
 
