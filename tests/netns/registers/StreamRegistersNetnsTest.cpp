@@ -1,13 +1,11 @@
 // The stream's GenApi view as a consumer's GenApi engine uses it, through
 // the exported functions of the loaded producer, on stream 0 of a simulated
-// camera: the URL and the XML read from the port, every register of the XML
-// at its address and width, the settings that the grab loops take, the
-// frame generator, the refusals while the stream runs, and the addresses
-// the space does not serve.
+// camera: the URL and the XML read from the port, the settings that the grab
+// loops take, the frame generator, the refusals while the stream runs, and
+// addresses the space does not serve. Register widths and the full refusal
+// tables are the unit tests' part (tests/registers).
 #include <cstdint>
 #include <cstring>
-#include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -19,7 +17,6 @@
 namespace {
 
 constexpr uint64_t kXmlAddress = 0xF0F00000;
-constexpr uint64_t kStreamId = 0x0100;
 constexpr uint64_t kMode = 0x0400;
 constexpr uint64_t kIsGrabbing = 0x1200;
 constexpr uint64_t kMulticast = 0x2400;
@@ -30,10 +27,7 @@ constexpr uint64_t kPreset = 0x2510;
 /// A register node of the XML.
 struct Node {
     std::string name;
-    std::string kind;
     uint64_t address;
-    size_t length;
-    std::string access;
 };
 
 class StreamRegisters : public kesta_device::CameraTest {
@@ -85,10 +79,8 @@ protected:
         for (pugi::xml_node node : m_root.children()) {
             if (node.child("Address")) {
                 m_nodes.push_back(
-                    {node.attribute("Name").as_string(), node.name(),
-                     std::stoull(node.child("Address").text().as_string(), nullptr, 0),
-                     std::stoull(node.child("Length").text().as_string(), nullptr, 0),
-                     node.child("AccessMode").text().as_string()});
+                    {node.attribute("Name").as_string(),
+                     std::stoull(node.child("Address").text().as_string(), nullptr, 0)});
             }
         }
     }
@@ -163,48 +155,6 @@ TEST_F(StreamRegisters, UrlLeadsToTheXmlOnThePort) {
     EXPECT_TRUE(std::equal(m_xml.begin(), m_xml.end(), more.begin()));
 }
 
-TEST_F(StreamRegisters, EveryRegisterReadsWithItsWidth) {
-    ASSERT_NO_FATAL_FAILURE(LoadXml());
-    // What the stream writes back: the flags one byte, the 32-bit settings
-    // four, the id its text; all else eight.
-    std::set<std::string> flags;
-    for (pugi::xml_node b : m_root.children("Boolean")) {
-        flags.insert(b.child("pValue").text().as_string());
-    }
-    const std::set<std::string> words = {"StreamMaxNumResendRequestsPerImage_Reg",
-                                         "StreamFrameGeneratorAccumTime_Reg",
-                                         "StreamFrameGeneratorAccumTimePreset_Reg"};
-    ASSERT_EQ(m_nodes.size(), 33u);
-    for (const Node& n : m_nodes) {
-        std::vector<unsigned char> buffer(n.length, 0);
-        size_t size = n.length;
-        ASSERT_EQ(Lib().GCReadPort(m_stream, n.address, buffer.data(), &size), GC_ERR_SUCCESS)
-            << n.name << " " << Lib().TakeLastError().text;
-        if (n.kind == "StringReg") {
-            EXPECT_EQ(size, std::strlen(reinterpret_cast<char*>(buffer.data())) + 1) << n.name;
-        } else if (flags.count(n.name) != 0) {
-            EXPECT_EQ(size, 1u) << n.name;
-        } else if (words.count(n.name) != 0) {
-            EXPECT_EQ(size, 4u) << n.name;
-        } else {
-            EXPECT_EQ(size, 8u) << n.name;
-        }
-    }
-
-    char id[512] = {};
-    size_t size = sizeof id;
-    ASSERT_EQ(Lib().GCReadPort(m_stream, kStreamId, id, &size), GC_ERR_SUCCESS);
-    EXPECT_STREQ(id, "0");
-    EXPECT_EQ(Read(AddressOf("StreamType")), 0u);
-    EXPECT_EQ(Read(0x2500), 0u); // EVS features are not implemented
-    EXPECT_EQ(Read(AddressOf("StreamAnnounceBufferMinimum")), 1u);
-    EXPECT_EQ(Read(AddressOf("StreamFrameGeneratorAccumTime")), 20000u);
-    const uint64_t rate = Read(kFps);
-    double fps = 0;
-    std::memcpy(&fps, &rate, sizeof fps);
-    EXPECT_EQ(fps, 30.0);
-}
-
 TEST_F(StreamRegisters, SettingsOfTheGrabLoopsThroughTheirFeatures) {
     ASSERT_NO_FATAL_FAILURE(LoadXml());
     const uint64_t resend = AddressOf("StreamPacketResendEnable");
@@ -250,8 +200,7 @@ TEST_F(StreamRegisters, FrameGeneratorTiesTimeRateAndPreset) {
     EXPECT_EQ(Read(kAccumTime), 12345u);
 }
 
-TEST_F(StreamRegisters, RunningStreamRefusesAllWritesButMulticast) {
-    ASSERT_NO_FATAL_FAILURE(LoadXml());
+TEST_F(StreamRegisters, RunningStreamRefusesWritesButMulticast) {
     BUFFER_HANDLE buffer = nullptr;
     ASSERT_EQ(Lib().DSAllocAndAnnounceBuffer(m_stream, 4096, nullptr, &buffer), GC_ERR_SUCCESS);
     ASSERT_EQ(Lib().DSQueueBuffer(m_stream, buffer), GC_ERR_SUCCESS);
@@ -259,25 +208,12 @@ TEST_F(StreamRegisters, RunningStreamRefusesAllWritesButMulticast) {
               GC_ERR_SUCCESS)
         << Lib().TakeLastError().text;
     EXPECT_EQ(Read(kIsGrabbing) & 0xFF, 1u);
-
-    int writable = 0;
-    for (const Node& n : m_nodes) {
-        if (n.access != "RW") {
-            continue;
-        }
-        ++writable;
-        const uint64_t before = Read(n.address);
-        if (n.address == kMulticast) {
-            EXPECT_EQ(Write(n.address, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-            EXPECT_TRUE(Info<bool8_t>(STREAM_INFO_MULTICAST_ENABLE));
-        } else {
-            EXPECT_EQ(Write(n.address, before == 1 ? 2 : 1), GC_ERR_RESOURCE_IN_USE) << n.name;
-            EXPECT_EQ(Read(n.address), before) << n.name;
-        }
-    }
-    EXPECT_EQ(writable, 12);
-    const kesta::test::LastError e = Lib().TakeLastError();
-    EXPECT_EQ(e.code, GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(Write(kMode, 1), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(Lib().TakeLastError().code, GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(WriteRate(10.0), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(Read(kMode), 0u);
+    EXPECT_EQ(Write(kMulticast, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+    EXPECT_TRUE(Info<bool8_t>(STREAM_INFO_MULTICAST_ENABLE));
 
     ASSERT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
     ASSERT_EQ(Write(kMulticast, 0), GC_ERR_SUCCESS);
@@ -289,15 +225,14 @@ TEST_F(StreamRegisters, AddressesTheSpaceDoesNotServe) {
     uint64_t value = 1;
     size_t size = sizeof value;
     // Unknown, or inside a register: no range decoding.
-    for (uint64_t address : {uint64_t{0}, uint64_t{0x0101}, uint64_t{0x0108}, uint64_t{0x2200},
-                             uint64_t{0x2511}, kXmlAddress + 1}) {
+    for (uint64_t address : {uint64_t{0x2200}, uint64_t{0x0101}, kXmlAddress + 1}) {
         EXPECT_EQ(Lib().GCReadPort(m_stream, address, &value, &size), GC_ERR_INVALID_ADDRESS)
             << std::hex << address;
         EXPECT_EQ(Lib().GCWritePort(m_stream, address, &value, &size), GC_ERR_INVALID_ADDRESS)
             << std::hex << address;
     }
     // Read-only registers and the XML refuse writes.
-    for (uint64_t address : {kStreamId, kIsGrabbing, uint64_t{0x2500}, kXmlAddress}) {
+    for (uint64_t address : {kIsGrabbing, kXmlAddress}) {
         EXPECT_EQ(Lib().GCWritePort(m_stream, address, &value, &size), GC_ERR_ACCESS_DENIED)
             << std::hex << address;
     }
