@@ -1,9 +1,8 @@
 // Stream 0 of a simulated camera as a consumer drives it through the
 // exported functions: announce, queue, the new-buffer event, start and stop
-// (no images: the camera is not started), flush and revoke, stream and
-// buffer info, and the refusals while grabbing.
-#include <cstring>
-#include <regex>
+// (no images: the camera is not started), flush and revoke, the refusals
+// while grabbing and their texts, and buffer info before any payload. Images,
+// and a device closed under a running stream, are the grab tests' part.
 #include <string>
 #include <vector>
 
@@ -44,15 +43,6 @@ protected:
             << cmd << Lib().TakeLastError().text;
         EXPECT_EQ(type, expectedType) << cmd;
         return value;
-    }
-    std::string StreamText(STREAM_INFO_CMD cmd) {
-        INFO_DATATYPE type = -1;
-        char text[64] = {};
-        size_t size = sizeof text;
-        EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, text, &size), GC_ERR_SUCCESS) << cmd;
-        EXPECT_EQ(type, INFO_DATATYPE_STRING) << cmd;
-        EXPECT_EQ(size, std::strlen(text) + 1) << cmd;
-        return text;
     }
     template <typename T>
     T BufferInfo(BUFFER_HANDLE h, BUFFER_INFO_CMD cmd, INFO_DATATYPE expectedType) {
@@ -174,59 +164,21 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
     m_stream = nullptr;
 }
 
-TEST_F(StreamTest, StreamInfoPortAndParent) {
-    OpenStream();
-    EXPECT_EQ(StreamText(STREAM_INFO_ID), "0");
-    // One command of each type; the values are the stream's own defaults.
-    EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_BUF_ANNOUNCE_MIN, INFO_DATATYPE_UINT64), 1u);
-    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
-    EXPECT_EQ(StreamInfo<int64_t>(STREAM_INFO_BUFFER_HANDLING_MODE, INFO_DATATYPE_INT64), 0);
-    EXPECT_EQ(StreamInfo<uint32_t>(STREAM_INFO_MAX_RESEND_REQUESTS, INFO_DATATYPE_UINT32), 5u);
-    EXPECT_EQ(StreamInfo<double>(STREAM_INFO_FRAME_GENERATOR_FPS, INFO_DATATYPE_FLOAT64), 30.0);
-
-    INFO_DATATYPE type = 0;
-    uint64_t value = 0;
-    size_t size = sizeof value;
-    EXPECT_EQ(Lib().DSGetInfo(m_stream, 1009, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_TRUE(LastErrorHas(GC_ERR_INVALID_INDEX, "STREAM_INFO_CMD must be one of :"));
-
-    // The port of the stream names its XML.
-    size = 0;
-    ASSERT_EQ(Lib().GCGetPortURL(m_stream, nullptr, &size), GC_ERR_SUCCESS);
-    std::vector<char> url(size);
-    ASSERT_EQ(Lib().GCGetPortURL(m_stream, url.data(), &size), GC_ERR_SUCCESS);
-    // The length field is that of the embedded XML, whatever it is.
-    EXPECT_TRUE(std::regex_match(
-        url.data(),
-        std::regex("local:SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1\\.xml;"
-                   "F0F00000;[0-9A-F]+\\?SchemaVersion=1\\.0\\.0")))
-        << url.data();
-    char port[32] = {};
-    size = sizeof port;
-    ASSERT_EQ(Lib().GCGetPortInfo(m_stream, PORT_INFO_MODULE, &type, port, &size), GC_ERR_SUCCESS);
-    EXPECT_STREQ(port, "TLDataStream");
-    DEV_HANDLE parent = nullptr;
-    ASSERT_EQ(Lib().DSGetParentDev(m_stream, &parent), GC_ERR_SUCCESS);
-    EXPECT_NE(parent, nullptr);
-}
-
-TEST_F(StreamTest, BufferInfoOfAFreshBuffer) {
+TEST_F(StreamTest, InfoOfAFreshBufferAndUnknownCommands) {
     OpenStream();
     AnnounceThree();
     BUFFER_HANDLE h = m_buffers[0];
     EXPECT_EQ(BufferInfo<void*>(h, BUFFER_INFO_BASE, INFO_DATATYPE_PTR), m_memory[0].data());
-    EXPECT_EQ(BufferInfo<uint64_t>(h, BUFFER_INFO_SIZE, INFO_DATATYPE_UINT64), kSize);
     EXPECT_EQ(BufferInfo<void*>(h, BUFFER_INFO_USER_PTR, INFO_DATATYPE_PTR), &m_tags[0]);
     EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8));
-    INFO_DATATYPE type = 0;
-    size_t size = 0;
-
-    // Queued, the buffer says so.
     ASSERT_EQ(Lib().DSQueueBuffer(m_stream, h), GC_ERR_SUCCESS);
     EXPECT_TRUE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8));
 
-    // Without a payload the image, chunk and file facts are not available.
+    // Without a payload the image, chunk and file facts are not available,
+    // under a text that names another command (kept as consumers see it).
+    INFO_DATATYPE type = 0;
     uint64_t value = 0;
+    size_t size = sizeof value;
     for (BUFFER_INFO_CMD cmd : {BUFFER_INFO_WIDTH, BUFFER_INFO_PIXELFORMAT, BUFFER_INFO_FILENAME}) {
         size = sizeof value;
         EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, cmd, &type, &value, &size),
@@ -237,19 +189,12 @@ TEST_F(StreamTest, BufferInfoOfAFreshBuffer) {
     }
     size = sizeof value;
     EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, 31, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    // A size query, and a buffer that is too small.
-    size = 0;
-    ASSERT_EQ(Lib().DSGetBufferInfo(m_stream, h, BUFFER_INFO_SIZE, &type, nullptr, &size),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(size, 8u);
     size = 4;
     EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, BUFFER_INFO_SIZE, &type, &value, &size),
               GC_ERR_BUFFER_TOO_SMALL);
-    // The stream's own handle is no buffer.
     size = sizeof value;
-    EXPECT_NE(Lib().DSGetBufferInfo(m_stream, m_stream, BUFFER_INFO_SIZE, &type, &value, &size),
-              GC_ERR_SUCCESS);
-    Lib().TakeLastError();
+    EXPECT_EQ(Lib().DSGetInfo(m_stream, 1009, &type, &value, &size), GC_ERR_INVALID_INDEX);
+    EXPECT_TRUE(LastErrorHas(GC_ERR_INVALID_INDEX, "STREAM_INFO_CMD must be one of :"));
 }
 
 TEST_F(StreamTest, AViewerCannotRedirectTheStream) {
@@ -264,34 +209,6 @@ TEST_F(StreamTest, AViewerCannotRedirectTheStream) {
     for (BUFFER_HANDLE h : m_buffers) {
         EXPECT_EQ(Lib().DSRevokeBuffer(m_stream, h, nullptr, nullptr), GC_ERR_SUCCESS);
     }
-}
-
-// Consumers tear down in either order. With the device closed first, the
-// stream went with it: its handle is refused cleanly, and closing it frees
-// what was left of it.
-TEST_F(StreamTest, StreamHandleOutlivingItsDeviceIsRefused) {
-    OpenStream();
-    AnnounceThree();
-    ASSERT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
-              GC_ERR_SUCCESS);
-    ASSERT_EQ(Lib().DevClose(m_device), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-    m_device = nullptr;
-
-    INFO_DATATYPE type = 0;
-    bool8_t grabbing = 0;
-    size_t size = sizeof grabbing;
-    EXPECT_EQ(Lib().DSGetInfo(m_stream, STREAM_INFO_IS_GRABBING, &type, &grabbing, &size),
-              GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(Lib().DSClose(m_stream), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(Lib().TakeLastError().code, GC_ERR_INVALID_HANDLE);
-    m_stream = nullptr;
-
-    // The usual order still closes both without a word.
-    OpenStream();
-    EXPECT_EQ(Lib().DSClose(m_stream), GC_ERR_SUCCESS);
-    m_stream = nullptr;
-    EXPECT_EQ(Lib().DevClose(m_device), GC_ERR_SUCCESS);
-    m_device = nullptr;
 }
 
 } // namespace
