@@ -231,8 +231,8 @@ TEST_F(OneCamera, SystemAndInterfaceFactsAndPorts) {
     EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
 }
 
-TEST_F(OneCamera, WholeLifeWithSecondOpensRefusedAndThingsLeftOpen) {
-    TL_HANDLE hTL = OpenSystemLeftAllocated();
+TEST_F(OneCamera, RefusalsReachTheConsumerWordForWord) {
+    TL_HANDLE hTL = OpenSystem();
     ASSERT_NE(hTL, nullptr);
     TL_HANDLE second = nullptr;
     EXPECT_EQ(Lib().TLOpen(&second), GC_ERR_RESOURCE_IN_USE);
@@ -249,13 +249,6 @@ TEST_F(OneCamera, WholeLifeWithSecondOpensRefusedAndThingsLeftOpen) {
     ASSERT_EQ(messages.size(), 3u);
     EXPECT_EQ(messages[0], "interface ID=" + m_ifaceId + " is already open");
     EXPECT_EQ(messages[2], "GenTL::GC_ERR_RESOURCE_IN_USE(-1004)");
-    // The first interface is unaffected.
-    bool8_t changed = 0;
-    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS)
-        << Lib().TakeLastError().text;
-    EXPECT_TRUE(changed);
-    EXPECT_EQ(DeviceIds(hIface), EnvList("KESTA_CAMERA_SERIALS"));
-
     EXPECT_EQ(Lib().TLOpenInterface(hTL, "0123456789ab", &again), GC_ERR_INVALID_ID);
     const std::string notFound = Messages().at(0);
     EXPECT_EQ(notFound.rfind("interface ID=0123456789ab not found in the list of interfaces.\n"
@@ -264,29 +257,7 @@ TEST_F(OneCamera, WholeLifeWithSecondOpensRefusedAndThingsLeftOpen) {
               0u);
     EXPECT_NE(notFound.find("\t\t\t\t\t\t" + m_ifaceId + "\n"), std::string::npos);
 
-    // The system and the interface are left open: the library closes the
-    // interface and starts afresh after a new GCInitLib.
-    ASSERT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS);
-    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-    hTL = OpenSystem();
-    ASSERT_NE(hTL, nullptr);
-    hIface = OpenTestBedInterface(hTL); // no longer registered as open
-    ASSERT_NE(hIface, nullptr);
-    // TLClose closes the interface that is still open.
-    ASSERT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-    hTL = OpenSystemLeftAllocated();
-    ASSERT_NE(hTL, nullptr);
-    EXPECT_NE(OpenTestBedInterface(hTL), nullptr);
-    EXPECT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS);
-    // Initialized again, so that the fixture's own close succeeds and
-    // releases the error cache before the library is unloaded.
-    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-}
-
-TEST_F(OneCamera, DeviceListRefusalsReachTheConsumerWordForWord) {
-    TL_HANDLE hTL = OpenSystem();
-    IF_HANDLE hIface = OpenTestBedInterface(hTL);
-    ASSERT_NE(hIface, nullptr);
+    // The device list of the interface opened first, before and after an update.
     bool8_t changed = 0;
     EXPECT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, 0), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(Messages(), (std::vector<std::string>{"input iTimeout==0",
@@ -294,7 +265,6 @@ TEST_F(OneCamera, DeviceListRefusalsReachTheConsumerWordForWord) {
     uint32_t count = 1;
     ASSERT_EQ(Lib().IFGetNumDevices(hIface, &count), GC_ERR_SUCCESS);
     EXPECT_EQ(count, 0u);
-
     DEV_HANDLE hDevice = nullptr;
     EXPECT_EQ(Lib().IFOpenDevice(hIface, "KSIM0000", DEVICE_ACCESS_CONTROL, &hDevice),
               GC_ERR_INVALID_ID);
@@ -303,7 +273,10 @@ TEST_F(OneCamera, DeviceListRefusalsReachTheConsumerWordForWord) {
               "devices.\n\t\t\t\t\t  The list of devices is empty. No devices is connected this "
               "interface.");
 
-    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(DeviceIds(hIface), EnvList("KESTA_CAMERA_SERIALS"));
     EXPECT_EQ(Lib().IFOpenDevice(hIface, "KSIM0099", DEVICE_ACCESS_CONTROL, &hDevice),
               GC_ERR_INVALID_ID);
     EXPECT_EQ(Messages().at(0),
@@ -358,7 +331,7 @@ TEST_F(OneCamera, DeviceOpensOnceAndTheLibraryClosesItWhenLeftOpen) {
         << Lib().TakeLastError().text;
 
     // Left open with its interface and system: the library closes the device
-    // (so the camera is free again) and the interface.
+    // (so the camera is free again) and the interface, which opens again.
     ASSERT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS);
     ASSERT_EQ(Init(), GC_ERR_SUCCESS);
     hTL = OpenSystem();
