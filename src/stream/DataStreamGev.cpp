@@ -9,6 +9,7 @@
 #include "registers/ModuleXml.h"
 #include "registers/StreamRegImpl.h"
 #include "stream/BufferStateMachine.h"
+#include "stream/IHALGvsp.h"
 
 namespace GenTL {
 
@@ -59,8 +60,8 @@ int DataStreamGev::WritePort(unsigned long address, const void* buffer, unsigned
 
 int DataStreamGev::GetPortURL(char* url, unsigned long* size) const {
     KESTA_CHECK_OPEN();
-    if (int rc = BaseModule::GetPortURL(kDataStreamUrlTemplate, g_streamXml.size,
-                                        kPortUrlExtraOne, url, size)) {
+    if (int rc = BaseModule::GetPortURL(kDataStreamUrlTemplate, g_streamXml.size, kPortUrlExtraOne,
+                                        url, size)) {
         return ChainError(rc);
     }
     return GC_ERR_SUCCESS;
@@ -388,6 +389,23 @@ void DataStreamGev::ClearActiveBlocks() {
     boost::lock_guard<boost::mutex> lock(m_activeBlocksMutex);
     m_activeBlocks.clear();
     m_activeBlockCount = 0;
+}
+
+int DataStreamGev::WaitForNextLeader(unsigned long timeout) {
+    if (int rc = CheckOpen(kNotOpen)) {
+        return rc;
+    }
+    if (int rc = GvspLayer()->WaitForNextLeader(timeout)) {
+        return ChainError(rc);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+int DataStreamGev::ResetWaitForNextLeader() {
+    if (int rc = CheckOpen(kNotOpen)) {
+        return rc;
+    }
+    return GvspLayer()->ResetWaitForNextLeader();
 }
 
 } // namespace GenTL

@@ -96,10 +96,15 @@ public:
      * are not implemented.
      */
     int SetInfo(int cmd, int type, const void* buffer, unsigned long size) override;
+    /// The GVSP layer's leader wait, once the stream is open.
+    int WaitForNextLeader(unsigned long timeout) override;
+    int ResetWaitForNextLeader() override;
 
     const StreamInfo& GetStreamInfo() const { return m_streamInfo; }
 
 protected:
+    /// The GVSP layer of the transport.
+    virtual IHALGvsp* GvspLayer() const = 0;
     /// GC_ERR_INVALID_HANDLE with text unless open; 0 when open.
     int CheckOpen(const char* text) const;
     /// Camera register sk_addrPayloadSize; 0 when the read fails.

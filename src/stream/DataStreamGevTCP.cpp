@@ -206,23 +206,6 @@ int DataStreamGevTCP::StopAcquisition(int flags) {
     return GC_ERR_SUCCESS;
 }
 
-int DataStreamGevTCP::WaitForNextLeader(unsigned long timeout) {
-    if (int rc = CheckOpen(kNotOpen)) {
-        return rc;
-    }
-    if (int rc = m_pHalGvsp->WaitForNextLeader(timeout)) {
-        return ChainError(rc);
-    }
-    return GC_ERR_SUCCESS;
-}
-
-int DataStreamGevTCP::ResetWaitForNextLeader() {
-    if (int rc = CheckOpen(kNotOpen)) {
-        return rc;
-    }
-    return m_pHalGvsp->ResetWaitForNextLeader();
-}
-
 // The frame receive loop is not part of this module yet: the thread holds
 // the acquisition open until StopAcquisition interrupts it.
 void DataStreamGevTCP::GrabThread() {

@@ -53,10 +53,9 @@ public:
      */
     int StartAcquisition(int flags, unsigned long count) override;
     int StopAcquisition(int flags) override;
-    int WaitForNextLeader(unsigned long timeout) override;
-    int ResetWaitForNextLeader() override;
 
 protected:
+    IHALGvsp* GvspLayer() const override { return m_pHalGvsp; }
     /// The grab thread.
     void GrabThread();
     /// Moves the base of the buffer behind hBuffer by delta bytes.

@@ -174,23 +174,6 @@ int DataStreamGevUDP::StopAcquisition(int flags) {
     return GC_ERR_SUCCESS;
 }
 
-int DataStreamGevUDP::WaitForNextLeader(unsigned long timeout) {
-    if (int rc = CheckOpen(kNotOpen)) {
-        return rc;
-    }
-    if (int rc = m_pHalGvsp->WaitForNextLeader(timeout)) {
-        return ChainError(rc);
-    }
-    return GC_ERR_SUCCESS;
-}
-
-int DataStreamGevUDP::ResetWaitForNextLeader() {
-    if (int rc = CheckOpen(kNotOpen)) {
-        return rc;
-    }
-    return m_pHalGvsp->ResetWaitForNextLeader();
-}
-
 int DataStreamGevUDP::SetupResendRetryParams(unsigned long windowFrames, double rate,
                                              const char* first, const char* second, int width,
                                              int height) {
@@ -208,6 +191,10 @@ int DataStreamGevUDP::SetupResendRetryParams(unsigned long windowFrames, double 
 
 // The receive loops live in their own classes and work on this stream's
 // state through a GrabContext.
+
+IHALGvsp* DataStreamGevUDP::GvspLayer() const {
+    return m_pHalGvsp;
+}
 
 GrabContext DataStreamGevUDP::MakeGrabContext() {
     return GrabContext{m_streamInfo,

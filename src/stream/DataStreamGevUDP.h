@@ -57,14 +57,13 @@ public:
     int StartAcquisition(int flags, unsigned long count) override;
     /// flags 0 only; ACQ_STOP_FLAGS_KILL is not implemented.
     int StopAcquisition(int flags) override;
-    int WaitForNextLeader(unsigned long timeout) override;
-    int ResetWaitForNextLeader() override;
     /// Stores the resend window for the next start, and the geometry that
     /// the completion of variable-size blocks uses.
     int SetupResendRetryParams(unsigned long retryWindowFrames, double frameRate, const char* first,
                                const char* second, int width, int height) override;
 
 protected:
+    IHALGvsp* GvspLayer() const override;
     /// The stream's state as the receive loops work on it.
     GrabContext MakeGrabContext();
     /// Grab thread with packet resend.
