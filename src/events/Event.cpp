@@ -123,4 +123,31 @@ int Event::AnswerDataInfo(const void* data, unsigned long dataSize, int cmd, int
     return rc == GC_ERR_SUCCESS ? rc : ChainError(rc);
 }
 
+std::string EventRefusalText(const EventRefusal& refusal) {
+    const char* name = "";
+    switch (refusal.type) {
+    case EVENT_ERROR:
+        name = "EVENT_ERROR";
+        break;
+    case EVENT_NEW_BUFFER:
+        name = "EVENT_NEW_BUFFER";
+        break;
+    case EVENT_FEATURE_INVALIDATE:
+        name = "EVENT_FEATURE_INVALIDATE";
+        break;
+    case EVENT_FEATURE_CHANGE:
+        name = "EVENT_FEATURE_CHANGE";
+        break;
+    case EVENT_REMOTE_DEVICE:
+        name = "EVENT_REMOTE_DEVICE";
+        break;
+    case EVENT_MODULE:
+        name = "EVENT_MODULE";
+        break;
+    default:
+        break;
+    }
+    return std::string("the EVENT_TYPE ") + name + " is not " + refusal.word;
+}
+
 } // namespace GenTL

@@ -13,7 +13,9 @@
  * No lock of its own: the owner's queue is what is shared. numFired is
  * counted without a lock, for a consumer that reads from one thread.
  */
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "GenTL_KESTA.h"
 #include "api/GenTLHandle.h"
@@ -96,6 +98,38 @@ template <class E, class Slot> int AdoptEvent(E* created, Slot*& event, void*& h
     handle = allocated;
     *out = allocated;
     return GC_ERR_SUCCESS;
+}
+
+/// How an owner refuses an event type it does not keep: the code and the
+/// last word of "the EVENT_TYPE <name> is not <word>".
+struct EventRefusal {
+    int type;
+    int code;
+    const char* word;
+};
+
+/// The refusal text of `refusal`.
+std::string EventRefusalText(const EventRefusal& refusal);
+
+/// The refusal of `type` in `table`, or null when the table has none.
+template <std::size_t N>
+const EventRefusal* FindEventRefusal(const EventRefusal (&table)[N], int type) {
+    for (const EventRefusal& refusal : table) {
+        if (refusal.type == type) {
+            return &refusal;
+        }
+    }
+    return nullptr;
+}
+
+/// Deletes the owner's event and its handle and empties both slots; the
+/// handle table's code is returned for the owner to chain.
+template <class Slot> int ReleaseEvent(Slot*& event, void*& handle) {
+    delete event;
+    event = nullptr;
+    void* released = handle;
+    handle = nullptr;
+    return DeleteHandle(released);
 }
 
 } // namespace GenTL

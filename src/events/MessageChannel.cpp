@@ -28,6 +28,23 @@ const char* const kEventTypes =
     "GenTL::EVENT_MODULE, \nGenTL::EVENT_FEATURE_INVALIDATE, GenTL::EVENT_FEATURE_CHANGE, "
     "GenTL::EVENT_NEW_BUFFER";
 
+// The event types a message channel does not keep, as registering and
+// unregistering refuse them.
+const EventRefusal kRegisterRefusals[] = {
+    {EVENT_ERROR, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+    {EVENT_NEW_BUFFER, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+    {EVENT_FEATURE_INVALIDATE, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+    {EVENT_FEATURE_CHANGE, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+    {EVENT_MODULE, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+};
+const EventRefusal kUnregisterRefusals[] = {
+    {EVENT_ERROR, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+    {EVENT_NEW_BUFFER, GC_ERR_NOT_AVAILABLE, "available"},
+    {EVENT_FEATURE_INVALIDATE, GC_ERR_NOT_AVAILABLE, "available"},
+    {EVENT_FEATURE_CHANGE, GC_ERR_NOT_AVAILABLE, "available"},
+    {EVENT_MODULE, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+};
+
 const char* const kMcInfoCmds =
     "MC_INFO_CMD must be one of :\nGenTL::MC_INFO_ID , GenTL::MC_INFO_NUM_DELIVERED, "
     "GenTL::MC_INFO_NUM_UNDERRUN, \nGenTL::MC_INFO_NUM_ANNOUNCED, GenTL::MC_INFO_NUM_QUEUED, "
@@ -106,19 +123,7 @@ int MessageChannel::RegisterEvent(int type, void** event) {
     if (event == nullptr) {
         return ReportError(GC_ERR_INVALID_PARAMETER, "phEvent == nullptr");
     }
-    switch (type) {
-    case EVENT_ERROR:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED, "the EVENT_TYPE EVENT_ERROR is not implemented");
-    case EVENT_NEW_BUFFER:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                           "the EVENT_TYPE EVENT_NEW_BUFFER is not implemented");
-    case EVENT_FEATURE_INVALIDATE:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                           "the EVENT_TYPE EVENT_FEATURE_INVALIDATE is not implemented");
-    case EVENT_FEATURE_CHANGE:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                           "the EVENT_TYPE EVENT_FEATURE_CHANGE is not implemented");
-    case EVENT_REMOTE_DEVICE: {
+    if (type == EVENT_REMOTE_DEVICE) {
         if (m_pRemoteDeviceEvent != nullptr) {
             return ReportError(GC_ERR_RESOURCE_IN_USE,
                                "an event is already registered on the message channel");
@@ -129,46 +134,26 @@ int MessageChannel::RegisterEvent(int type, void** event) {
         }
         return GC_ERR_SUCCESS;
     }
-    case EVENT_MODULE:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                           "the EVENT_TYPE EVENT_MODULE is not implemented");
-    default:
-        return ReportError(GC_ERR_INVALID_INDEX, kEventTypes);
+    if (const EventRefusal* refusal = FindEventRefusal(kRegisterRefusals, type)) {
+        return ReportError(refusal->code, EventRefusalText(*refusal));
     }
+    return ReportError(GC_ERR_INVALID_INDEX, kEventTypes);
 }
 
 int MessageChannel::UnregisterEvent(int type) {
-    switch (type) {
-    case EVENT_ERROR:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED, "the EVENT_TYPE EVENT_ERROR is not implemented");
-    case EVENT_NEW_BUFFER:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_NEW_BUFFER is not available");
-    case EVENT_FEATURE_INVALIDATE:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_FEATURE_INVALIDATE is not available");
-    case EVENT_FEATURE_CHANGE:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_FEATURE_CHANGE is not available");
-    case EVENT_REMOTE_DEVICE: {
+    if (type == EVENT_REMOTE_DEVICE) {
         if (m_pRemoteDeviceEvent == nullptr) {
             return ReportError(GC_ERR_RESOURCE_IN_USE, "m_pRemoteDeviceEvent != nullptr");
         }
-        delete m_pRemoteDeviceEvent;
-        m_pRemoteDeviceEvent = nullptr;
-        void* handle = m_hRemoteDeviceEvent;
-        m_hRemoteDeviceEvent = nullptr;
-        if (int rc = DeleteHandle(handle)) {
+        if (const int rc = ReleaseEvent(m_pRemoteDeviceEvent, m_hRemoteDeviceEvent)) {
             return ChainError(rc);
         }
         return GC_ERR_SUCCESS;
     }
-    case EVENT_MODULE:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                           "the EVENT_TYPE EVENT_MODULE is not implemented");
-    default:
-        return ReportError(GC_ERR_INVALID_INDEX, kEventTypes);
+    if (const EventRefusal* refusal = FindEventRefusal(kUnregisterRefusals, type)) {
+        return ReportError(refusal->code, EventRefusalText(*refusal));
     }
+    return ReportError(GC_ERR_INVALID_INDEX, kEventTypes);
 }
 
 // --- channel ---------------------------------------------------------------

@@ -38,6 +38,23 @@ const char* const kEventTypes =
     "GenTL::EVENT_MODULE, \nGenTL::EVENT_FEATURE_INVALIDATE, GenTL::EVENT_FEATURE_CHANGE, "
     "GenTL::EVENT_REMOTE_DEVICE";
 
+// The event types a data stream does not keep, as registering and
+// unregistering refuse them.
+const EventRefusal kRegisterRefusals[] = {
+    {EVENT_ERROR, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+    {EVENT_FEATURE_INVALIDATE, GC_ERR_NOT_AVAILABLE, "available"},
+    {EVENT_FEATURE_CHANGE, GC_ERR_NOT_AVAILABLE, "available"},
+    {EVENT_REMOTE_DEVICE, GC_ERR_NOT_AVAILABLE, "available"},
+    {EVENT_MODULE, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+};
+const EventRefusal kUnregisterRefusals[] = {
+    {EVENT_ERROR, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+    {EVENT_FEATURE_INVALIDATE, GC_ERR_NOT_AVAILABLE, "implemented"},
+    {EVENT_FEATURE_CHANGE, GC_ERR_NOT_AVAILABLE, "implemented"},
+    {EVENT_REMOTE_DEVICE, GC_ERR_NOT_AVAILABLE, "implemented"},
+    {EVENT_MODULE, GC_ERR_NOT_IMPLEMENTED, "implemented"},
+};
+
 // The refusal of a buffer fact that the buffer's payload type lacks. The
 // text is the one consumers of this producer match on.
 const char* const kNotAvailableForPayload = "URL_INFO_CMD URL_INFO_FILE_VER_MAJOR is not available";
@@ -95,10 +112,7 @@ int DataStream::RegisterEvent(int type, void** event) {
     if (event == nullptr) {
         return ReportError(GC_ERR_INVALID_PARAMETER, "phEvent == nullptr");
     }
-    switch (type) {
-    case EVENT_ERROR:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED, "the EVENT_TYPE EVENT_ERROR is not implemented");
-    case EVENT_NEW_BUFFER: {
+    if (type == EVENT_NEW_BUFFER) {
         if (m_pNewBufferEvent != nullptr) {
             return ReportError(GC_ERR_RESOURCE_IN_USE,
                                "an event is already registered for the data stream");
@@ -109,56 +123,27 @@ int DataStream::RegisterEvent(int type, void** event) {
         }
         return GC_ERR_SUCCESS;
     }
-    case EVENT_FEATURE_INVALIDATE:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_FEATURE_INVALIDATE is not available");
-    case EVENT_FEATURE_CHANGE:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_FEATURE_CHANGE is not available");
-    case EVENT_REMOTE_DEVICE:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_REMOTE_DEVICE is not available");
-    case EVENT_MODULE:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                           "the EVENT_TYPE EVENT_MODULE is not implemented");
-    default:
-        return ReportError(GC_ERR_INVALID_INDEX, kEventTypes);
+    if (const EventRefusal* refusal = FindEventRefusal(kRegisterRefusals, type)) {
+        return ReportError(refusal->code, EventRefusalText(*refusal));
     }
+    return ReportError(GC_ERR_INVALID_INDEX, kEventTypes);
 }
 
 int DataStream::UnregisterEvent(int type) {
-    switch (type) {
-    case EVENT_ERROR:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED, "the EVENT_TYPE EVENT_ERROR is not implemented");
-    case EVENT_NEW_BUFFER: {
+    if (type == EVENT_NEW_BUFFER) {
         if (m_pNewBufferEvent == nullptr) {
             return ReportError(GC_ERR_NOT_INITIALIZED,
                                "m_pNewBufferEvent == nullptr when EVENT_TYPE is EVENT_NEW_BUFFER");
         }
-        delete m_pNewBufferEvent;
-        m_pNewBufferEvent = nullptr;
-        void* handle = m_hNewBufferEvent;
-        m_hNewBufferEvent = nullptr;
-        if (int rc = DeleteHandle(handle)) {
+        if (const int rc = ReleaseEvent(m_pNewBufferEvent, m_hNewBufferEvent)) {
             return ChainError(rc);
         }
         return GC_ERR_SUCCESS;
     }
-    case EVENT_FEATURE_INVALIDATE:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_FEATURE_INVALIDATE is not implemented");
-    case EVENT_FEATURE_CHANGE:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_FEATURE_CHANGE is not implemented");
-    case EVENT_REMOTE_DEVICE:
-        return ReportError(GC_ERR_NOT_AVAILABLE,
-                           "the EVENT_TYPE EVENT_REMOTE_DEVICE is not implemented");
-    case EVENT_MODULE:
-        return ReportError(GC_ERR_NOT_IMPLEMENTED,
-                           "the EVENT_TYPE EVENT_MODULE is not implemented");
-    default:
-        return ReportError(GC_ERR_INVALID_INDEX, kEventTypes);
+    if (const EventRefusal* refusal = FindEventRefusal(kUnregisterRefusals, type)) {
+        return ReportError(refusal->code, EventRefusalText(*refusal));
     }
+    return ReportError(GC_ERR_INVALID_INDEX, kEventTypes);
 }
 
 int DataStream::GetNumPortURLs(unsigned int* count) {
