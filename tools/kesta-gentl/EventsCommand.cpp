@@ -1,9 +1,11 @@
 // kesta-gentl events: a camera's events as they arrive on its message
 // channel, through the remote-device event as any consumer receives them.
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
