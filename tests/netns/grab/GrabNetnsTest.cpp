@@ -392,6 +392,18 @@ TEST_F(Grab, StandardIdsWrapFrom65535To1) {
 
 // --- a faulty link (the CTest entry sets the faults) -------------------------
 
+// Every leader and trailer lost (its CTest entry): each block begins with a
+// data packet, which ended the block before it, and still frees a waiter.
+TEST_F(Grab, NoCopyLeaderWaitWithLostLeaders) {
+    KESTA_BEGIN_OR_SKIP(false);
+    ASSERT_EQ(StreamInfo<bool8_t>(STREAM_INFO_PACKET_RESEND_ENABLE), 0);
+    ASSERT_EQ(m_api.DSResetWaitForNextLeader(m_stream), GC_ERR_SUCCESS);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(m_api.DSWaitForNextLeader(m_stream, 2000), GC_ERR_SUCCESS)
+            << "wait " << i << ": " << LastErrorText(m_api);
+    }
+}
+
 TEST_F(Grab, ResendRecoversAFaultyLink) {
     KESTA_BEGIN_OR_SKIP(true);
     const Tally t = Take(40);
