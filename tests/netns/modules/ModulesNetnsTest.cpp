@@ -302,22 +302,17 @@ TEST_F(OneCamera, DiscoveryTimeOutsAtTheEdgesOfTheSocketsValue) {
     IF_HANDLE hIface = OpenTestBedInterface(hTL);
     ASSERT_NE(hIface, nullptr);
     const std::string refused = "GenTL::CommSocket Setting SO_RCVTIMEO Failed : ";
-    const std::vector<std::string> none;
-    const std::vector<std::string> camera = EnvList("KESTA_CAMERA_SERIALS");
     const struct {
         uint64_t timeout;
         GC_ERROR code;
-        std::string text;                       // innermost error text, its start
-        const std::vector<std::string>* listed; // after the call; null: not looked at
+        std::string text; // innermost error text, its start
     } cases[] = {
-        {GENTL_INFINITE, GC_ERR_ABORT, refused, &none},
-        {0xFFFFFFFF, GC_ERR_ABORT, refused, &none},
-        {0x80000000, GC_ERR_ABORT, refused, &none},
+        {GENTL_INFINITE, GC_ERR_ABORT, refused},
+        {0xFFFFFFFF, GC_ERR_ABORT, refused},
+        {0x80000000, GC_ERR_ABORT, refused},
         {0x100000000, GC_ERR_INVALID_PARAMETER,
-         "iTimeout is a multiple of 2^32 ms, no time-out to the socket", &none},
-        {0x100000000 + kDiscoveryMs, GC_ERR_SUCCESS, "", &camera},
-        // -1 s: the sockets do not wait. Last: its ack may come after the call.
-        {0xFFFFFC18, GC_ERR_SUCCESS, "", nullptr},
+         "iTimeout is a multiple of 2^32 ms, no time-out to the socket"},
+        {0x100000000 + kDiscoveryMs, GC_ERR_SUCCESS, ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.timeout));
@@ -326,10 +321,8 @@ TEST_F(OneCamera, DiscoveryTimeOutsAtTheEdgesOfTheSocketsValue) {
         if (rc != GC_ERR_SUCCESS) {
             EXPECT_EQ(Messages().at(0).rfind(c.text, 0), 0u);
         }
-        if (c.listed != nullptr) {
-            EXPECT_EQ(DeviceIds(hIface), *c.listed);
-        }
     }
+    EXPECT_EQ(DeviceIds(hIface), EnvList("KESTA_CAMERA_SERIALS")); // found by the last
     EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
 }
 
