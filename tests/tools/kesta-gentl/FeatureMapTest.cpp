@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "FeatureMap.h"
+#include "MemoryRegisters.h"
 #include "XmlFeatureResolver.h"
 
 namespace {
@@ -93,31 +94,6 @@ const char kXml[] = R"(<?xml version="1.0" encoding="utf-8"?>
 </RegisterDescription>
 )";
 
-/// A camera's register space in memory, byte by byte.
-class MemoryRegisters : public RegisterAccess {
-public:
-    bool Read(std::uint64_t address, void* data, std::size_t size, std::string&) override {
-        for (std::size_t i = 0; i < size; ++i) {
-            static_cast<std::uint8_t*>(data)[i] = bytes[address + i];
-        }
-        return true;
-    }
-    bool Write(std::uint64_t address, const void* data, std::size_t size, std::string&) override {
-        ++writes;
-        for (std::size_t i = 0; i < size; ++i) {
-            bytes[address + i] = static_cast<const std::uint8_t*>(data)[i];
-        }
-        return true;
-    }
-    std::uint32_t BigEndian32(std::uint64_t address) {
-        return std::uint32_t{bytes[address]} << 24 | std::uint32_t{bytes[address + 1]} << 16 |
-               std::uint32_t{bytes[address + 2]} << 8 | bytes[address + 3];
-    }
-
-    std::map<std::uint64_t, std::uint8_t> bytes;
-    int writes = 0;
-};
-
 class FeatureMapTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -175,7 +151,6 @@ TEST_F(FeatureMapTest, WalksPassThroughNodesToTheRegister) {
 TEST_F(FeatureMapTest, RefusesWhatNeedsAGenApiEngineAndSaysWhere) {
     const std::pair<const char*, const char*> refusals[] = {
         {"OffsetX", "IntSwissKnife OffsetKnife computes"},
-        {"Constant", "Integer Constant is a constant"},
         {"Indexed", "IntReg IndexedReg takes its address from another node"},
         {"LoopA", "a loop"},
         {"Dangling", "node Nowhere is named but not described"},
@@ -225,6 +200,10 @@ TEST_F(FeatureMapTest, ValuesAreEncodedAsTheRegisterWants) {
         features.GetInteger("AcquisitionStart", value, error)); // a command, not an integer
     EXPECT_FALSE(features.SetInteger("PayloadSize", 1, error));
     EXPECT_NE(error.find("read-only"), std::string::npos);
+    // A node that holds its value itself reads it and takes no write.
+    ASSERT_TRUE(features.GetInteger("Constant", value, error));
+    EXPECT_EQ(value, 5);
+    EXPECT_FALSE(features.SetInteger("Constant", 6, error));
 }
 
 TEST_F(FeatureMapTest, BitFieldsKeepTheirNeighbours) {
