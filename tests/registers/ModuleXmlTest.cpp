@@ -3,7 +3,7 @@
 // module's own port whose references all name nodes, and in step with the
 // module's register table both ways (what the table serves is in the XML at
 // its address, width and access; what the XML names is served). Then what
-// the XML of one module must tell beyond its map.
+// the stream's XML must tell beyond its map.
 #include <cctype>
 #include <fstream>
 #include <map>
@@ -208,30 +208,6 @@ TEST(StreamXml, WritableFeaturesLockWhileGrabbing) {
         }
     }
     EXPECT_EQ(features, static_cast<int>(writable.size()));
-}
-
-TEST(SystemXml, SelectorsAndAvailabilityTieTheFeaturesTogether) {
-    pugi::xml_document doc;
-    const pugi::xml_node root = Parse(GenTL::g_systemXml, doc);
-    const auto texts = [&](const char* node, const char* child) {
-        std::vector<std::string> list;
-        for (pugi::xml_node n : root.find_child_by_attribute("Name", node).children(child)) {
-            list.push_back(n.text().as_string());
-        }
-        return list;
-    };
-    using List = std::vector<std::string>;
-    EXPECT_EQ(texts("InterfaceSelector", "pSelected"),
-              (List{"InterfaceID", "GevInterfaceMACAddress", "GevInterfaceDefaultIPAddress",
-                    "GevInterfaceDefaultSubnetMask"}));
-    EXPECT_EQ(texts("InterfaceID", "pIsAvailable"), List{"InterfaceID_Available_Reg"});
-    EXPECT_EQ(texts("ThreadSelection", "pSelected"), List{"ThreadPriority"});
-    for (const char* driver : {"WriteDriverLogToFileCommand", "WriteDriverLogToFilePath",
-                               "DriverVersion", "LwfDriverLogLevel", "ClearDriverLogCommand"}) {
-        EXPECT_EQ(texts(driver, "pIsImplemented"), List{"WindowsDriverFeatures_Implemented_Reg"})
-            << driver;
-    }
-    EXPECT_STREQ(root.find_child_by_attribute("Name", "TLType").child_value("Value"), "0");
 }
 
 } // namespace

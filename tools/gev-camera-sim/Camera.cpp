@@ -529,21 +529,22 @@ void Camera::moveInterfaceAddress(uint32_t from, uint32_t to, uint32_t netmask) 
 
 bool Camera::action(const ActionCommand& command) {
     recordAction(command);
-    if (command.deviceKey != m_registers.get(reg::kActionDeviceKey) ||
-        command.groupKey != m_registers.get(reg::kActionGroupKey) ||
-        (command.groupMask & m_registers.get(reg::kActionGroupMask)) == 0)
-        return false;
-    if (command.scheduled && command.time > ticks()) {
+    const bool selected = command.deviceKey == m_registers.get(reg::kActionDeviceKey) &&
+                          command.groupKey == m_registers.get(reg::kActionGroupKey) &&
+                          (command.groupMask & m_registers.get(reg::kActionGroupMask)) != 0;
+    if (selected && command.scheduled && command.time > ticks()) {
         // The standard's queue of scheduled actions holds a few; more are
         // acknowledged and dropped.
         std::lock_guard<std::mutex> lock(m_actionMutex);
         if (m_scheduledActions.size() < kMaxScheduledActions)
             m_scheduledActions.push_back(command.time);
         Log::write(1, m_name, "action command scheduled at " + std::to_string(command.time));
-        return true;
+    } else if (selected) {
+        executeAction();
     }
-    executeAction();
-    return true;
+    // Counted last: a reader that sees the count sees all the command did.
+    m_registers.set(reg::kActionsReceived, m_registers.get(reg::kActionsReceived) + 1);
+    return selected;
 }
 
 void Camera::recordAction(const ActionCommand& c) {
@@ -558,8 +559,6 @@ void Camera::recordAction(const ActionCommand& c) {
     r.set(reg::kLastActionArrivalHigh, static_cast<uint32_t>(arrival >> 32));
     r.set(reg::kLastActionArrivalLow, static_cast<uint32_t>(arrival));
     r.set(reg::kLastActionSource, c.from.ip);
-    // Counted last: a reader that sees the count sees the fields.
-    r.set(reg::kActionsReceived, r.get(reg::kActionsReceived) + 1);
     Log::write(2, m_name,
                "action command of " + std::to_string(c.length) + " bytes from " +
                    ipToString(c.from.ip));
