@@ -274,7 +274,9 @@ int SystemRegImpl::GetInterfaceID_Available_Reg(void* buffer, unsigned long* siz
     if (int rc = m_system->GetNumInterfaces(&count)) {
         return ChainError(rc);
     }
-    return Constant(m_interfaceSelector < static_cast<std::int64_t>(count) ? 1 : 0, buffer, size);
+    const bool available =
+        m_interfaceSelector >= 0 && m_interfaceSelector < static_cast<std::int64_t>(count);
+    return Constant(available ? 1 : 0, buffer, size);
 }
 
 int SystemRegImpl::GetGevInterfaceMACAddress_Reg(void* buffer, unsigned long* size) {
