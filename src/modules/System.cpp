@@ -1,7 +1,18 @@
 #include "modules/System.h"
 
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <memory>
+#include <string>
 
 #include "GenTL_KESTA.h"
 #include "api/Error.h"
@@ -9,9 +20,11 @@
 #include "api/GLogger.h"
 #include "api/GenTL.h"
 #include "api/GenTLHandle.h"
+#include "hal/GvcpWire.h"
 #include "hal/HALGev.h"
 #include "modules/InterfaceGev.h"
 #include "modules/ProtectedDeviceRegistry.h"
+#include "registers/ModuleXml.h"
 
 namespace GenTL {
 
@@ -20,8 +33,70 @@ namespace {
 const char kSystemUrlTemplate[] =
     "local:SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml;F0F00000;%X?"
     "SchemaVersion=1.0.0";
-// Byte length of the system's XML description, without a terminator.
-constexpr unsigned long kSystemXmlLength = 44959;
+
+/// The action command as sent by the system: no ack is awaited, so the
+/// request id is all ones and the length field 0.
+constexpr std::uint16_t kBroadcastActionId = 0xFFFF;
+constexpr std::size_t kActionSize = 20;
+constexpr std::size_t kScheduledActionSize = 28;
+
+/// An interface that an action command leaves through: IPv4, up, running,
+/// not loopback.
+bool CarriesActions(const ifaddrs& entry) {
+    const unsigned int flags = entry.ifa_flags;
+    return entry.ifa_addr != nullptr && entry.ifa_addr->sa_family == AF_INET &&
+           (flags & IFF_UP) != 0 && (flags & IFF_LOOPBACK) == 0 && (flags & IFF_RUNNING) != 0;
+}
+
+/// A socket option that the send needs; its failure is recorded without a
+/// stamp, in the words of the control layer's sockets.
+int EnableOption(int fd, int option, const char* name) {
+    const int one = 1;
+    if (::setsockopt(fd, SOL_SOCKET, option, &one, sizeof one) == 0) {
+        return GC_ERR_SUCCESS;
+    }
+    const int err = errno;
+    const std::string text = std::string("GenTL::CommSocket Setting ") + name + " Failed";
+    GLogger::Error(text.c_str(), err);
+    CacheError(Error::GenerateError(GC_ERR_ABORT, text + " : " + std::to_string(err)));
+    return GC_ERR_ABORT;
+}
+
+/// Closes the sending socket on every way out.
+struct ScopedFd {
+    int fd;
+    ~ScopedFd() {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+};
+
+/// The datagram once from a socket bound to local (port 0) to target.
+int SendFrom(const sockaddr_in& local, const sockaddr_in& target, const std::uint8_t* datagram,
+             std::size_t length) {
+    const ScopedFd owned{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP)};
+    const int fd = owned.fd;
+    if (fd < 0) {
+        GLogger::Error("GenTL::System::SendActionCommand socket() failed", errno);
+        return detail::ReportBareError(GC_ERR_ERROR);
+    }
+    if (int rc = EnableOption(fd, SO_BROADCAST, "SO_BROADCAST")) {
+        return rc;
+    }
+    if (int rc = EnableOption(fd, SO_REUSEADDR, "SO_REUSEADDR")) {
+        return rc;
+    }
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
+        GLogger::Error("GenTL::System::SendActionCommand bind() failed", errno);
+        return detail::ReportBareError(GC_ERR_ERROR);
+    }
+    // Nobody answers to the system, and a lost datagram is not retried: the
+    // result is not looked at.
+    (void)::sendto(fd, datagram, length, 0, reinterpret_cast<const sockaddr*>(&target),
+                   sizeof target);
+    return GC_ERR_SUCCESS;
+}
 
 template <typename T> int ReadField(const T& field, T* value) {
     if (value == nullptr) {
@@ -52,15 +127,15 @@ System::~System() = default;
 // --- Port ------------------------------------------------------------------
 
 int System::ReadPort(unsigned long address, void* buffer, unsigned long* size) {
-    return DispatchRead(address, buffer, size);
+    return m_regImpl.DispatchRead(address, buffer, size);
 }
 
 int System::WritePort(unsigned long address, const void* buffer, unsigned long* size) {
-    return DispatchWrite(address, buffer, size);
+    return m_regImpl.DispatchWrite(address, buffer, size);
 }
 
 int System::GetPortURL(char* url, unsigned long* size) const {
-    return BaseModule::GetPortURL(kSystemUrlTemplate, kSystemXmlLength, kPortUrlExtraTwo, url,
+    return BaseModule::GetPortURL(kSystemUrlTemplate, g_systemXml.size, kPortUrlExtraTwo, url,
                                   size);
 }
 
@@ -91,14 +166,6 @@ int System::ReadPortStacked(S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long*
 
 int System::WritePortStacked(S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* count) {
     return WritePortEntries(entries, count);
-}
-
-int System::DispatchRead(unsigned long address, void* buffer, unsigned long* size) {
-    return BaseModule::ReadPort(address, buffer, size);
-}
-
-int System::DispatchWrite(unsigned long address, const void* buffer, unsigned long* size) {
-    return BaseModule::WritePort(address, buffer, size);
 }
 
 // --- System ----------------------------------------------------------------
@@ -393,6 +460,47 @@ int System::GetActionCommandExecuteTime(unsigned long* value) const {
 
 int System::SetActionCommandExecuteTime(const unsigned long* value) {
     return WriteField(m_actionExecuteTime, value);
+}
+
+int System::SendActionCommand(unsigned int deviceKey, unsigned int groupKey, unsigned int groupMask,
+                              unsigned int targetIP, unsigned long executeTime) {
+    std::uint8_t datagram[kScheduledActionSize] = {};
+    const bool scheduled = executeTime != 0;
+    const std::size_t length = scheduled ? kScheduledActionSize : kActionSize;
+    const std::uint8_t flags =
+        gvcp::kFlagAckRequired | (scheduled ? gvcp::kFlagScheduledAction : std::uint8_t{0});
+    gvcp::PutCommandHeader(datagram, length, flags, gvcp::kActionCmd, 0, kBroadcastActionId);
+    gvcp::PutU32(datagram, length, 8, deviceKey);
+    gvcp::PutU32(datagram, length, 12, groupKey);
+    gvcp::PutU32(datagram, length, 16, groupMask);
+    gvcp::PutU32(datagram, length, 20, static_cast<std::uint32_t>(executeTime >> 32));
+    gvcp::PutU32(datagram, length, 24, static_cast<std::uint32_t>(executeTime));
+
+    sockaddr_in target{};
+    target.sin_family = AF_INET;
+    target.sin_port = htons(gvcp::kPort);
+    target.sin_addr.s_addr = htonl(targetIP);
+
+    // getifaddrs in place of a fixed-size SIOCGIFCONF: the same filter, with
+    // no limit on the number of interfaces and no socket to enumerate with.
+    ifaddrs* list = nullptr;
+    if (::getifaddrs(&list) != 0) {
+        GLogger::Error("GenTL::System::SendActionCommand getifaddrs() failed", errno);
+        return detail::ReportBareError(GC_ERR_ERROR);
+    }
+    const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, ::freeifaddrs);
+    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+        if (!CarriesActions(*entry)) {
+            continue;
+        }
+        sockaddr_in local{};
+        std::memcpy(&local, entry->ifa_addr, sizeof local);
+        local.sin_port = 0;
+        if (int rc = SendFrom(local, target, datagram, length)) {
+            return rc;
+        }
+    }
+    return GC_ERR_SUCCESS;
 }
 
 } // namespace GenTL

@@ -7,6 +7,10 @@
  * facts of "TLPort", and opens InterfaceGev modules, which it enters in
  * g_openedDevicesRegistry. One System exists at a time (g_isSystemOpen).
  *
+ * Its port serves the register space of SystemRegImpl, which it keeps for
+ * its whole life so that the selectors hold between accesses, and the XML
+ * that describes it.
+ *
  * Lifecycle: construct (TLOpen passes a null control layer, a test may pass
  * its own), Open (makes a HALGev if none was given, lists the adapters),
  * Close (closes what the registry still lists as open, interfaces first,
@@ -21,6 +25,7 @@
 #include "api/InfoUtility.h"
 #include "modules/BaseModule.h"
 #include "modules/ISystem.h"
+#include "registers/SystemRegImpl.h"
 
 namespace GenTL {
 
@@ -45,7 +50,7 @@ public:
 
     // --- Port -------------------------------------------------------------
 
-    /// The system's register space.
+    /// The system's register space (SystemReg).
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
     /// "local:SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml;F0F00000;<len>?..."
@@ -122,18 +127,26 @@ public:
     int GetActionCommandExecuteTime(unsigned long* value) const;
     int SetActionCommandExecuteTime(const unsigned long* value);
 
+    /**
+     * Sends one action command (20 bytes, or 28 with an executeTime other
+     * than 0) to UDP port 3956 of targetIP (host order, normally a broadcast
+     * address) out of every IPv4 interface that is up, running and not
+     * loopback, from a socket bound to that interface's address. Nobody is
+     * waiting for acks. No usable interface is success with nothing sent. A
+     * failing socket, option or bind ends the walk (GC_ERR_ERROR or
+     * GC_ERR_ABORT): the interfaces before it have had theirs.
+     */
+    int SendActionCommand(unsigned int deviceKey, unsigned int groupKey, unsigned int groupMask,
+                          unsigned int targetIP, unsigned long executeTime);
+
     /// The control layer (null before Open when none was given).
     IHALGev* GetHal() const { return m_pHal; }
 
 private:
-    // The register map of the port; until it exists the port answers as
-    // BaseModule does.
-    int DispatchRead(unsigned long address, void* buffer, unsigned long* size);
-    int DispatchWrite(unsigned long address, const void* buffer, unsigned long* size);
-
     IHALGev* m_pHal;
     InfoUtility m_infoUtility;
     std::vector<std::string> m_interfaceIds;
+    SystemRegImpl m_regImpl{this};
     std::string m_tlFileName;
     std::string m_tlFilePath;
     std::string m_displayName = "Kesta Optic Works GenTL Module";

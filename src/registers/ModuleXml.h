@@ -27,5 +27,7 @@ struct ModuleXml {
 
 /// SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1.xml
 extern const ModuleXml g_streamXml;
+/// SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml
+extern const ModuleXml g_systemXml;
 
 } // namespace GenTL

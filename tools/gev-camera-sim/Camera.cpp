@@ -5,6 +5,7 @@
 #include "Log.h"
 #include "Wire.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
@@ -22,6 +23,7 @@ constexpr uint32_t kMinHeartbeatMs = 500;
 constexpr uint32_t kPendingTimeoutMs = 200;
 constexpr uint32_t kMinPacketSize = 576;
 constexpr uint64_t kTickFrequency = 1000000000ull;
+constexpr size_t kMaxScheduledActions = 16;
 
 uint32_t floatBits(float f) {
     uint32_t bits;
@@ -187,6 +189,8 @@ void Camera::buildRegisters(const SimConfig& c) {
     r.addRegister(reg::kEventFire, 0, Access::WriteOnly);
     r.addRegister(reg::kEventId, c.eventId, Access::ReadWrite);
     r.addRegister(reg::kEventDataSize, c.eventDataSize, Access::ReadWrite);
+    for (uint32_t a = reg::kActionsReceived; a <= reg::kLastActionSource; a += 4)
+        r.addRegister(a, 0, Access::ReadOnly);
     r.addMemory(reg::kXmlFile, (kGenApiXmlSize + 3) / 4 * 4, Access::ReadOnly);
     r.setBytes(reg::kXmlFile, kGenApiXml, kGenApiXmlSize);
     updatePayloadSize();
@@ -438,6 +442,7 @@ void Camera::commandSeen(const Endpoint& from) {
 }
 
 void Camera::tick() {
+    executeDueActions();
     if (silent() && !m_silentLogged.exchange(true)) {
         Log::write(1, m_name, "fault: the camera goes silent");
         m_stream.setSilent(true);
@@ -540,14 +545,58 @@ void Camera::moveInterfaceAddress(uint32_t from, uint32_t to, uint32_t netmask) 
     ::close(fd);
 }
 
-bool Camera::action(uint32_t deviceKey, uint32_t groupKey, uint32_t groupMask) {
-    if (deviceKey != m_registers.get(reg::kActionDeviceKey) ||
-        groupKey != m_registers.get(reg::kActionGroupKey) ||
-        (groupMask & m_registers.get(reg::kActionGroupMask)) == 0)
-        return false;
+bool Camera::action(const ActionCommand& command) {
+    recordAction(command);
+    const bool selected = command.deviceKey == m_registers.get(reg::kActionDeviceKey) &&
+                          command.groupKey == m_registers.get(reg::kActionGroupKey) &&
+                          (command.groupMask & m_registers.get(reg::kActionGroupMask)) != 0;
+    if (selected && command.scheduled && command.time > ticks()) {
+        // The standard's queue of scheduled actions holds a few; more are
+        // acknowledged and dropped.
+        std::lock_guard<std::mutex> lock(m_actionMutex);
+        if (m_scheduledActions.size() < kMaxScheduledActions)
+            m_scheduledActions.push_back(command.time);
+        Log::write(1, m_name, "action command scheduled at " + std::to_string(command.time));
+    } else if (selected) {
+        executeAction();
+    }
+    // Counted last: a reader that sees the count sees all the command did.
+    m_registers.set(reg::kActionsReceived, m_registers.get(reg::kActionsReceived) + 1);
+    return selected;
+}
+
+void Camera::recordAction(const ActionCommand& c) {
+    RegisterMap& r = m_registers;
+    const uint64_t arrival = ticks();
+    r.set(reg::kLastActionDeviceKey, c.deviceKey);
+    r.set(reg::kLastActionGroupKey, c.groupKey);
+    r.set(reg::kLastActionGroupMask, c.groupMask);
+    r.set(reg::kLastActionTimeHigh, static_cast<uint32_t>(c.time >> 32));
+    r.set(reg::kLastActionTimeLow, static_cast<uint32_t>(c.time));
+    r.set(reg::kLastActionLength, static_cast<uint32_t>(c.length));
+    r.set(reg::kLastActionArrivalHigh, static_cast<uint32_t>(arrival >> 32));
+    r.set(reg::kLastActionArrivalLow, static_cast<uint32_t>(arrival));
+    r.set(reg::kLastActionSource, c.from.ip);
+    Log::write(2, m_name,
+               "action command of " + std::to_string(c.length) + " bytes from " +
+                   ipToString(c.from.ip));
+}
+
+void Camera::executeAction() {
     m_registers.set(reg::kActionCount, m_registers.get(reg::kActionCount) + 1);
     Log::write(1, m_name, "action command accepted");
-    return true;
+}
+
+void Camera::executeDueActions() {
+    std::lock_guard<std::mutex> lock(m_actionMutex);
+    const uint64_t now = ticks();
+    auto due = [now](uint64_t time) { return time <= now; };
+    for (uint64_t time : m_scheduledActions)
+        if (due(time))
+            executeAction();
+    m_scheduledActions.erase(
+        std::remove_if(m_scheduledActions.begin(), m_scheduledActions.end(), due),
+        m_scheduledActions.end());
 }
 
 void Camera::packetResend(uint64_t blockId, bool extendedForm, uint32_t first, uint32_t last) {

@@ -17,6 +17,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace gevsim {
 
@@ -37,7 +38,7 @@ public:
                          size_t& written) override;
     void discoveryPayload(std::vector<uint8_t>& payload) override;
     bool forceIp(uint64_t mac, uint32_t ip, uint32_t netmask, uint32_t gateway) override;
-    bool action(uint32_t deviceKey, uint32_t groupKey, uint32_t groupMask) override;
+    bool action(const ActionCommand& command) override;
     void packetResend(uint64_t blockId, bool extendedForm, uint32_t first, uint32_t last) override;
     void commandSeen(const Endpoint& from) override;
     void tick() override;
@@ -54,6 +55,9 @@ private:
     void controlLost(const std::string& why);
     void updatePayloadSize();
     void moveInterfaceAddress(uint32_t from, uint32_t to, uint32_t netmask);
+    void recordAction(const ActionCommand& command);
+    void executeAction();
+    void executeDueActions();
     uint64_t ticks() const;
     bool can(const char* capability) const;
 
@@ -75,6 +79,8 @@ private:
     GvcpServer m_gvcp;
     std::mutex m_writeMutex; // one register write with its side effects at a time
     std::atomic<bool> m_silentLogged{false};
+    std::mutex m_actionMutex;
+    std::vector<uint64_t> m_scheduledActions; // times of accepted actions still to come
 };
 
 } // namespace gevsim

@@ -119,6 +119,19 @@ constexpr uint32_t kTLParamsLocked = 0x10040;
 constexpr uint32_t kEventFire = 0x10044;
 constexpr uint32_t kEventId = 0x10048;
 constexpr uint32_t kEventDataSize = 0x1004C;
+// What the camera saw of action commands, whatever their keys: the count,
+// and the last one's fields, its length in bytes, when it arrived (the
+// camera's timestamp) and from which address.
+constexpr uint32_t kActionsReceived = 0x10100;
+constexpr uint32_t kLastActionDeviceKey = 0x10104;
+constexpr uint32_t kLastActionGroupKey = 0x10108;
+constexpr uint32_t kLastActionGroupMask = 0x1010C;
+constexpr uint32_t kLastActionTimeHigh = 0x10110; // scheduled time, 0 for at once
+constexpr uint32_t kLastActionTimeLow = 0x10114;
+constexpr uint32_t kLastActionLength = 0x10118;
+constexpr uint32_t kLastActionArrivalHigh = 0x1011C;
+constexpr uint32_t kLastActionArrivalLow = 0x10120;
+constexpr uint32_t kLastActionSource = 0x10124;
 constexpr uint32_t kXmlFile = 0x00100000;
 } // namespace reg
 

@@ -134,10 +134,19 @@ void GvcpServer::handle(const uint8_t* d, size_t n, const Endpoint& from, bool v
         // The length field is not trusted here: some hosts write 0.
         if (n < 20 || !(m_handler.gvcpCapability() & gvcpcap::kAction))
             return;
-        const bool scheduled = (flags & flag::kScheduledAction) != 0;
-        if (scheduled && (n < 28 || !(m_handler.gvcpCapability() & gvcpcap::kScheduledAction)))
-            return;
-        if (!m_handler.action(get32(d, n, 8), get32(d, n, 12), get32(d, n, 16)))
+        ActionCommand action;
+        action.deviceKey = get32(d, n, 8);
+        action.groupKey = get32(d, n, 12);
+        action.groupMask = get32(d, n, 16);
+        action.scheduled = (flags & flag::kScheduledAction) != 0;
+        action.length = n;
+        action.from = from;
+        if (action.scheduled) {
+            if (n < 28 || !(m_handler.gvcpCapability() & gvcpcap::kScheduledAction))
+                return;
+            action.time = get64(d, n, 20);
+        }
+        if (!m_handler.action(action))
             return;
         if (ackRequired) {
             ackHeader(ack, status::kSuccess, cmd::kActionAck, 0, id);

@@ -16,6 +16,17 @@
 
 namespace gevsim {
 
+// An action command as it arrived.
+struct ActionCommand {
+    uint32_t deviceKey = 0;
+    uint32_t groupKey = 0;
+    uint32_t groupMask = 0;
+    bool scheduled = false;
+    uint64_t time = 0; // when scheduled: the camera timestamp to act at
+    size_t length = 0; // bytes of the datagram
+    Endpoint from;
+};
+
 // What the server needs of the camera. Status results are GVCP codes.
 class GvcpHandler {
 public:
@@ -29,8 +40,8 @@ public:
     virtual void discoveryPayload(std::vector<uint8_t>& payload) = 0;
     // True when the MAC is this camera's and the address was taken.
     virtual bool forceIp(uint64_t mac, uint32_t ip, uint32_t netmask, uint32_t gateway) = 0;
-    // True when the keys select this camera.
-    virtual bool action(uint32_t deviceKey, uint32_t groupKey, uint32_t groupMask) = 0;
+    // Every well-formed action command; true when its keys select this camera.
+    virtual bool action(const ActionCommand& command) = 0;
     virtual void packetResend(uint64_t blockId, bool extendedForm, uint32_t first,
                               uint32_t last) = 0;
     virtual void commandSeen(const Endpoint& from) = 0;

@@ -48,4 +48,22 @@ int RunGrab(Producer& producer, const Arguments& arguments);
  */
 int RunEvents(Producer& producer, const Arguments& arguments);
 
+/**
+ * features [--module system|interface|device|stream|remote] [--device
+ * SERIAL|INDEX] [--access ...] [--timeout MS]: reads the module's XML from
+ * its port and prints every feature with its value, read through the port
+ * (see FeatureListing.h). The interface is the camera's (or the first one),
+ * the device is opened for it; stream is the camera's first stream, remote
+ * the camera itself. Exit status 1 when a value could not be read.
+ */
+int RunFeatures(Producer& producer, const Arguments& arguments);
+
+/**
+ * action --device-key K --group-key G --group-mask M [--time T] [--target
+ * IP]: writes the system module's action-command features and fires
+ * ActionCommandFireCommand, which sends the command out of every network
+ * interface that is up; to 255.255.255.255 unless --target says otherwise.
+ */
+int RunAction(Producer& producer, const Arguments& arguments);
+
 } // namespace kesta::gentl

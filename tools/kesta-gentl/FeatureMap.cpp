@@ -19,6 +19,8 @@ const char* KindName(FeatureRegister::Kind kind) {
         return "an enumeration";
     case FeatureRegister::Kind::Command:
         return "a command";
+    case FeatureRegister::Kind::String:
+        return "a string";
     }
     return "?";
 }
@@ -86,6 +88,10 @@ bool FeatureMap::WriteRaw(const FeatureRegister& reg, std::uint64_t raw, std::st
 }
 
 bool FeatureMap::ReadNumber(const FeatureRegister& reg, std::int64_t& value, std::string& error) {
+    if (reg.constant) {
+        value = reg.constantValue;
+        return true;
+    }
     std::uint64_t raw = 0;
     if (!ReadRaw(reg, raw, error)) {
         return false;
@@ -209,6 +215,17 @@ bool FeatureMap::SetBoolean(const std::string& name, bool value, std::string& er
     return WriteNumber(reg, value ? reg.onValue : reg.offValue, error);
 }
 
+bool FeatureMap::GetBoolean(const std::string& name, bool& value, std::string& error) {
+    FeatureRegister reg;
+    std::int64_t number = 0;
+    if (!Resolve(name, FeatureRegister::Kind::Boolean, reg, error) ||
+        !ReadNumber(reg, number, error)) {
+        return false;
+    }
+    value = number == reg.onValue;
+    return true;
+}
+
 bool FeatureMap::SetEnumeration(const std::string& name, const std::string& entry,
                                 std::string& error) {
     FeatureRegister reg;
@@ -249,6 +266,23 @@ bool FeatureMap::Execute(const std::string& name, std::string& error) {
         return false;
     }
     return WriteNumber(reg, reg.commandValue, error);
+}
+
+bool FeatureMap::GetString(const std::string& name, std::string& value, std::string& error) {
+    FeatureRegister reg;
+    if (!Resolve(name, FeatureRegister::Kind::String, reg, error)) {
+        return false;
+    }
+    if (!reg.readable) {
+        error = "feature " + name + " is write-only";
+        return false;
+    }
+    std::string bytes(reg.length, '\0');
+    if (!m_access.Read(reg.address, bytes.data(), bytes.size(), error)) {
+        return false;
+    }
+    value = bytes.c_str();
+    return true;
 }
 
 } // namespace kesta::gentl

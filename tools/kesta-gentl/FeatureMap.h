@@ -32,12 +32,16 @@ public:
     bool GetFloat(const std::string& name, double& value, std::string& error);
     bool SetFloat(const std::string& name, double value, std::string& error);
     bool SetBoolean(const std::string& name, bool value, std::string& error);
+    /// True when the register holds the feature's OnValue.
+    bool GetBoolean(const std::string& name, bool& value, std::string& error);
     /// Writes the value of the enumeration entry of that name.
     bool SetEnumeration(const std::string& name, const std::string& entry, std::string& error);
     /// The name of the entry whose value the register holds.
     bool GetEnumeration(const std::string& name, std::string& entry, std::string& error);
     /// Writes the command's value.
     bool Execute(const std::string& name, std::string& error);
+    /// A string register's text, up to its first zero byte.
+    bool GetString(const std::string& name, std::string& value, std::string& error);
 
 private:
     bool Resolve(const std::string& name, FeatureRegister::Kind kind, FeatureRegister& reg,

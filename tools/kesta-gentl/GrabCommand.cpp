@@ -329,6 +329,9 @@ private:
             }
             return m_features->SetFloat(name, f, error);
         }
+        case FeatureRegister::Kind::String:
+            error = "feature " + name + " is a string, which grab does not set";
+            return false;
         case FeatureRegister::Kind::Integer:
             break;
         }

@@ -71,20 +71,6 @@ bool ParseActions(const std::vector<std::string>& words, std::vector<Action>& ac
     return true;
 }
 
-bool ParseAccess(const std::string& text, DEVICE_ACCESS_FLAGS& flags) {
-    if (text == "control") {
-        flags = DEVICE_ACCESS_CONTROL;
-    } else if (text == "read-only" || text == "readonly") {
-        flags = DEVICE_ACCESS_READONLY;
-    } else if (text == "exclusive") {
-        flags = DEVICE_ACCESS_EXCLUSIVE;
-    } else {
-        std::cerr << "--access takes control, read-only or exclusive, not " << text << "\n";
-        return false;
-    }
-    return true;
-}
-
 bool ParseAddress(const std::string& text, std::uint64_t& address) {
     if (!ParseNumber(text, address) || address > 0xFFFFFFFFu) {
         std::cerr << "not an address: " << text << "\n";
@@ -418,7 +404,7 @@ int RunOpen(Producer& producer, const Arguments& arguments) {
         return 2;
     }
     DEVICE_ACCESS_FLAGS flags = DEVICE_ACCESS_CONTROL;
-    if (!ParseAccess(options.Get("--access", "control"), flags)) {
+    if (!ParseAccess(options.Get("--access", "control"), flags, std::cerr)) {
         return 2;
     }
     std::vector<Action> actions;

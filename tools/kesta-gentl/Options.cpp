@@ -54,6 +54,20 @@ bool Options::Parse(const std::vector<std::string>& arguments,
     return true;
 }
 
+bool ParseAccess(const std::string& text, DEVICE_ACCESS_FLAGS& flags, std::ostream& err) {
+    if (text == "control") {
+        flags = DEVICE_ACCESS_CONTROL;
+    } else if (text == "read-only" || text == "readonly") {
+        flags = DEVICE_ACCESS_READONLY;
+    } else if (text == "exclusive") {
+        flags = DEVICE_ACCESS_EXCLUSIVE;
+    } else {
+        err << "--access takes control, read-only or exclusive, not " << text << "\n";
+        return false;
+    }
+    return true;
+}
+
 std::string Options::Get(const std::string& name, const std::string& fallback) const {
     const auto it = m_values.find(name);
     return it == m_values.end() ? fallback : it->second;

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "GenTL_KESTA.h"
+
 namespace kesta::gentl {
 
 class Options {
@@ -32,5 +34,9 @@ private:
 
 /// A number in decimal or 0x hexadecimal; false for anything else.
 bool ParseNumber(const std::string& text, std::uint64_t& value);
+
+/// --access: control, read-only (or readonly) or exclusive; anything else
+/// is printed to err and fails.
+bool ParseAccess(const std::string& text, DEVICE_ACCESS_FLAGS& flags, std::ostream& err);
 
 } // namespace kesta::gentl

@@ -35,6 +35,8 @@ public:
     /// the cameras found, in interface order, become Cameras().
     GC_ERROR Discover(std::uint64_t timeoutMs);
 
+    /// The system module (TLOpen's handle), null before Start.
+    TL_HANDLE System() const { return m_system; }
     const std::vector<Interface>& Interfaces() const { return m_interfaces; }
     const std::vector<Camera>& Cameras() const { return m_cameras; }
 

@@ -12,6 +12,8 @@ namespace {
 
 /// Longest chain of value-passing nodes followed before giving up (a loop).
 constexpr int kMaxHops = 16;
+/// Longest string register read.
+constexpr std::int64_t kMaxStringLength = 64 * 1024;
 
 std::string Trim(const std::string& text) {
     const auto first = text.find_first_not_of(" \t\r\n");
@@ -44,7 +46,7 @@ bool ParseInteger(const std::string& text, std::int64_t& value) {
 
 bool IsRegister(const std::string& kind) {
     return kind == "IntReg" || kind == "MaskedIntReg" || kind == "FloatReg" ||
-           kind == "StructEntry";
+           kind == "StructEntry" || kind == "StringReg";
 }
 
 } // namespace
@@ -141,10 +143,13 @@ bool XmlFeatureResolver::Resolve(const std::string& feature, FeatureRegister& ou
                 address += static_cast<std::uint64_t>(part); // several Address elements add up
                 anyAddress = true;
             }
+            const bool text = kind == "StringReg";
+            const std::int64_t longest = text ? kMaxStringLength : 8;
             std::int64_t length = 0;
             if (!anyAddress || !ParseInteger(ChildText(reg, "Length"), length) || length < 1 ||
-                length > 8) {
-                return fail(where + " has no address or a length outside 1 to 8 bytes");
+                length > longest) {
+                return fail(where + " has no address or a length outside 1 to " +
+                            std::to_string(longest) + " bytes");
             }
             found.registerNode = name;
             found.address = address;
@@ -187,9 +192,14 @@ bool XmlFeatureResolver::Resolve(const std::string& feature, FeatureRegister& ou
                 found.shift = static_cast<std::uint32_t>(low);
                 found.width = static_cast<std::uint32_t>(high - low + 1);
             }
-            if (!kindKnown) {
+            if (text) {
+                found.kind = FeatureRegister::Kind::String;
+            } else if (!kindKnown) {
                 found.kind =
                     found.isFloat ? FeatureRegister::Kind::Float : FeatureRegister::Kind::Integer;
+            }
+            if (found.representation.empty()) {
+                found.representation = ChildText(node, "Representation");
             }
             out = found;
             return true;
@@ -212,8 +222,12 @@ bool XmlFeatureResolver::Resolve(const std::string& feature, FeatureRegister& ou
                     found.kind = FeatureRegister::Kind::Enumeration;
                     for (pugi::xml_node entry : node.children("EnumEntry")) {
                         std::int64_t value = 0;
+                        std::string symbolic = ChildText(entry, "Symbolic");
+                        if (symbolic.empty()) {
+                            symbolic = entry.attribute("Name").as_string();
+                        }
                         if (ParseInteger(ChildText(entry, "Value"), value)) {
-                            found.entries[entry.attribute("Name").as_string()] = value;
+                            found.entries[symbolic] = value;
                         }
                     }
                 } else {
@@ -227,7 +241,19 @@ bool XmlFeatureResolver::Resolve(const std::string& feature, FeatureRegister& ou
                     }
                 }
             }
+            if (found.representation.empty()) {
+                found.representation = ChildText(node, "Representation");
+            }
             next = ChildText(node, "pValue");
+            if (next.empty() && node.child("Value") && kind != "Float" && kind != "Command") {
+                if (!ParseInteger(ChildText(node, "Value"), found.constantValue)) {
+                    return fail(where + " has an unreadable Value");
+                }
+                found.constant = true;
+                found.writable = false;
+                out = found;
+                return true;
+            }
             if (next.empty()) {
                 return fail(where + (node.child("Value") ? " is a constant, not a register"
                                                          : " has no pValue"));
@@ -257,6 +283,30 @@ bool XmlFeatureResolver::Resolve(const std::string& feature, FeatureRegister& ou
     }
     return fail("more than " + std::to_string(kMaxHops) +
                 " nodes from feature to register (a loop?)");
+}
+
+bool XmlFeatureResolver::Describe(const std::string& name, FeatureNode& out) const {
+    const auto it = m_nodes->byName.find(name);
+    if (it == m_nodes->byName.end()) {
+        return false;
+    }
+    const pugi::xml_node node = it->second;
+    const auto texts = [&](const char* child) {
+        std::vector<std::string> list;
+        for (pugi::xml_node n : node.children(child)) {
+            list.push_back(Trim(n.text().as_string()));
+        }
+        return list;
+    };
+    out = FeatureNode{};
+    out.kind = node.name();
+    out.features = texts("pFeature");
+    out.selected = texts("pSelected");
+    out.isImplemented = ChildText(node, "pIsImplemented");
+    out.isAvailable = ChildText(node, "pIsAvailable");
+    out.min = node.child("pMin") ? ChildText(node, "pMin") : ChildText(node, "Min");
+    out.max = node.child("pMax") ? ChildText(node, "pMax") : ChildText(node, "Max");
+    return true;
 }
 
 } // namespace kesta::gentl

@@ -39,6 +39,14 @@ const Command kCommands[] = {
      "\topen one camera with control and print its events as they arrive, then their count\n"
      "\t(until Ctrl-C without --seconds)",
      kesta::gentl::RunEvents},
+    {"features",
+     "[--module system|interface|device|stream|remote] [--device SERIAL|INDEX]\n"
+     "\tevery feature of a module's description with its value (the system's by default)",
+     kesta::gentl::RunFeatures},
+    {"action",
+     "--device-key K --group-key G --group-mask M [--time T] [--target IP]\n"
+     "\tsend an action command out of every network interface (to 255.255.255.255)",
+     kesta::gentl::RunAction},
 };
 
 void PrintUsage(std::ostream& out) {
@@ -79,6 +87,7 @@ void PrintUsage(std::ostream& out) {
            "example, on a new network:\n"
            "  kesta-gentl list\n"
            "  kesta-gentl open --device SERIAL info xml camera.xml read-reg 0x0A00\n"
+           "  kesta-gentl features --module remote --device SERIAL\n"
            "  kesta-gentl grab --device SERIAL --width 640 --height 480 --frames 50 \\\n"
            "      --save first.png\n"
            "  kesta-gentl events --device SERIAL --seconds 10\n";

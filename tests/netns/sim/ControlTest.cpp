@@ -52,13 +52,17 @@ TEST_F(Control, ActionCommandsSelectByKeys) {
     ASSERT_EQ(client->writeReg(addr::kGroupKey, 7), 0);
     ASSERT_EQ(client->writeReg(addr::kGroupMask, 0x0F), 0);
     GvcpClient broadcaster(0xFFFFFFFF, bed.hostIp);
-    auto action = [&](uint32_t deviceKey, uint32_t groupKey, uint32_t mask) {
+    auto action = [&](uint32_t deviceKey, uint32_t groupKey, uint32_t mask, uint64_t time = 0) {
         std::vector<uint8_t> p;
         putBe32(p, 0, deviceKey);
         putBe32(p, 4, groupKey);
         putBe32(p, 8, mask);
+        if (time != 0) {
+            putBe32(p, 12, static_cast<uint32_t>(time >> 32));
+            putBe32(p, 16, static_cast<uint32_t>(time));
+        }
         // The length field is left 0, as some hosts send it.
-        broadcaster.sendCommand(0x0100, p, 0x01, broadcaster.nextId(), 0);
+        broadcaster.sendCommand(0x0100, p, time != 0 ? 0x81 : 0x01, broadcaster.nextId(), 0);
         return broadcaster.receiveAck(300);
     };
     const Ack ok = action(0xCAFE, 7, 0x01);
@@ -69,6 +73,25 @@ TEST_F(Control, ActionCommandsSelectByKeys) {
     EXPECT_FALSE(action(0xCAFE, 8, 0x01).received);
     EXPECT_FALSE(action(0xCAFE, 7, 0x10).received);
     EXPECT_EQ(client->reg(addr::kActionCount), 1u);
+    // Every command is on record, the refused ones too.
+    EXPECT_EQ(client->reg(addr::kActionsReceived), 4u);
+    EXPECT_EQ(client->reg(addr::kLastActionGroupMask), 0x10u);
+
+    // Scheduled: held until the camera's clock (1 GHz) reaches the time,
+    // here 2 s after the last command arrived; a time past acts at once.
+    const uint64_t now = uint64_t{client->reg(addr::kLastActionArrival)} << 32 |
+                         client->reg(addr::kLastActionArrival + 4);
+    EXPECT_TRUE(action(0xCAFE, 7, 0x01, now + 2000000000).received);
+    EXPECT_TRUE(action(0xCAFE, 7, 0x01, 1).received);
+    EXPECT_EQ(client->reg(addr::kLastActionLength), 28u);
+    EXPECT_EQ(client->reg(addr::kLastActionTime + 4), 1u);
+    EXPECT_EQ(client->reg(addr::kActionCount), 2u);
+    uint32_t executed = 2;
+    for (int i = 0; i < 80 && executed == 2; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        executed = client->reg(addr::kActionCount);
+    }
+    EXPECT_EQ(executed, 3u);
 }
 
 } // namespace

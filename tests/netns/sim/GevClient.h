@@ -169,6 +169,12 @@ constexpr uint32_t kAcqMode = 0x10010, kAcqStart = 0x10014, kAcqStop = 0x10018,
 constexpr uint32_t kTestPattern = 0x10020, kFrameCount = 0x10024, kVariableSize = 0x10028,
                    kEventRate = 0x1002C;
 constexpr uint32_t kActionCount = 0x10030;
+// The camera's record of the last action command received (times: high
+// word first).
+constexpr uint32_t kActionsReceived = 0x10100, kLastActionDeviceKey = 0x10104,
+                   kLastActionGroupKey = 0x10108, kLastActionGroupMask = 0x1010C,
+                   kLastActionTime = 0x10110, kLastActionLength = 0x10118,
+                   kLastActionArrival = 0x1011C, kLastActionSource = 0x10124;
 } // namespace addr
 
 uint32_t floatBits(float f);

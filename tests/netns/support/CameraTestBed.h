@@ -7,6 +7,7 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -39,6 +40,17 @@ inline std::string CurrentNetns() {
     return name;
 }
 
+/// True when /proc/self/ns/net is known to be the namespace of process 1
+/// (the machine's own, as far as this process can tell); false when they
+/// differ or process 1's is not readable.
+inline bool InInitialNetns() {
+    char self[64] = {};
+    char init[64] = {};
+    const ssize_t a = readlink("/proc/self/ns/net", self, sizeof self - 1);
+    const ssize_t b = readlink("/proc/1/ns/net", init, sizeof init - 1);
+    return a > 0 && b > 0 && std::string(self) == std::string(init);
+}
+
 /// Why this process must not open the System here; empty inside the
 /// harness's host namespace, where no address but the test bed's is up (the
 /// ports of its bridge carry none).
@@ -46,6 +58,9 @@ inline std::string NotInTestBed() {
     const std::string host = Env("KESTA_NETNS_HOST");
     if (host.empty()) {
         return "needs the namespaces of run-with-camera";
+    }
+    if (InInitialNetns()) {
+        return "refusing to run in the machine's own network namespace";
     }
     if (CurrentNetns() != host) {
         return "not inside the namespace " + host;

@@ -175,7 +175,6 @@ TEST_F(FeatureMapTest, WalksPassThroughNodesToTheRegister) {
 TEST_F(FeatureMapTest, RefusesWhatNeedsAGenApiEngineAndSaysWhere) {
     const std::pair<const char*, const char*> refusals[] = {
         {"OffsetX", "IntSwissKnife OffsetKnife computes"},
-        {"Constant", "Integer Constant is a constant"},
         {"Indexed", "IntReg IndexedReg takes its address from another node"},
         {"LoopA", "a loop"},
         {"Dangling", "node Nowhere is named but not described"},
@@ -225,6 +224,10 @@ TEST_F(FeatureMapTest, ValuesAreEncodedAsTheRegisterWants) {
         features.GetInteger("AcquisitionStart", value, error)); // a command, not an integer
     EXPECT_FALSE(features.SetInteger("PayloadSize", 1, error));
     EXPECT_NE(error.find("read-only"), std::string::npos);
+    // A node that holds its value itself reads it and takes no write.
+    ASSERT_TRUE(features.GetInteger("Constant", value, error));
+    EXPECT_EQ(value, 5);
+    EXPECT_FALSE(features.SetInteger("Constant", 6, error));
 }
 
 TEST_F(FeatureMapTest, BitFieldsKeepTheirNeighbours) {
