@@ -1,7 +1,7 @@
-// The interface's and the device's embedded GenApi descriptions, one table
-// row each: the very bytes of the source file, one port that every register
-// uses, every node that a feature points to present, and the register table
-// in step with the XML both ways (address, width, access).
+// The modules' embedded GenApi descriptions, one table row each: the very
+// bytes of the source file, one port that every register uses, every node
+// that a feature points to present, and the register table in step with the
+// XML both ways (address, width, access).
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -15,6 +15,7 @@
 #include "registers/DeviceReg.h"
 #include "registers/InterfaceReg.h"
 #include "registers/ModuleXml.h"
+#include "registers/StreamReg.h"
 
 namespace {
 
@@ -37,16 +38,19 @@ template <class Reg> std::vector<Row> RowsOf(const GenTL::RegisterTable<Reg>& ta
 }
 
 struct Module {
+    const char* name;
     const char* file;
     const GenTL::ModuleXml* xml;
     std::vector<Row> (*rows)();
 };
 
 const Module kModules[] = {
-    {"SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml", &GenTL::g_interfaceXml,
-     [] { return RowsOf(GenTL::InterfaceReg::Registers()); }},
-    {"SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml", &GenTL::g_deviceXml,
+    {"Interface", "SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml",
+     &GenTL::g_interfaceXml, [] { return RowsOf(GenTL::InterfaceReg::Registers()); }},
+    {"Device", "SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml", &GenTL::g_deviceXml,
      [] { return RowsOf(GenTL::DeviceReg::Registers()); }},
+    {"DataStream", "SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1.xml",
+     &GenTL::g_streamXml, [] { return RowsOf(GenTL::StreamReg::Registers()); }},
 };
 
 class ModuleXml : public ::testing::TestWithParam<Module> {
@@ -73,6 +77,9 @@ TEST_P(ModuleXml, IsTheSourceFileWithOnePort) {
     file << in.rdbuf();
     EXPECT_EQ(text, file.str());
     EXPECT_EQ(GetParam().xml->data[GetParam().xml->size], 0);
+    EXPECT_STREQ(root.attribute("SchemaMinorVersion").as_string(), "1");
+    EXPECT_STREQ(root.attribute("ModelName").as_string(), "SFNC_Camera");
+    EXPECT_STREQ(root.attribute("VendorName").as_string(), "Generic");
 
     ASSERT_EQ(std::distance(root.children("Port").begin(), root.children("Port").end()), 1);
     const std::string port = root.child("Port").attribute("Name").as_string();
@@ -115,9 +122,7 @@ TEST_P(ModuleXml, RegistersMatchTheTable) {
     EXPECT_EQ(xml.size() + 1, table.size()) << "registers of the XML that are not served";
 }
 
-INSTANTIATE_TEST_SUITE_P(InterfaceAndDevice, ModuleXml, ::testing::ValuesIn(kModules),
-                         [](const auto& info) {
-                             return std::string(info.index ? "Device" : "Interface");
-                         });
+INSTANTIATE_TEST_SUITE_P(Modules, ModuleXml, ::testing::ValuesIn(kModules),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 } // namespace

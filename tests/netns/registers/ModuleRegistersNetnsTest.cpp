@@ -2,12 +2,7 @@
 // functions of the loaded producer, beside simulated cameras: the XML of
 // each port, the registers against the info commands, the device selector
 // over several cameras, ForceIP and a unicast action command through the
-// registers, and the refusals of the register spaces. Each test runs in a
-// fresh working directory of its own, where GCCloseLib leaves its
-// persist.json.
-#include <stdlib.h>
-#include <unistd.h>
-
+// registers, and the refusals of the register spaces.
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -45,21 +40,10 @@ constexpr uint64_t kCameraActionGroupKey = 0x9800;
 constexpr uint64_t kCameraActionGroupMask = 0x9804;
 constexpr uint64_t kCameraActionCount = 0x10030;
 
-/// A fixture whose process works in a directory made for the test.
+/// The camera opened on demand; the process works in a directory of the
+/// test's own.
 class ModuleRegisters : public kesta_device::CameraTest {
 protected:
-    void SetUp() override {
-        char dir[] = "/tmp/kesta-regs-XXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        m_dir = dir;
-        ASSERT_EQ(chdir(m_dir.c_str()), 0);
-        CameraTest::SetUp();
-    }
-    void TearDown() override {
-        CameraTest::TearDown();
-        std::system(("rm -rf " + m_dir).c_str());
-    }
-
     void OpenDevice() {
         ASSERT_EQ(Lib().IFOpenDevice(m_iface, m_serial.c_str(), DEVICE_ACCESS_CONTROL, &m_device),
                   GC_ERR_SUCCESS)
@@ -81,7 +65,7 @@ protected:
         return WriteNumber(Lib(), port, address, value);
     }
 
-    std::string m_dir;
+    kesta_device::TemporaryWorkingDirectory m_dir;
 };
 
 TEST_F(ModuleRegisters, EachPortServesItsXmlWhole) {
@@ -110,18 +94,17 @@ TEST_F(ModuleRegisters, EachPortServesItsXmlWhole) {
     }
 }
 
-/// The info command behind a register, as the consumer asks it: the bytes
-/// GetInfo hands out, which the register gives in the same order, a number
-/// zero-extended to the register's 8 bytes.
-std::vector<unsigned char> InfoBytes(kesta::test::CtiLibrary& lib, void* h, bool iface, int cmd) {
-    INFO_DATATYPE type = -1;
-    std::vector<unsigned char> bytes(512, 0);
-    size_t size = bytes.size();
-    const GC_ERROR rc = iface ? lib.IFGetInfo(h, cmd, &type, bytes.data(), &size)
-                              : lib.DevGetInfo(h, cmd, &type, bytes.data(), &size);
-    EXPECT_EQ(rc, GC_ERR_SUCCESS) << cmd;
-    bytes.resize(type == INFO_DATATYPE_STRING ? 512 : 8);
-    return bytes;
+/// Expects the register at address to give the bytes that an info command
+/// gave, in the same order: a string in 512 bytes, a number zero-extended
+/// to the register's 8.
+void ExpectRegisterIsInfo(kesta::test::CtiLibrary& lib, void* port, uint64_t address,
+                          INFO_DATATYPE type, std::vector<unsigned char> info) {
+    info.resize(type == INFO_DATATYPE_STRING ? 512 : 8);
+    std::vector<unsigned char> reg(info.size(), 0xAA);
+    size_t size = reg.size();
+    ASSERT_EQ(lib.GCReadPort(port, address, reg.data(), &size), GC_ERR_SUCCESS)
+        << std::hex << address << " " << lib.TakeLastError().text;
+    EXPECT_EQ(reg, info) << "0x" << std::hex << address;
 }
 
 TEST_F(ModuleRegisters, RegistersAnswerAsTheInfoCommands) {
@@ -150,14 +133,15 @@ TEST_F(ModuleRegisters, RegistersAnswerAsTheInfoCommands) {
         {false, 0x1600, DEVICE_INFO_GEV_MAC_ADDRESS},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.iface ? "interface" : "device");
         void* port = row.iface ? m_iface : m_device;
-        const std::vector<unsigned char> info = InfoBytes(Lib(), port, row.iface, row.cmd);
-        std::vector<unsigned char> reg(info.size(), 0xAA);
-        size_t size = reg.size();
-        ASSERT_EQ(Lib().GCReadPort(port, row.address, reg.data(), &size), GC_ERR_SUCCESS)
-            << std::hex << row.address << " " << Lib().TakeLastError().text;
-        EXPECT_EQ(reg, info) << (row.iface ? "interface" : "device") << " 0x" << std::hex
-                             << row.address;
+        INFO_DATATYPE type = -1;
+        std::vector<unsigned char> info(512, 0);
+        size_t size = info.size();
+        ASSERT_EQ(row.iface ? Lib().IFGetInfo(port, row.cmd, &type, info.data(), &size)
+                            : Lib().DevGetInfo(port, row.cmd, &type, info.data(), &size),
+                  GC_ERR_SUCCESS);
+        ExpectRegisterIsInfo(Lib(), port, row.address, type, info);
     }
     // The stream list: the selected id, and the action values unwritten.
     EXPECT_EQ(ReadText(Lib(), m_device, kStreamId), "0");
@@ -264,17 +248,14 @@ TEST_F(SeveralCameraRegisters, DeviceSelectorWalksTheList) {
         size_t idSize = sizeof id;
         ASSERT_EQ(Lib().IFGetDeviceID(m_iface, i, id, &idSize), GC_ERR_SUCCESS);
         ASSERT_EQ(Write(m_iface, kDeviceSelector, i), GC_ERR_SUCCESS);
+        SCOPED_TRACE(id);
         for (const auto& row : rows) {
             INFO_DATATYPE type = -1;
             std::vector<unsigned char> info(512, 0);
             size_t size = info.size();
             ASSERT_EQ(Lib().IFGetDeviceInfo(m_iface, id, row.cmd, &type, info.data(), &size),
                       GC_ERR_SUCCESS);
-            info.resize(type == INFO_DATATYPE_STRING ? 512 : 8);
-            std::vector<unsigned char> reg(info.size(), 0xAA);
-            size = reg.size();
-            ASSERT_EQ(Lib().GCReadPort(m_iface, row.address, reg.data(), &size), GC_ERR_SUCCESS);
-            EXPECT_EQ(reg, info) << id << " 0x" << std::hex << row.address;
+            ExpectRegisterIsInfo(Lib(), m_iface, row.address, type, info);
             EXPECT_EQ(Read(m_iface, row.address + 1), 1u) << std::hex << row.address;
         }
     }

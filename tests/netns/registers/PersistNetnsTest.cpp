@@ -1,7 +1,6 @@
 // The device module's StreamSelector kept in persist.json of the working
 // directory: across two processes, and from files that a person or a crash
 // left in every shape. Each test works in a directory made for it.
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -19,26 +18,6 @@ namespace {
 constexpr uint64_t kStreamSelector = 0x1800;
 constexpr uint64_t kStreamId = 0x1900;
 const char* const kFile = "persist.json";
-
-/// Makes a directory for the test and works there.
-class InTemporaryDirectory {
-public:
-    InTemporaryDirectory() {
-        char dir[] = "/tmp/kesta-persist-XXXXXX";
-        if (mkdtemp(dir) != nullptr && chdir(dir) == 0) {
-            m_dir = dir;
-        }
-    }
-    ~InTemporaryDirectory() {
-        if (!m_dir.empty()) {
-            std::system(("rm -rf " + m_dir).c_str());
-        }
-    }
-    bool Ok() const { return !m_dir.empty(); }
-
-private:
-    std::string m_dir;
-};
 
 std::string Slurp(const char* path) {
     std::ifstream in(path);
@@ -101,7 +80,7 @@ TEST(PersistedRestart, StreamSelectorSurvivesARestart) {
     if (!why.empty()) {
         GTEST_SKIP() << why;
     }
-    InTemporaryDirectory dir;
+    kesta_device::TemporaryWorkingDirectory dir;
     ASSERT_TRUE(dir.Ok());
     ASSERT_EQ(RunHalf("Persisted.DISABLED_WriteHalf"), 0);
     const std::string serial = kesta_device::EnvList("KESTA_CAMERA_SERIALS").at(0);
@@ -130,7 +109,7 @@ protected:
         Persisted::SetUp();
     }
 
-    InTemporaryDirectory m_dir;
+    kesta_device::TemporaryWorkingDirectory m_dir;
 };
 
 TEST_P(PersistedFile, IsReadOrSurvived) {
