@@ -31,6 +31,7 @@
 #include "modules/IDevice.h"
 #include "modules/IInterface.h"
 #include "modules/ISystem.h"
+#include "modules/Persist.h"
 #include "modules/ProtectedDeviceRegistry.h"
 #include "modules/System.h"
 #include "stream/DataStream.h"
@@ -238,6 +239,8 @@ GC_ERROR GCInitLib(void) {
     for (const std::string& id : g_openedDevicesRegistry.AllInterfaceIDs()) {
         g_openedDevicesRegistry.PopInterfaceEntry(id);
     }
+    // The bare name: the file lies in the process's working directory.
+    g_persist = new Persist("persist.json");
     return GC_ERR_SUCCESS;
 }
 
@@ -269,6 +272,10 @@ GC_ERROR GCCloseLib(void) {
         boost::lock_guard<boost::mutex> systemLock(g_isSystemOpenMutex);
         g_isSystemOpen = false;
     }
+    // Writes the settings file. The pointer is cleared rather than left
+    // dangling until the next GCInitLib.
+    delete g_persist;
+    g_persist = nullptr;
     // Every thread's error stack goes; a later failure makes a new cache.
     ErrorCache::ReleaseErrorCache();
     return GC_ERR_SUCCESS;

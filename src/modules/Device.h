@@ -24,6 +24,16 @@ class IDataStream;
 class IMessageChannel;
 class IHALGvsp;
 
+/// The values of the device's unicast action command, as its register space
+/// sets them; all 0 until written.
+struct ActionCommandValues {
+    unsigned int deviceKey = 0;
+    unsigned int groupKey = 0;
+    unsigned int groupMask = 0;
+    /// 0 fires at once; else the camera's time to act at.
+    unsigned long executeTime = 0;
+};
+
 class Device : public IDevice, public BaseModule {
 public:
     /// Vendor "Kesta Optic Works", model "GenTL Producer", the port facts
@@ -66,6 +76,9 @@ public:
     int SendActionCommand(unsigned int deviceKey, unsigned int groupKey, unsigned int groupMask,
                           unsigned long scheduledTime) const override;
 
+    /// What ActionCommandFireCommand sends; kept here between port accesses.
+    ActionCommandValues& GetActionCommandValues() { return m_actionCommand; }
+
 protected:
     std::string m_id;
     std::string m_vendor;
@@ -84,6 +97,7 @@ protected:
     std::vector<IMessageChannel*> m_messageChannels;
 
     InfoUtility m_infoUtility;
+    ActionCommandValues m_actionCommand;
 };
 
 } // namespace GenTL

@@ -15,7 +15,10 @@
 #include "hal/IHALGev.h"
 #include "modules/DeviceRemoteGev.h"
 #include "modules/Heartbeat.h"
+#include "modules/Persist.h"
 #include "modules/ProtectedDeviceRegistry.h"
+#include "registers/ModuleXml.h"
+#include "registers/NumberRegister.h"
 #include "stream/DataStream.h"
 #include "stream/DataStreamGevTCP.h"
 #include "stream/DataStreamGevUDP.h"
@@ -45,8 +48,6 @@ constexpr int kNumStreams = 2;
 const char* const kDeviceUrlTemplate =
     "local:SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml;F0F00000;%X"
     "?SchemaVersion=1.0.0";
-/// Length of the device module's XML description served at 0xF0F00000.
-constexpr unsigned long kDeviceXmlLength = 31261;
 
 const char* const kOpenFlags =
     "device can be opened with one of the following flags only:\nGenTL::DEVICE_ACCESS_UNKNOWN, "
@@ -164,6 +165,7 @@ int DeviceGev::Open(int flags, void* hIface) {
     m_gvcpCapability = capability;
 
     EnablePendingAck();
+    ApplyPersistedSettings();
 
     if (int rc = ConfigureDeviceTimeout()) {
         StopHeartbeat();
@@ -290,6 +292,13 @@ void DeviceGev::EnablePendingAck() {
     }
     if (int rc = m_pHal->WriteReg(m_hDevice, sk_addrGvcpConfig, config | kGvcpConfigPendingAck)) {
         GLogger::Error("DeviceGev::Open writing sk_gvcpConfigAddress failed with", rc);
+    }
+}
+
+void DeviceGev::ApplyPersistedSettings() {
+    std::string serial;
+    if (g_persist != nullptr && m_pHal->GetSerialNumber(m_hDevice, serial) == GC_ERR_SUCCESS) {
+        g_persist->ConfigureDevice(serial.c_str(), &m_registers);
     }
 }
 
@@ -573,8 +582,23 @@ int DeviceGev::SendActionCommand(unsigned int deviceKey, unsigned int groupKey,
     return GC_ERR_SUCCESS;
 }
 
+int DeviceGev::ReadPort(unsigned long address, void* buffer, unsigned long* size) {
+    return m_registers.DispatchRead(address, buffer, size);
+}
+
+int DeviceGev::WritePort(unsigned long address, const void* buffer, unsigned long* size) {
+    // Only a whole register is kept: a shorter write is no value to read.
+    std::string serial;
+    if (buffer != nullptr && size != nullptr && *size >= kNumberRegisterSize &&
+        Persist::IsSaveable(address) && g_persist != nullptr &&
+        m_pHal->GetSerialNumber(m_hDevice, serial) == GC_ERR_SUCCESS) {
+        g_persist->UpdateConfig(serial.c_str(), address, buffer);
+    }
+    return m_registers.DispatchWrite(address, buffer, size);
+}
+
 int DeviceGev::GetPortURL(char* url, unsigned long* size) const {
-    return BaseModule::GetPortURL(kDeviceUrlTemplate, kDeviceXmlLength, kPortUrlExtraOne, url,
+    return BaseModule::GetPortURL(kDeviceUrlTemplate, g_deviceXml.size, kPortUrlExtraOne, url,
                                   size);
 }
 

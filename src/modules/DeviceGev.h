@@ -21,7 +21,9 @@
  * object is deleted afterwards.
  *
  * The camera's own registers are reached through the remote port
- * (RemoteDeviceGev) whose handle GetPort hands out.
+ * (RemoteDeviceGev) whose handle GetPort hands out; the module's own
+ * port serves DeviceReg, whose StreamSelector is kept per camera between
+ * runs (Persist): Open applies what was kept.
  */
 #include <atomic>
 #include <cstdint>
@@ -30,6 +32,7 @@
 #include <boost/thread/thread.hpp>
 
 #include "modules/Device.h"
+#include "registers/DeviceRegImpl.h"
 
 namespace GenTL {
 
@@ -93,6 +96,11 @@ public:
     int SendActionCommand(unsigned int deviceKey, unsigned int groupKey, unsigned int groupMask,
                           unsigned long scheduledTime) const override;
 
+    /// The device module's register space (DeviceReg).
+    int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
+    /// Also keeps a written StreamSelector for the camera in g_persist, before
+    /// the register has taken it.
+    int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
     /// Device module's XML on its own port (0xF0F00000).
     int GetPortURL(char* url, unsigned long* size) const override;
     /// One URL; a null count fails with "piNumURLs==nullptr".
@@ -117,7 +125,10 @@ private:
     void EnablePendingAck();
     int ConfigureDeviceTimeout();
     void DeleteStreamsAndChannels();
+    void ApplyPersistedSettings();
 
+    /// The port's registers; the stream selector lives here.
+    DeviceRegImpl m_registers{this};
     IHALGev* m_pHal;
     void* m_parentInterface;
     void* m_hDevice;

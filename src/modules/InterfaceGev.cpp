@@ -9,6 +9,7 @@
 #include "api/GenTLHandle.h"
 #include "modules/DeviceGev.h"
 #include "modules/ProtectedDeviceRegistry.h"
+#include "registers/ModuleXml.h"
 
 namespace GenTL {
 
@@ -17,8 +18,6 @@ namespace {
 const char kInterfaceUrlTemplate[] =
     "local:SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml;F0F00000;%X?"
     "SchemaVersion=1.0.0";
-// Byte length of the interface's XML description, without a terminator.
-constexpr unsigned long kInterfaceXmlLength = 31445;
 
 constexpr int kAccessStatusUnknown = 0;
 constexpr int kAccessStatusReadWrite = 1;
@@ -46,28 +45,20 @@ InterfaceGev::~InterfaceGev() = default;
 // --- Port ------------------------------------------------------------------
 
 int InterfaceGev::ReadPort(unsigned long address, void* buffer, unsigned long* size) {
-    return DispatchRead(address, buffer, size);
+    return m_registers.DispatchRead(address, buffer, size);
 }
 
 int InterfaceGev::WritePort(unsigned long address, const void* buffer, unsigned long* size) {
-    return DispatchWrite(address, buffer, size);
+    return m_registers.DispatchWrite(address, buffer, size);
 }
 
 int InterfaceGev::GetPortURL(char* url, unsigned long* size) const {
-    return BaseModule::GetPortURL(kInterfaceUrlTemplate, kInterfaceXmlLength, kPortUrlExtraTwo, url,
+    return BaseModule::GetPortURL(kInterfaceUrlTemplate, g_interfaceXml.size, kPortUrlExtraTwo, url,
                                   size);
 }
 
 int InterfaceGev::GetNumPortURLs(unsigned int* count) {
     return GetOneNumPortURLs(count);
-}
-
-int InterfaceGev::DispatchRead(unsigned long address, void* buffer, unsigned long* size) {
-    return BaseModule::ReadPort(address, buffer, size);
-}
-
-int InterfaceGev::DispatchWrite(unsigned long address, const void* buffer, unsigned long* size) {
-    return BaseModule::WritePort(address, buffer, size);
 }
 
 // --- Interface -------------------------------------------------------------

@@ -22,6 +22,7 @@
 
 #include "hal/IHALGev.h"
 #include "modules/Interface.h"
+#include "registers/InterfaceRegImpl.h"
 
 namespace GenTL {
 
@@ -36,7 +37,7 @@ public:
     InterfaceGev(IHALGev* hal, void* parent, void* hAdapter);
     ~InterfaceGev() override;
 
-    /// The interface's register space.
+    /// The interface's register space (InterfaceReg).
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
     /// "local:SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml;F0F00000;<len>?..."
@@ -76,11 +77,6 @@ public:
     const std::vector<DiscoveredDevice>& GetDeviceList() const { return m_devices; }
 
 private:
-    // The register map of the port; until it exists the port answers as
-    // BaseModule does.
-    int DispatchRead(unsigned long address, void* buffer, unsigned long* size);
-    int DispatchWrite(unsigned long address, const void* buffer, unsigned long* size);
-
     /// Makes, opens and registers the device module around an open device
     /// handle; on failure nothing of it is left.
     int CreateDevice(const std::string& id, int flags, void* hDevice, void* hIface,
@@ -88,6 +84,8 @@ private:
     int GetAccessStatus(const std::string& id, int* type, void* buffer, unsigned long* size) const;
 
     std::vector<DiscoveredDevice> m_devices;
+    /// The port's registers; the device selector lives here.
+    InterfaceRegImpl m_registers{this};
     IHALGev* m_pHwInterface;
     void* m_parent;
     void* m_hAdapter;

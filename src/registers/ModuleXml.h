@@ -29,5 +29,9 @@ struct ModuleXml {
 extern const ModuleXml g_streamXml;
 /// SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml
 extern const ModuleXml g_systemXml;
+/// SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml
+extern const ModuleXml g_interfaceXml;
+/// SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml
+extern const ModuleXml g_deviceXml;
 
 } // namespace GenTL

@@ -4,6 +4,7 @@
 // flags, read-only opens and the switchover itself are tested in tests/netns.)
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <thread>
 
@@ -13,6 +14,7 @@
 #include "FakeHALGev.h"
 #include "GenTL_KESTA.h"
 #include "modules/DeviceGev.h"
+#include "registers/ModuleXml.h"
 
 namespace {
 
@@ -240,8 +242,11 @@ TEST_F(DeviceGevTest, StreamListPortUrlAndEvents) {
     EXPECT_EQ(CachedError::Take().Text(), "7 is not a valid ID");
 
     ASSERT_EQ(m_device->GetPortURL(nullptr, &size), GC_ERR_SUCCESS);
+    char length[16];
+    std::snprintf(length, sizeof length, "%lX", GenTL::g_deviceXml.size);
     const std::string url = "local:SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml;"
-                            "F0F00000;7A1D?SchemaVersion=1.0.0";
+                            "F0F00000;" +
+                            std::string(length) + "?SchemaVersion=1.0.0";
     EXPECT_EQ(size, url.size() + 1);
 
     void* event = nullptr;

@@ -19,6 +19,8 @@
 #include "modules/BaseModule.h"
 #include "modules/System.h"
 #include "registers/ModuleXml.h"
+#include "registers/DeviceReg.h"
+#include "registers/InterfaceReg.h"
 #include "registers/StreamReg.h"
 #include "registers/SystemReg.h"
 #include "stream/DataStreamGevUDP.h"
@@ -71,6 +73,20 @@ const Module kModules[] = {
      {"SystemInformation", "InterfaceEnumeration", "ActionCommandControl", "ThreadControl",
       "Driver"},
      RowsOf<GenTL::SystemReg>},
+    // Their modules need an open adapter or camera: the network tests compare
+    // these port names with PORT_INFO_PORTNAME.
+    {"Interface",
+     &GenTL::g_interfaceXml,
+     "SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml",
+     [] { return std::string("InterfacePort"); },
+     {"InterfaceInformation", "DeviceEnumeration"},
+     RowsOf<GenTL::InterfaceReg>},
+    {"Device",
+     &GenTL::g_deviceXml,
+     "SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml",
+     [] { return std::string("DevicePort"); },
+     {"DeviceInformation", "StreamEnumeration", "ActionCommandControl", "DeviceControl"},
+     RowsOf<GenTL::DeviceReg>},
 };
 
 void PrintTo(const Module& module, std::ostream* out) {

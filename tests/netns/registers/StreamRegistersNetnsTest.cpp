@@ -13,6 +13,7 @@
 #include <pugixml.hpp>
 
 #include "CameraTestBed.h"
+#include "ModulePort.h"
 
 namespace {
 
@@ -24,12 +25,6 @@ constexpr uint64_t kAccumTime = 0x2502;
 constexpr uint64_t kFps = 0x2503;
 constexpr uint64_t kPreset = 0x2510;
 
-/// A register node of the XML.
-struct Node {
-    std::string name;
-    uint64_t address;
-};
-
 class StreamRegisters : public kesta_device::CameraTest {
 protected:
     void SetUp() override {
@@ -40,78 +35,25 @@ protected:
         }
     }
 
-    /// The URL as URL_INFO_URL gives it.
-    std::string Url() {
-        INFO_DATATYPE type = -1;
-        size_t size = 0;
-        EXPECT_EQ(Lib().GCGetPortURLInfo(m_stream, 0, URL_INFO_URL, &type, nullptr, &size),
-                  GC_ERR_SUCCESS);
-        std::vector<char> url(size);
-        EXPECT_EQ(Lib().GCGetPortURLInfo(m_stream, 0, URL_INFO_URL, &type, url.data(), &size),
-                  GC_ERR_SUCCESS);
-        EXPECT_EQ(type, INFO_DATATYPE_STRING);
-        return std::string(url.data(), strnlen(url.data(), url.size()));
-    }
-
-    /// The XML, found as a consumer finds it: "local:name;ADDR;LEN[?...]",
-    /// then exactly LEN bytes at ADDR in one port read.
-    void LoadXml() {
-        const std::string url = Url();
-        const std::string scheme = "local:";
-        ASSERT_EQ(url.compare(0, scheme.size(), scheme), 0) << url;
-        const size_t first = url.find(';');
-        const size_t second = url.find(';', first + 1);
-        ASSERT_NE(second, std::string::npos) << url;
-        m_fileName = url.substr(scheme.size(), first - scheme.size());
-        const uint64_t address =
-            std::stoull(url.substr(first + 1, second - first - 1), nullptr, 16);
-        const size_t length = std::stoull(url.substr(second + 1), nullptr, 16);
-        ASSERT_EQ(address, kXmlAddress);
-        ASSERT_GT(length, 0u);
-        m_xml.assign(length, '\0');
-        size_t size = length;
-        ASSERT_EQ(Lib().GCReadPort(m_stream, address, m_xml.data(), &size), GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
-        const pugi::xml_parse_result parsed = m_doc.load_buffer(m_xml.data(), m_xml.size());
-        ASSERT_TRUE(parsed) << parsed.description() << " at " << parsed.offset;
-        m_root = m_doc.child("RegisterDescription");
-        ASSERT_TRUE(m_root);
-        for (pugi::xml_node node : m_root.children()) {
-            if (node.child("Address")) {
-                m_nodes.push_back(
-                    {node.attribute("Name").as_string(),
-                     std::stoull(node.child("Address").text().as_string(), nullptr, 0)});
-            }
-        }
-    }
+    void LoadXml() { ASSERT_NO_FATAL_FAILURE(kesta_device::LoadPortXml(Lib(), m_stream, m_xml)); }
     /// The register behind a feature of the XML.
     uint64_t AddressOf(const char* feature) {
+        const pugi::xml_node root = m_xml.root;
         const std::string reg =
-            m_root.find_child_by_attribute("Name", feature).child("pValue").text().as_string();
-        for (const Node& n : m_nodes) {
-            if (n.name == reg) {
-                return n.address;
-            }
-        }
-        ADD_FAILURE() << "no register for " << feature;
-        return 0;
+            root.find_child_by_attribute("Name", feature).child("pValue").text().as_string();
+        const pugi::xml_node node = root.find_child_by_attribute("Name", reg.c_str());
+        EXPECT_TRUE(node.child("Address")) << "no register for " << feature;
+        return std::stoull(node.child("Address").text().as_string("0"), nullptr, 0);
     }
 
     int Write(uint64_t address, uint64_t value) {
-        size_t size = sizeof value;
-        return Lib().GCWritePort(m_stream, address, &value, &size);
+        return kesta_device::WriteNumber(Lib(), m_stream, address, value);
     }
     int WriteRate(double rate) {
         size_t size = sizeof rate;
         return Lib().GCWritePort(m_stream, kFps, &rate, &size);
     }
-    uint64_t Read(uint64_t address) {
-        uint64_t value = 0;
-        size_t size = sizeof value;
-        EXPECT_EQ(Lib().GCReadPort(m_stream, address, &value, &size), GC_ERR_SUCCESS)
-            << std::hex << address << " " << Lib().TakeLastError().text;
-        return value;
-    }
+    uint64_t Read(uint64_t address) { return kesta_device::ReadNumber(Lib(), m_stream, address); }
     template <typename T> T Info(STREAM_INFO_CMD cmd) {
         INFO_DATATYPE type = -1;
         T value{};
@@ -119,20 +61,8 @@ protected:
         EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
         return value;
     }
-    std::string PortName() {
-        INFO_DATATYPE type = -1;
-        char name[128] = {};
-        size_t size = sizeof name;
-        EXPECT_EQ(Lib().GCGetPortInfo(m_stream, PORT_INFO_PORTNAME, &type, name, &size),
-                  GC_ERR_SUCCESS);
-        return name;
-    }
 
-    std::string m_fileName;
-    std::vector<char> m_xml;
-    pugi::xml_document m_doc;
-    pugi::xml_node m_root;
-    std::vector<Node> m_nodes;
+    kesta_device::PortXml m_xml;
 };
 
 TEST_F(StreamRegisters, UrlLeadsToTheXmlOnThePort) {
@@ -140,19 +70,18 @@ TEST_F(StreamRegisters, UrlLeadsToTheXmlOnThePort) {
     ASSERT_EQ(Lib().GCGetNumPortURLs(m_stream, &urls), GC_ERR_SUCCESS);
     EXPECT_EQ(urls, 1u);
     ASSERT_NO_FATAL_FAILURE(LoadXml());
-    EXPECT_EQ(m_fileName, "SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1.xml");
+    EXPECT_EQ(m_xml.fileName, "SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1.xml");
     const std::string end = "</RegisterDescription>\n";
-    EXPECT_EQ(std::string(m_xml.end() - end.size(), m_xml.end()), end);
-    const pugi::xml_node port = m_root.child("Port");
-    ASSERT_TRUE(port);
-    EXPECT_EQ(port.attribute("Name").as_string(), PortName());
-    EXPECT_EQ(PortName(), "StreamPort");
+    EXPECT_EQ(std::string(m_xml.bytes.end() - end.size(), m_xml.bytes.end()), end);
+    EXPECT_EQ(m_xml.root.child("Port").attribute("Name").as_string(),
+              kesta_device::PortName(Lib(), m_stream));
+    EXPECT_EQ(kesta_device::PortName(Lib(), m_stream), "StreamPort");
 
     // Any size at the XML's address gets the whole file at once.
-    std::vector<char> more(m_xml.size() + 100, '\x55');
+    std::vector<char> more(m_xml.bytes.size() + 100, '\x55');
     size_t size = more.size();
     ASSERT_EQ(Lib().GCReadPort(m_stream, kXmlAddress, more.data(), &size), GC_ERR_SUCCESS);
-    EXPECT_TRUE(std::equal(m_xml.begin(), m_xml.end(), more.begin()));
+    EXPECT_TRUE(std::equal(m_xml.bytes.begin(), m_xml.bytes.end(), more.begin()));
 }
 
 TEST_F(StreamRegisters, SettingsOfTheGrabLoopsThroughTheirFeatures) {

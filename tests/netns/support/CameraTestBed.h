@@ -9,6 +9,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <string>
@@ -80,6 +83,28 @@ inline std::string NotInTestBed() {
     freeifaddrs(list);
     return foreign.empty() ? "" : "a foreign link is up here: " + foreign;
 }
+
+/// A directory made for one test, the process's working directory while the
+/// object lives (the library reads and writes persist.json there); removed
+/// with what the test left in it.
+class TemporaryWorkingDirectory {
+public:
+    TemporaryWorkingDirectory() {
+        char dir[] = "/tmp/kesta-test-XXXXXX";
+        if (mkdtemp(dir) != nullptr && chdir(dir) == 0) {
+            m_dir = dir;
+        }
+    }
+    ~TemporaryWorkingDirectory() {
+        if (!m_dir.empty()) {
+            std::system(("rm -rf " + m_dir).c_str());
+        }
+    }
+    bool Ok() const { return !m_dir.empty(); }
+
+private:
+    std::string m_dir;
+};
 
 /// A GVCP command as the camera received it.
 struct Command {
