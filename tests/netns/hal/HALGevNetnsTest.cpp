@@ -431,6 +431,65 @@ TEST_F(StatusAcks, DeviceStatusesComeBackMapped) {
     EXPECT_EQ(2, good);
 }
 
+// --- A hostile camera --------------------------------------------------------------
+
+/// Run with the hostile ack rules of CMakeLists.txt, each aimed at its own
+/// address, so that the rest of the camera answers as it should.
+class Hostile : public HalBed {
+protected:
+    void SetUp() override {
+        HalBed::SetUp();
+        Discover();
+        m_device = OpenCamera(EnvList("KESTA_CAMERA_SERIALS").at(0), false);
+        ASSERT_NE(nullptr, m_device);
+    }
+    void* m_device = nullptr;
+};
+
+TEST_F(Hostile, EveryTransactionEndsWhateverTheCameraSends) {
+    struct Case {
+        const char* what;
+        unsigned address;
+    };
+    const Case cases[] = {
+        {"a pending ack promising 0 ms, and no ack", 0x064C},
+        {"pending acks without end", 0x065C},
+        {"acks of an older id, faster than the timeout, without end", 0x066C},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        unsigned value = 0x5555;
+        EXPECT_EQ(GC_ERR_TIMEOUT, EndsWithin(std::chrono::seconds(40), [&] {
+                      return m_hal->ReadReg(m_device, c.address, value);
+                  }));
+        EXPECT_EQ(0x5555u, value);
+        // The camera answers the next command as it should.
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, sk_addrVersion + 8, value));
+    }
+}
+
+TEST_F(Hostile, OnlyTheCamerasOwnCompleteAcksAreTaken) {
+    // Forged first: from another address, and from the camera's address but
+    // another port.
+    unsigned value = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, sk_addrVersion, value));
+    EXPECT_EQ(0x00020000u, value);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, sk_addrVersion + 4, value));
+    EXPECT_EQ(0x80000001u, value);
+
+    // Cut under their headers: no value, two of four words, 8 of 16 bytes.
+    value = 0x5555;
+    EXPECT_EQ(GC_ERR_INVALID_BUFFER, m_hal->ReadReg(m_device, sk_addrTickHigh + 4, value));
+    EXPECT_EQ(0x5555u, value);
+    unsigned block[2] = {0x5555, 0x5555};
+    EXPECT_EQ(GC_ERR_INVALID_BUFFER, m_hal->ReadRegBlock(m_device, sk_addrTickHigh, block, 2));
+    EXPECT_EQ(0x5555u, block[1]);
+    Bytes data(16, 0x55);
+    EXPECT_EQ(GC_ERR_INVALID_BUFFER,
+              m_hal->ReadMem(m_device, sk_addrXmlFile, reinterpret_cast<char*>(data.data()), 16));
+    EXPECT_EQ(Bytes(16, 0x55), data);
+}
+
 // --- Answers no camera would send ---------------------------------------------------
 
 using ScriptedAnswers = HalBed;
