@@ -7,8 +7,8 @@
  * - only a receive timeout (or the device's own timeout status) is retried,
  *   with the very same bytes, up to the retry count: at most numRetries + 1
  *   sends;
- * - a pending ack for this request moves the end of the wait to the time
- *   the device asks for, without using up an attempt;
+ * - a pending ack moves the end of the wait to the time the device asks
+ *   for; one for this request is waited past without using up an attempt;
  * - an ack with another request id, or a datagram too short to be an ack,
  *   is logged and waited past (unless the operation does not test ids);
  * - an ack with this id that is otherwise wrong ends the transaction;
@@ -78,7 +78,7 @@ public:
     explicit AckDeadline(int timeoutMs);
     /// A send (of a new attempt) now.
     void NewAttempt();
-    /// A pending ack for the request, promising promisedMs.
+    /// A pending ack, promising promisedMs.
     void Pending(int promisedMs);
     /// What is left of the wait, ms, at least 0.
     int RemainingMs() const;
