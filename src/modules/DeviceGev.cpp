@@ -11,7 +11,7 @@
 #include "api/GLogger.h"
 #include "api/GenTLHandle.h"
 #include "api/localization.h"
-#include "events/UnavailableMessageChannel.h"
+#include "events/MessageChannelGev.h"
 #include "hal/IHALGev.h"
 #include "modules/DeviceRemoteGev.h"
 #include "modules/Heartbeat.h"
@@ -64,7 +64,7 @@ IDataStream* MakeDataStream(IHALGev* hal, void* hDevice, void* parent, unsigned 
 
 IMessageChannel* MakeMessageChannel(IHALGev* hal, void* hDevice, unsigned channelId,
                                     int accessFlags) {
-    return new UnavailableMessageChannel(hal, hDevice, channelId, accessFlags);
+    return new MessageChannelGev(hal, hDevice, channelId, accessFlags);
 }
 
 /// Runs make; a throw becomes a code, with the log line of its kind.
@@ -487,11 +487,8 @@ int DeviceGev::GetPort(void** phRemoteDevice) {
         return ReportError(GC_ERR_INVALID_PARAMETER, "phRemoteDevice==nullptr");
     }
     if (m_pRemoteDevice == nullptr) {
-        PortInfo info = m_portInfo;
-        info.vendor = m_vendor;
-        info.model = m_model;
         auto* remote = new RemoteDeviceGev(m_pHal, m_hDevice, m_gvcpCapability,
-                                           m_endiannessMechanism, info, m_accessStatus);
+                                           m_endiannessMechanism, m_portInfo, m_accessStatus);
         void* handle = nullptr;
         AllocateHandle(&handle, remote);
         m_pRemoteDevice = remote;
