@@ -27,6 +27,17 @@ int ToSocketTimeout(long timeoutMs) {
     return static_cast<int>(std::min<long>(std::max<long>(timeoutMs, 1), INT_MAX));
 }
 
+/// An answer with no payload behind its header tells of no device; taking
+/// it would make one from whatever the buffer held before.
+bool CarriesPayload(int received) {
+    return received > static_cast<int>(gvcp::kHeaderSize);
+}
+
+/// The bytes of an answer that are in the buffer.
+std::size_t Arrived(int received) {
+    return std::min(static_cast<std::size_t>(received), kDiscoveryAckSize);
+}
+
 std::string Dotted(unsigned networkIp) {
     in_addr address{};
     address.s_addr = networkIp;
@@ -66,16 +77,17 @@ void ProcessDiscoveryAck(AdapterHandle* adapter, std::vector<DiscoveredDevice>& 
     }
     boost::timer::cpu_timer clock;
     for (;;) {
-        const int rc =
-            socket->Receive(reinterpret_cast<char*>(buffer.get()), kDiscoveryAckSize, true);
+        int received = 0;
+        const int rc = socket->Receive(reinterpret_cast<char*>(buffer.get()), kDiscoveryAckSize,
+                                       true, received, CommSocket::kSocketTimeout);
         if (rc != GC_ERR_SUCCESS) {
             // The usual end: the time is up.
             HLogger::Error("GenTL::HALGev::GetDevices Receive Failed", rc);
             return;
         }
-        DeviceData row =
-            MakeDeviceData(adapter->localAddress, buffer.get(), kDiscoveryAckSize, false);
-        {
+        if (CarriesPayload(received)) {
+            DeviceData row =
+                MakeDeviceData(adapter->localAddress, buffer.get(), Arrived(received), false);
             boost::mutex::scoped_lock lock(adapter->deviceListLock);
             devices.emplace_back(row.id, PayloadIp(row));
             adapter->deviceList.push_back(std::move(row));
@@ -118,8 +130,9 @@ int UnicastDiscovery(AdapterHandle* adapter, const std::uint8_t* command, std::s
                     .c_str());
             continue;
         }
-        if (socket->Receive(reinterpret_cast<char*>(buffer.get()), kDiscoveryAckSize, true) !=
-            GC_ERR_SUCCESS) {
+        int received = 0;
+        if (socket->Receive(reinterpret_cast<char*>(buffer.get()), kDiscoveryAckSize, true,
+                            received, CommSocket::kSocketTimeout) != GC_ERR_SUCCESS) {
             HLogger::Error(
                 loc::al("GenTL::HALGev::GetDevices(): Unicast discovery receive failed. Remote "
                         "IP: [{0}]",
@@ -127,8 +140,11 @@ int UnicastDiscovery(AdapterHandle* adapter, const std::uint8_t* command, std::s
                     .c_str());
             continue;
         }
+        if (!CarriesPayload(received)) {
+            continue;
+        }
         DeviceData row =
-            MakeDeviceData(adapter->localAddress, buffer.get(), kDiscoveryAckSize, true);
+            MakeDeviceData(adapter->localAddress, buffer.get(), Arrived(received), true);
         devices.emplace_back(row.id, PayloadIp(row));
         adapter->deviceList.push_back(std::move(row));
     }

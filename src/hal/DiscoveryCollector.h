@@ -3,8 +3,9 @@
  * Collecting the answers to a discovery.
  *
  * A discovery ack is taken as it comes: neither status, ack code, id nor
- * length is tested, and a device is whatever answers. The device's id is
- * the serial number text of the answer.
+ * length is tested, and a device is whatever answers with a payload. The
+ * device's id is the serial number text of the answer. Only the bytes that
+ * arrived are read.
  */
 #include <netinet/in.h>
 
@@ -21,8 +22,8 @@ namespace GenTL {
 /// Bytes taken from the socket per discovery answer: header and payload.
 constexpr std::size_t kDiscoveryAckSize = gvcp::kHeaderSize + gvcp::kDiscoveryPayloadSize;
 
-/// A device list row from one answer of kDiscoveryAckSize bytes (a shorter
-/// buffer reads as zeros past its end).
+/// A device list row from the size bytes of one answer that arrived (fields
+/// past them read as zeros).
 DeviceData MakeDeviceData(const sockaddr_in& local, const std::uint8_t* datagram, std::size_t size,
                           bool unicastDiscovered);
 

@@ -1,6 +1,8 @@
 #include "hal/GvcpTransaction.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <sstream>
 
 #include "GenTL_KESTA.h"
@@ -27,29 +29,38 @@ std::string Describe(unsigned address, const gvcp::AckHeader& header) {
 
 } // namespace
 
-bool CheckAckPending(BaseHandle* handle, const std::uint8_t* datagram, std::size_t size,
-                     int& savedTimeout) {
+AckDeadline::AckDeadline(int timeoutMs)
+    : m_timeout(std::max(timeoutMs, 0)),
+      m_pendingLimit(Clock::now() + std::chrono::milliseconds(kMaxPendingWaitMs)) {
+    NewAttempt();
+}
+
+void AckDeadline::NewAttempt() {
+    m_attemptEnd = Clock::now() + m_timeout;
+    m_end = m_attemptEnd;
+}
+
+void AckDeadline::Pending(int promisedMs) {
+    const std::chrono::milliseconds promise =
+        promisedMs > 0 ? std::chrono::milliseconds(promisedMs) : m_timeout;
+    m_end = std::min(Clock::now() + promise, std::max(m_attemptEnd, m_pendingLimit));
+}
+
+int AckDeadline::RemainingMs() const {
+    const Clock::duration left = m_end - Clock::now();
+    if (left <= Clock::duration::zero()) {
+        return 0;
+    }
+    const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+    return static_cast<int>(std::min<long long>(ms, INT_MAX));
+}
+
+bool CheckAckPending(const std::uint8_t* datagram, std::size_t size, int& promisedMs) {
     if (gvcp::GetU16(datagram, size, 2) != gvcp::kPendingAck) {
         return false;
     }
-    int former = 0;
-    const int promisedMs = gvcp::GetU16(datagram, size, 10);
-    if (handle->socket->SetTimeout(promisedMs, former) != 0) {
-        HLogger::Error("GenTL::HALGev::ReadReg Could't set Ackk pending Timout");
-    } else if (savedTimeout == 0) {
-        savedTimeout = former;
-    }
+    promisedMs = gvcp::GetU16(datagram, size, 10);
     return true;
-}
-
-void ResetTimout(BaseHandle* handle, int savedTimeout) {
-    if (savedTimeout == 0) {
-        return;
-    }
-    int former = 0;
-    if (handle->socket->SetTimeout(savedTimeout, former) != 0) {
-        HLogger::Error("GenTL::HALGev::ResetTimout Could't reset Timout");
-    }
 }
 
 GvcpTransaction::GvcpTransaction(DeviceHandle& device, const GvcpOperation& op,
@@ -61,6 +72,10 @@ int GvcpTransaction::Run(const std::uint8_t* command, std::size_t commandLength,
                          std::size_t ackCapacity) {
     m_detail.clear();
     m_delivered = false;
+    if (ackCapacity < m_op.ackBytes) {
+        return Fail(GC_ERR_INVALID_PARAMETER);
+    }
+    AckDeadline deadline(m_device.socket ? m_device.socket->Timeout() : 0);
     unsigned long attempt = 0;
     for (;;) {
         int code = Send(command, commandLength);
@@ -74,7 +89,7 @@ int GvcpTransaction::Run(const std::uint8_t* command, std::size_t commandLength,
                 detail::ReportErrorAt(code, m_op.sendFailedFiling, m_op.name, __LINE__);
             }
         } else {
-            const Verdict verdict = Attempt(requestId, address, ack, ackCapacity, code);
+            const Verdict verdict = Attempt(requestId, address, ack, deadline, code);
             if (verdict == Verdict::Good) {
                 m_delivered = true;
                 return GC_ERR_SUCCESS;
@@ -90,6 +105,7 @@ int GvcpTransaction::Run(const std::uint8_t* command, std::size_t commandLength,
             return Fail(code);
         }
         ++attempt;
+        deadline.NewAttempt();
     }
 }
 
@@ -104,52 +120,66 @@ int GvcpTransaction::Send(const std::uint8_t* command, std::size_t commandLength
 }
 
 GvcpTransaction::Verdict GvcpTransaction::Attempt(std::uint16_t requestId, unsigned address,
-                                                  std::uint8_t* ack, std::size_t ackCapacity,
+                                                  std::uint8_t* ack, AckDeadline& deadline,
                                                   int& code) {
-    int savedTimeout = 0;
+    // The first wait is the socket's own timeout; after a datagram that did
+    // not end the attempt, only what is left of it.
+    int waitMs = CommSocket::kSocketTimeout;
     for (;;) {
+        int received = 0;
         code = m_device.socket->Receive(reinterpret_cast<char*>(ack),
-                                        static_cast<int>(m_op.ackBytes), false);
+                                        static_cast<int>(m_op.ackBytes), false, received, waitMs);
         if (code != GC_ERR_SUCCESS) {
             if (code == GC_ERR_TIMEOUT) {
                 m_device.ConnectionTimeout();
             }
             HLogger::Error(m_op.receiveFailedLine, code);
-            break;
+            return Verdict::EndAttempt;
         }
         {
             // Any datagram, valid or not, is a sign of life.
             boost::mutex::scoped_lock lock(m_device.stateLock);
             m_device.timeoutCount = 0;
         }
-        const Verdict verdict = Judge(ack, ackCapacity, requestId, address, savedTimeout, code);
-        if (verdict == Verdict::Wait) {
-            continue;
+        const std::size_t size = static_cast<std::size_t>(std::max(received, 0));
+        const Verdict verdict =
+            Judge(ack, std::min(size, m_op.ackBytes), size, requestId, address, deadline, code);
+        if (verdict != Verdict::Wait) {
+            return verdict;
         }
-        if (verdict == Verdict::EndAttempt) {
-            break;
-        }
-        return verdict;
+        waitMs = deadline.RemainingMs();
     }
-    ResetTimout(&m_device, savedTimeout);
-    return Verdict::EndAttempt;
 }
 
-GvcpTransaction::Verdict GvcpTransaction::Judge(const std::uint8_t* ack, std::size_t ackCapacity,
-                                                std::uint16_t requestId, unsigned address,
-                                                int& savedTimeout, int& code) {
-    const bool pending = CheckAckPending(&m_device, ack, ackCapacity, savedTimeout);
-    const gvcp::AckHeader header = gvcp::AckHeader::Parse(ack, ackCapacity);
-    const bool idMatches = m_op.mismatchLine == nullptr || header.ackId == requestId;
-    if (pending && idMatches) {
+GvcpTransaction::Verdict GvcpTransaction::Judge(const std::uint8_t* ack, std::size_t arrived,
+                                                std::size_t size, std::uint16_t requestId,
+                                                unsigned address, AckDeadline& deadline,
+                                                int& code) {
+    if (size < gvcp::kHeaderSize) {
+        // Too short to be an ack at all: waited past, as a stale one.
+        HLogger::Error(m_op.invalidLine, GC_ERR_INVALID_VALUE);
         return Verdict::Wait;
     }
-    const bool lengthRight = header.length == m_op.ackLength;
+    const gvcp::AckHeader header = gvcp::AckHeader::Parse(ack, arrived);
+    const bool idMatches = m_op.mismatchLine == nullptr || header.ackId == requestId;
+    int promisedMs = 0;
+    if (CheckAckPending(ack, arrived, promisedMs)) {
+        // A pending ack of any id moves the wait (a slow device still busy
+        // with an earlier request tells so), within the pending limit; one
+        // for another request is then judged as a stale ack below.
+        deadline.Pending(promisedMs);
+        if (idMatches) {
+            return Verdict::Wait;
+        }
+    }
+
+    // Data count only if the datagram carries all its header claims.
+    const bool lengthRight =
+        header.length == m_op.ackLength && size >= gvcp::kHeaderSize + header.length;
     const bool extraRight =
-        m_op.writtenCount < 0 || gvcp::GetU16(ack, ackCapacity, 10) == m_op.writtenCount;
+        m_op.writtenCount < 0 || gvcp::GetU16(ack, arrived, 10) == m_op.writtenCount;
     if (header.status == 0 && header.ackCode == m_op.ackCode && idMatches && lengthRight &&
         extraRight) {
-        ResetTimout(&m_device, savedTimeout);
         return Verdict::Good;
     }
 
@@ -158,20 +188,19 @@ GvcpTransaction::Verdict GvcpTransaction::Judge(const std::uint8_t* ack, std::si
     HLogger::Error(m_detail.c_str());
     code = gvcp::ToGCError(header.status);
     if (!idMatches) {
-        // Most likely the late answer to an earlier attempt: wait on for ours.
+        // Most likely the late answer to an earlier attempt: wait on for ours,
+        // though no longer than the attempt's own time.
         HLogger::Warn(loc::al(m_op.mismatchLine, std::to_string(requestId).c_str(),
                               std::to_string(header.ackId).c_str())
                           .c_str());
         return Verdict::Wait;
     }
     if (header.ackCode != m_op.ackCode) {
-        ResetTimout(&m_device, savedTimeout);
         code = kWrongAckCode;
         return Verdict::Final;
     }
     const bool lengthFails = m_op.lengthTestReversed ? header.length == 4 : !lengthRight;
     if (lengthFails) {
-        ResetTimout(&m_device, savedTimeout);
         code = GC_ERR_INVALID_BUFFER;
         return Verdict::Final;
     }

@@ -7,17 +7,22 @@
  * - only a receive timeout (or the device's own timeout status) is retried,
  *   with the very same bytes, up to the retry count: at most numRetries + 1
  *   sends;
- * - a pending ack for this request sets the socket timeout to the time the
- *   device asks for and waits again without using up an attempt; the former
- *   timeout is put back when the transaction ends;
- * - an ack with another request id is logged and waited past under the same
- *   timeout (unless the operation does not test ids);
- * - an ack with this id that is otherwise wrong ends the transaction.
- * Any datagram resets the device's timeout count; each receive timeout adds
- * to it (DeviceHandle::ConnectionTimeout).
+ * - a pending ack moves the end of the wait to the time the device asks
+ *   for; one for this request is waited past without using up an attempt;
+ * - an ack with another request id, or a datagram too short to be an ack,
+ *   is logged and waited past (unless the operation does not test ids);
+ * - an ack with this id that is otherwise wrong ends the transaction;
+ * - data count only if the datagram carries all that its header claims.
+ * Whatever the device sends, the transaction ends: an attempt waits the
+ * socket's timeout from its send, and pending acks hold a transaction at
+ * most kMaxPendingWaitMs past its first send (AckDeadline). Only the
+ * device's own datagrams are heard (CommSocket::Receive). Any of them resets
+ * the device's timeout count; each receive timeout adds to it
+ * (DeviceHandle::ConnectionTimeout).
  *
  * The caller holds the device's transactionLock and builds the command.
  */
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -54,6 +59,37 @@ struct GvcpOperation {
 /// registers.
 constexpr std::size_t kMaxAckSize = 552;
 
+/// How long pending acks may hold one transaction past its first send: the
+/// slowest honest commands (flash writes) take seconds, and a device could
+/// otherwise promise for ever.
+constexpr int kMaxPendingWaitMs = 10000;
+
+/**
+ * When a wait for an ack ends, whatever the device sends. An attempt waits
+ * timeoutMs from its send; other datagrams do not restart that time. A
+ * pending ack moves the end to the time it promises (a promise of 0 would
+ * be no end at all, and keeps timeoutMs instead), within the pending limit.
+ */
+class AckDeadline {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// The first send is now.
+    explicit AckDeadline(int timeoutMs);
+    /// A send (of a new attempt) now.
+    void NewAttempt();
+    /// A pending ack, promising promisedMs.
+    void Pending(int promisedMs);
+    /// What is left of the wait, ms, at least 0.
+    int RemainingMs() const;
+
+private:
+    std::chrono::milliseconds m_timeout;
+    Clock::time_point m_pendingLimit;
+    Clock::time_point m_attemptEnd;
+    Clock::time_point m_end;
+};
+
 class GvcpTransaction {
 public:
     GvcpTransaction(DeviceHandle& device, const GvcpOperation& op, unsigned long numRetries);
@@ -77,9 +113,11 @@ private:
     int Send(const std::uint8_t* command, std::size_t commandLength);
     /// Receives until the attempt ends; code receives the attempt's result.
     Verdict Attempt(std::uint16_t requestId, unsigned address, std::uint8_t* ack,
-                    std::size_t ackCapacity, int& code);
-    Verdict Judge(const std::uint8_t* ack, std::size_t ackCapacity, std::uint16_t requestId,
-                  unsigned address, int& savedTimeout, int& code);
+                    AckDeadline& deadline, int& code);
+    /// Judges a datagram of `size` bytes, of which the first `arrived` are
+    /// in ack.
+    Verdict Judge(const std::uint8_t* ack, std::size_t arrived, std::size_t size,
+                  std::uint16_t requestId, unsigned address, AckDeadline& deadline, int& code);
     int Fail(int code);
 
     DeviceHandle& m_device;
@@ -90,13 +128,11 @@ private:
 };
 
 /**
- * If datagram is a pending ack, sets the handle's socket timeout to the time
- * it gives and returns true. savedTimeout receives the timeout that stood if
- * it is still 0, so that of several pending acks the first one's is kept.
+ * Whether datagram (size bytes) is a pending ack; promisedMs receives the
+ * time it gives. The promise moves an AckDeadline rather than the socket's
+ * timeout, so that no wait is left without an end and nothing needs to be
+ * put back afterwards.
  */
-bool CheckAckPending(BaseHandle* handle, const std::uint8_t* datagram, std::size_t size,
-                     int& savedTimeout);
-/// Puts back a timeout saved by CheckAckPending, if any.
-void ResetTimout(BaseHandle* handle, int savedTimeout);
+bool CheckAckPending(const std::uint8_t* datagram, std::size_t size, int& promisedMs);
 
 } // namespace GenTL

@@ -35,6 +35,8 @@ constexpr unsigned sk_addrTimestampTickLow = 0x0940;
 
 /// Where one-way commands with an ack (ForceIP, action) wait for it.
 constexpr int kOneShotAckTimeoutMs = 2000;
+/// The longest control timeout a device may ask for, as in the settings file.
+constexpr int kMaxDeviceTimeoutMs = 10000;
 
 // Offsets in the discovery payload.
 constexpr std::size_t kMacHigh = 0x0A;
@@ -212,22 +214,31 @@ int DeviceFactById(void* hAdapter, const std::string& id, T& out, Read read) {
 int AwaitOneShotAck(BaseHandle* handle, std::uint16_t ackCode, std::uint16_t requestId,
                     const char* receiveFailedLine, const char* invalidLine, const char* exitPrefix,
                     const char* function) {
-    std::uint8_t ack[12] = {};
-    int savedTimeout = 0;
+    std::uint8_t ack[gvcp::kHeaderSize] = {};
+    std::size_t arrived = 0;
+    AckDeadline deadline(handle->socket->Timeout());
+    int waitMs = CommSocket::kSocketTimeout;
     for (;;) {
-        const int rc = handle->socket->Receive(reinterpret_cast<char*>(ack), 8, false);
+        int received = 0;
+        const int rc = handle->socket->Receive(reinterpret_cast<char*>(ack), sizeof ack, false,
+                                               received, waitMs);
         if (rc != GC_ERR_SUCCESS) {
             HLogger::Error(receiveFailedLine, rc);
             return rc;
         }
-        if (!CheckAckPending(handle, ack, sizeof ack, savedTimeout)) {
+        arrived = std::min<std::size_t>(static_cast<std::size_t>(received), sizeof ack);
+        int promisedMs = 0;
+        if (!CheckAckPending(ack, arrived, promisedMs)) {
             break;
         }
+        // Only the header is read, so the promise reads 0: the wait keeps its
+        // own time, and pending acks hold it no longer than their limit.
+        deadline.Pending(promisedMs);
+        waitMs = deadline.RemainingMs();
     }
-    const gvcp::AckHeader header = gvcp::AckHeader::Parse(ack, sizeof ack);
+    const gvcp::AckHeader header = gvcp::AckHeader::Parse(ack, arrived);
     if (header.ackCode == ackCode && header.status == 0 && header.ackId == requestId &&
         header.length == 0) {
-        ResetTimout(handle, savedTimeout);
         return GC_ERR_SUCCESS;
     }
     const std::string details = ", ACK = " + std::to_string(header.ackCode) +
@@ -563,6 +574,11 @@ int HALGev::SetDeviceTimeout(void* hDevice, int ms) const {
     if (m_timeoutOverridden) {
         return GC_ERR_SUCCESS;
     }
+    // A device that asks for no timeout (0 is none for the socket) or for a
+    // negative one would leave every lost ack without an end: it gets the
+    // layer's own timeout; and none waits longer than the settings file
+    // allows.
+    ms = ms <= 0 ? m_timeout : std::min(ms, kMaxDeviceTimeoutMs);
     int former = 0;
     const int rc = device->socket->SetTimeout(ms, former);
     if (rc != GC_ERR_SUCCESS) {

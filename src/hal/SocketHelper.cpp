@@ -1,12 +1,15 @@
 #include "hal/SocketHelper.h"
 
 #include <arpa/inet.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -56,6 +59,16 @@ int SetIntOption(detail::SocketDescriptor& socket, int level, int name, int valu
 
 bool IsTimeout(int err) {
     return err == ETIMEDOUT || err == EAGAIN || err == EWOULDBLOCK;
+}
+
+/// Whole milliseconds until deadline, rounded up; 0 once it has passed.
+int RemainingMs(std::chrono::steady_clock::time_point deadline) {
+    const auto left = deadline - std::chrono::steady_clock::now();
+    if (left <= std::chrono::steady_clock::duration::zero()) {
+        return 0;
+    }
+    const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+    return static_cast<int>(std::min<long long>(ms, INT_MAX));
 }
 
 /// The OverlappedSocket/TCPSocket timeout setter; the texts name CommSocket.
@@ -184,6 +197,7 @@ int CommSocket::OpenAndBindSocket(sockaddr_in local, const std::string& remoteIp
         return ReportError(GC_ERR_ABORT,
                            "GenTL::CommSocket Setting SO_RCVTIMEO Failed : " + Num(err));
     }
+    m_timeoutMs = timeoutMs;
     for (const Option& o : options) {
         if (o.wanted && SetIntOption(m_socket, SOL_SOCKET, o.name, o.value) != 0) {
             const int err = errno;
@@ -217,6 +231,7 @@ int CommSocket::SetTimeout(int timeoutMs, int& oldTimeoutMs) {
         HLogger::Error("GenTL::CommSocket::SetTimeout", err);
         return ReportError(GC_ERR_ABORT, "GenTL::CommSocket::GetTimeout Failed : " + Num(err));
     }
+    m_timeoutMs = timeoutMs;
     oldTimeoutMs = static_cast<int>(old.tv_sec * 1000 + old.tv_usec / 1000);
     return GC_ERR_SUCCESS;
 }
@@ -239,12 +254,69 @@ int CommSocket::Send(const char* data, int length, unsigned ip) {
 }
 
 int CommSocket::Receive(char* buffer, int length, bool silent) {
-    const ssize_t got = m_socket.Run(
-        [&](int fd) { return ::recvfrom(fd, buffer, Length(length), 0, nullptr, nullptr); }, true);
-    if (got >= 0) {
-        return GC_ERR_SUCCESS;
+    int received = 0;
+    return Receive(buffer, length, silent, received, kSocketTimeout);
+}
+
+bool CommSocket::FromPeer(const sockaddr_in& from) const {
+    const in_addr_t peer = m_remoteAddr.sin_addr.s_addr;
+    if (peer == htonl(INADDR_ANY) || peer == htonl(INADDR_BROADCAST)) {
+        return true;
     }
-    const int err = errno;
+    return from.sin_addr.s_addr == peer && from.sin_port == m_remoteAddr.sin_port;
+}
+
+int CommSocket::Receive(char* buffer, int length, bool silent, int& received, int waitMs) {
+    using Clock = std::chrono::steady_clock;
+    received = 0;
+    const int limitMs = waitMs < 0 ? m_timeoutMs.load() : waitMs;
+    // The socket's own timeout of 0 is none at all; a wait of 0 asked for
+    // here is a look without waiting.
+    const bool endless = waitMs < 0 && limitMs == 0;
+    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(limitMs);
+    // The first read waits by the socket's timeout itself, the usual case;
+    // any other wait ends at the deadline by poll.
+    bool byTimeout = waitMs < 0;
+    int err = 0;
+    for (;;) {
+        sockaddr_in from{};
+        socklen_t fromLength = sizeof from;
+        const auto read = [&](int fd, int flags) {
+            return ::recvfrom(fd, buffer, Length(length), MSG_TRUNC | flags,
+                              reinterpret_cast<sockaddr*>(&from), &fromLength);
+        };
+        ssize_t got = -1;
+        if (byTimeout) {
+            got = m_socket.Run([&](int fd) { return read(fd, 0); }, true);
+        } else {
+            const int leftMs = endless ? -1 : RemainingMs(deadline);
+            got = m_socket.Run(
+                [&](int fd) -> ssize_t {
+                    pollfd wait{fd, POLLIN, 0};
+                    const int ready = ::poll(&wait, 1, leftMs);
+                    if (ready == 0) {
+                        errno = EAGAIN;
+                    }
+                    return ready > 0 ? read(fd, MSG_DONTWAIT) : -1;
+                },
+                true);
+        }
+        err = errno;
+        byTimeout = false;
+        if (got >= 0 && FromPeer(from)) {
+            received = static_cast<int>(std::min<ssize_t>(got, INT_MAX));
+            return GC_ERR_SUCCESS;
+        }
+        if (got >= 0) {
+            HLogger::Warn("GenTL::CommSocket::Receive dropped a datagram of another sender");
+            continue;
+        }
+        // Woken for a datagram that was then not there: wait on.
+        if (IsTimeout(err) && (endless || RemainingMs(deadline) > 0)) {
+            continue;
+        }
+        break;
+    }
     HLogger::Error("GenTL::CommSocket::Receive recvfrom", err);
     if (IsTimeout(err)) {
         if (silent) {

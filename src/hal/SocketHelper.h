@@ -30,6 +30,7 @@
 #include <netinet/in.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdint>
@@ -132,10 +133,21 @@ public:
     virtual int Send(const char* data, int length, unsigned ip);
     /// Receives one datagram into buffer; its length is not reported. A
     /// timeout is GC_ERR_TIMEOUT, recorded unless silent; other failures are
-    /// GC_ERR_BUSY.
+    /// GC_ERR_BUSY. Takes only the peer's datagrams, as the overload below.
     virtual int Receive(char* buffer, int length, bool silent);
     /// Closes the socket; ends a receive blocked in another thread.
     virtual int Close();
+    /// As Receive, telling in received the datagram's whole size (more than
+    /// length when it was cut), and waiting at most waitMs (kSocketTimeout:
+    /// the socket's own timeout). When the peer is one host, a datagram from
+    /// any other address or port is dropped, and the wait goes on for what
+    /// is left of it: nobody else can answer for the peer, nor hold the wait
+    /// open.
+    virtual int Receive(char* buffer, int length, bool silent, int& received, int waitMs);
+    static constexpr int kSocketTimeout = -1;
+
+    /// The receive timeout set on the socket, ms; 0 is none.
+    int Timeout() const { return m_timeoutMs; }
 
     /// The bound address (port of the successful bind), network order.
     const sockaddr_in& LocalAddress() const { return m_localAddr; }
@@ -145,9 +157,14 @@ public:
     int Descriptor() const { return m_socket.Get(); }
 
 private:
+    /// Whether a datagram from this address is the peer's; anyone's when
+    /// the peer is no single host (any or broadcast address).
+    bool FromPeer(const sockaddr_in& from) const;
+
     sockaddr_in m_localAddr;
     sockaddr_in m_remoteAddr;
     detail::SocketDescriptor m_socket;
+    std::atomic<int> m_timeoutMs{0};
 };
 
 /// UDP socket of the stream and message channels; one reader thread.

@@ -1,5 +1,6 @@
 #include "modules/Heartbeat.h"
 
+#include <algorithm>
 #include <string>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -16,6 +17,11 @@
 namespace GenTL {
 
 namespace {
+
+/// The shortest period: a camera whose timeout reads 0 or near it would
+/// otherwise get thousands of heartbeats a second. Cameras take no timeout
+/// under 500 ms, so this never slows the heartbeat of an honest one.
+constexpr unsigned kMinPeriodMs = 100;
 
 void HeartbeatLoop(IHALGev* hal, void* hDevice, const std::atomic<bool>& running) {
     if (ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityHeartbeatThread)) {
@@ -34,8 +40,9 @@ void HeartbeatLoop(IHALGev* hal, void* hDevice, const std::atomic<bool>& running
     while (running) {
         // An absolute deadline, taken afresh each turn: the period is half the
         // timeout plus the time of the two transactions.
+        const unsigned periodMs = std::max(timeoutMs >> 1, kMinPeriodMs);
         boost::this_thread::sleep(boost::get_system_time() +
-                                  boost::posix_time::milliseconds(timeoutMs >> 1));
+                                  boost::posix_time::milliseconds(periodMs));
 
         unsigned value = 0;
         if (int rc = hal->ReadReg(hDevice, sk_addrHeartbeatTimeout, value)) {

@@ -5,8 +5,8 @@
  * A camera keeps an application's control only while that application
  * talks to it within the camera's heartbeat timeout (register 0x0938). One
  * thread per controlled device re-writes that register's own value every
- * half timeout, reading it afresh each turn so that a changed timeout is
- * followed from the next turn on:
+ * half timeout (never more often than every 100 ms), reading it afresh each
+ * turn so that a changed timeout is followed from the next turn on:
  *
  *   running = true;
  *   thread = boost::thread(HeartbeatThread, hal, hDevice, std::cref(running));

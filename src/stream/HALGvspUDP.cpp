@@ -37,6 +37,13 @@ constexpr std::uint64_t kMaxReceiveBuffer = 64u << 20;
 /// Largest finite wait of WaitForNextLeader, ms.
 constexpr unsigned long kMaxLeaderWaitMs = 0xFFFFFFFFul;
 
+/// Whether packets of packetSize carry data behind the IP, UDP and GVSP
+/// headers.
+bool CarriesData(std::uint32_t packetSize, bool extendedId) {
+    constexpr std::uint32_t kIpUdpHeaderBytes = 28;
+    return packetSize > kIpUdpHeaderBytes + (extendedId ? 20u : 8u);
+}
+
 bool HasControl(int accessMode) {
     return accessMode == DEVICE_ACCESS_CONTROL || accessMode == DEVICE_ACCESS_EXCLUSIVE;
 }
@@ -277,6 +284,14 @@ int HALGvspUDP::Start(IHALGev* hal, void* device, StreamStartParams& params) {
     }
     if (rc != GC_ERR_SUCCESS) {
         return rc;
+    }
+    if (!CarriesData(params.packetSize, params.extendedId)) {
+        // A camera that reads its size as 0, or as less than the headers,
+        // would have every payload placed wrongly: no stream runs with it.
+        LogStartFailure("GenTL::HALGvspUDP::Start packet size");
+        Stop(hal, device, params.packetSize, params.accessMode);
+        return ReportError(GC_ERR_INVALID_VALUE, "packet size " + Decimal(params.packetSize) +
+                                                     " leaves no room for data");
     }
     SizeReceiveBuffer(params.bufferSize);
 

@@ -228,17 +228,6 @@ TEST_F(HALGevTransactionTest, TimeoutsCountAcrossTransactionsUntilAnyDatagram) {
     EXPECT_EQ(0u, m_device->timeoutCount);
 }
 
-TEST_F(HALGevTransactionTest, PendingAckOfZeroWaitsWithoutTimeout) {
-    Start([](const Bytes& request, int) -> std::vector<Reply> {
-        const std::uint16_t id = RequestIdOf(request);
-        return {{PendingAck(id, 0)}, {Ack(0, gvcp::kWriteRegAck, 4, id, Word(1)), 400}};
-    });
-    m_hal.SetGvcpRetries(0);
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.WriteReg(Device(), 0x10, 1));
-    EXPECT_EQ(1, m_peer->Count());
-    EXPECT_EQ(kSocketTimeoutMs, CurrentTimeout());
-}
-
 TEST_F(HALGevTransactionTest, StaleAcksAreWaitedPastWithoutResend) {
     HalLogCapture log;
     Start([](const Bytes& request, int) -> std::vector<Reply> {

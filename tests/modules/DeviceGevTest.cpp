@@ -110,7 +110,7 @@ TEST_F(DeviceGevTest, FactsComeFromTheHandleWithFallbacks) {
 }
 
 TEST_F(DeviceGevTest, ControlClaimsKeepsAndReleasesThePrivilege) {
-    m_hal.SetReg(kHeartbeat, 40); // a beat every 20 ms
+    m_hal.SetReg(kHeartbeat, 200); // a beat every 100 ms
     ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
     ASSERT_EQ(m_hal.WritesTo(kCcp).size(), 1u);
     EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value, 6u); // control with switchover enabled
@@ -122,7 +122,7 @@ TEST_F(DeviceGevTest, ControlClaimsKeepsAndReleasesThePrivilege) {
     ASSERT_EQ(m_hal.WritesTo(kGvcpConfig).size(), 1u);
     EXPECT_EQ(m_hal.WritesTo(kGvcpConfig)[0].value & 2u, 2u);
 
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    std::this_thread::sleep_for(std::chrono::milliseconds(450));
     EXPECT_GE(m_hal.WritesTo(kHeartbeat).size(), 3u);
 
     ASSERT_EQ(m_device->Close(), GC_ERR_SUCCESS);
@@ -137,7 +137,7 @@ TEST_F(DeviceGevTest, ControlClaimsKeepsAndReleasesThePrivilege) {
     });
     EXPECT_TRUE(std::none_of(calls.rbegin(), release,
                              [](const auto& c) { return c.address == kHeartbeat; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
     EXPECT_EQ(m_hal.WritesTo(kHeartbeat).size(), beats);
     EXPECT_EQ(m_hal.closeDeviceCalls, 1);
 }
@@ -179,13 +179,13 @@ TEST_F(DeviceGevTest, AFailingStepOfOpenUndoesEverything) {
 
     // A step after the heartbeat started stops it again.
     FakeHALGev hal;
-    hal.SetReg(kHeartbeat, 20);
+    hal.SetReg(kHeartbeat, 200);
     hal.Fail(kCapability);
     DeviceGev device(&hal, "FAKE0001", nullptr, m_hDevice);
     EXPECT_EQ(device.Open(DEVICE_ACCESS_CONTROL, m_hIface), GC_ERR_TIMEOUT);
     EXPECT_EQ(CachedError::Take().Text(), "failed to read GVCP Capability (0x0934) register");
     const std::size_t beats = hal.WritesTo(kHeartbeat).size();
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
     EXPECT_EQ(hal.WritesTo(kHeartbeat).size(), beats);
 }
 

@@ -49,13 +49,13 @@ protected:
 };
 
 TEST_F(Heartbeat, SurvivesASilentCameraAndEndsOnClose) {
-    m_hal.SetReg(sk_addrHeartbeatTimeout, 60);
+    m_hal.SetReg(sk_addrHeartbeatTimeout, 200);
     Start();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
     m_hal.Fail(sk_addrHeartbeatTimeout, GC_ERR_TIMEOUT);
     const std::size_t beatsBefore = Beats();
     const std::size_t readsBefore = m_hal.CallsTo("ReadReg").size();
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
     EXPECT_GT(m_hal.CallsTo("ReadReg").size(), readsBefore + 2); // still trying
     EXPECT_EQ(Beats(), beatsBefore);                             // failed reads write nothing
     EXPECT_LT(Stop(), std::chrono::milliseconds(500));
@@ -79,16 +79,16 @@ TEST_F(Heartbeat, StopDuringALongSleepIsPromptAndWritesNothing) {
 
 TEST_F(Heartbeat, WritesTheTimeoutBackEveryHalfTimeoutWhateverThePriority) {
     GenTL::ThreadPriority::m_priorityHeartbeatThread = 9;
-    m_hal.SetReg(sk_addrHeartbeatTimeout, 40);
+    m_hal.SetReg(sk_addrHeartbeatTimeout, 200);
     Start();
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    std::this_thread::sleep_for(std::chrono::milliseconds(450));
     Stop();
     GenTL::ThreadPriority::m_priorityHeartbeatThread = GenTL::ThreadPriority::kNormal;
     const auto writes = m_hal.WritesTo(sk_addrHeartbeatTimeout);
     EXPECT_GE(writes.size(), 3u);
     EXPECT_LE(writes.size(), 9u);
     for (const auto& w : writes) {
-        EXPECT_EQ(w.value, 40u); // the register's own value, written back
+        EXPECT_EQ(w.value, 200u); // the register's own value, written back
     }
 }
 

@@ -473,5 +473,19 @@ TEST_F(PacketSize, FixedModeTestsTheCamerasOwnSizeOnly) {
     EXPECT_NE(std::string::npos, StackText().find("sending a test packet to device failed"));
 }
 
+TEST_F(PacketSize, ASizeThatLeavesNoRoomForDataStopsTheStart) {
+    // The camera's size read as 0 (an ack without its value), or as no more
+    // than the headers, for a controller and for a listener.
+    for (const bool listener : {false, true}) {
+        SCOPED_TRACE(listener);
+        hal.regs[kScps] = listener ? 36 : 0;
+        GenTL::StreamStartParams params = Unicast(false);
+        params.multicastEnable = listener;
+        params.accessMode = listener ? DEVICE_ACCESS_READONLY : params.accessMode;
+        EXPECT_EQ(GC_ERR_INVALID_VALUE, layer.Start(&hal, Device(), params));
+        EXPECT_FALSE(link.socketOpen);
+    }
+}
+
 } // namespace
 } // namespace kesta::test

@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <getopt.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -57,6 +58,20 @@ bool toTriple(const std::string& s, unsigned long out[3], int& n) {
     return n > 0;
 }
 
+// "VALUE[@ADDRESS]": an ack rule's own part, and the address it is aimed at.
+bool toAckRule(const std::string& s, std::string& value, AckRule& rule) {
+    const size_t at = s.find('@');
+    value = s.substr(0, at);
+    if (at == std::string::npos)
+        return true;
+    unsigned long address = 0;
+    rule.anyAddress = false;
+    if (!toUnsigned(s.c_str() + at + 1, address) || address > 0xFFFFFFFFul)
+        return false;
+    rule.address = static_cast<uint32_t>(address);
+    return true;
+}
+
 enum Option {
     kIp = 1000,
     kMac,
@@ -94,6 +109,12 @@ enum Option {
     kEventLoss,
     kEventDup,
     kEventBig,
+    kPendingAcks,
+    kStaleAcks,
+    kForgeAcks,
+    kShortAcks,
+    kLoseAcks,
+    kLie,
     kSeed,
     kReadyFile,
     kHelp
@@ -166,6 +187,12 @@ std::string CommandLine::usage() {
            "           --wrong-ack-id N --ack-status CODE[:EVERY] --silent-after SEC --seed N\n"
            "           --event-loss P --event-duplicate P (shares of event packets)\n"
            "           --event-oversize N (every n-th event packet is 600 bytes long)\n"
+           "Hostile:   acks of register and memory commands, of all or [@ADDRESS] only:\n"
+           "           --pending-acks MS:COUNT[:GAP] (COUNT 0: without end, no ack)\n"
+           "           --stale-acks COUNT:GAP (older ids; COUNT 0: without end, no ack)\n"
+           "           --forge-acks IP[:PORT] (lying copy from another sender first)\n"
+           "           --short-acks BYTES (cut, header kept) --lose-acks ADDRESS\n"
+           "           --lie ADDRESS:VALUE (reads of that register answer VALUE)\n"
            "Run:       --ready-file PATH (written once all sockets are bound) -v (more: -vv)\n";
 }
 
@@ -206,6 +233,12 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"event-loss", required_argument, nullptr, kEventLoss},
                                       {"event-duplicate", required_argument, nullptr, kEventDup},
                                       {"event-oversize", required_argument, nullptr, kEventBig},
+                                      {"pending-acks", required_argument, nullptr, kPendingAcks},
+                                      {"stale-acks", required_argument, nullptr, kStaleAcks},
+                                      {"forge-acks", required_argument, nullptr, kForgeAcks},
+                                      {"short-acks", required_argument, nullptr, kShortAcks},
+                                      {"lose-acks", required_argument, nullptr, kLoseAcks},
+                                      {"lie", required_argument, nullptr, kLie},
                                       {"seed", required_argument, nullptr, kSeed},
                                       {"ready-file", required_argument, nullptr, kReadyFile},
                                       {"verbose", no_argument, nullptr, 'v'},
@@ -394,6 +427,62 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
             if (!toDouble(optarg, d) || d < 0)
                 return fail("bad --silent-after " + arg);
             f.silentAfterSec = d;
+            break;
+        case kPendingAcks:
+        case kStaleAcks:
+        case kShortAcks: {
+            AckRule r;
+            std::string value;
+            const int parts = opt == kPendingAcks ? 3 : opt == kStaleAcks ? 2 : 1;
+            if (!toAckRule(arg, value, r) || !toTriple(value, t, n) || n > parts ||
+                n < std::min(parts, 2) || t[0] > 0xFFFF || t[1] > 0xFFFFFFFFul || t[2] > 60000)
+                return fail("bad hostile ack rule " + arg);
+            if (opt == kPendingAcks) {
+                r.kind = AckRule::Kind::Pending;
+                r.ms = static_cast<uint32_t>(t[0]);
+                r.count = static_cast<uint32_t>(t[1]);
+                r.gapMs = n == 3 ? static_cast<uint32_t>(t[2]) : r.ms / 2;
+            } else if (opt == kStaleAcks) {
+                r.kind = AckRule::Kind::Stale;
+                r.count = static_cast<uint32_t>(t[0]);
+                r.gapMs = static_cast<uint32_t>(t[1]);
+            } else {
+                r.kind = AckRule::Kind::Cut;
+                r.bytes = static_cast<uint32_t>(t[0]);
+            }
+            f.ackRules.push_back(r);
+            break;
+        }
+        case kForgeAcks: {
+            AckRule r;
+            r.kind = AckRule::Kind::Forge;
+            r.fromPort = 3956;
+            std::string value;
+            const bool ruleOk = toAckRule(arg, value, r);
+            const size_t colon = value.find(':');
+            if (colon != std::string::npos) {
+                if (!toUnsigned(value.c_str() + colon + 1, u) || u == 0 || u > 0xFFFF)
+                    return fail("bad --forge-acks " + arg);
+                r.fromPort = static_cast<uint16_t>(u);
+            }
+            if (!ruleOk || !parseIp(value.substr(0, colon), r.fromIp))
+                return fail("bad --forge-acks " + arg);
+            f.ackRules.push_back(r);
+            break;
+        }
+        case kLoseAcks: {
+            AckRule r;
+            if (!toUnsigned(optarg, u) || u > 0xFFFFFFFFul)
+                return fail("bad --lose-acks " + arg);
+            r.anyAddress = false;
+            r.address = static_cast<uint32_t>(u);
+            f.ackRules.push_back(r);
+            break;
+        }
+        case kLie:
+            if (!toTriple(arg, t, n) || n != 2 || t[0] > 0xFFFFFFFFul || t[1] > 0xFFFFFFFFul)
+                return fail("--lie takes ADDRESS:VALUE");
+            f.lies.push_back({static_cast<uint32_t>(t[0]), static_cast<uint32_t>(t[1])});
             break;
         case kSeed:
             if (!toUnsigned(optarg, u))

@@ -55,4 +55,13 @@ bool FaultInjector::silent(double secondsSinceStart) const {
     return m_config.silentAfterSec >= 0 && secondsSinceStart >= m_config.silentAfterSec;
 }
 
+bool FaultInjector::lie(uint32_t address, uint32_t& value) const {
+    for (const RegisterLie& l : m_config.lies)
+        if (l.address == address) {
+            value = l.value;
+            return true;
+        }
+    return false;
+}
+
 } // namespace gevsim

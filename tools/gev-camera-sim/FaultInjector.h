@@ -38,6 +38,9 @@ public:
     bool wrongAckId(uint64_t ackNumber) const;
     uint16_t ackStatus(uint64_t ackNumber) const;
     bool silent(double secondsSinceStart) const;
+    const std::vector<AckRule>& ackRules() const { return m_config.ackRules; }
+    // True when reads of the register lie; value is what they answer.
+    bool lie(uint32_t address, uint32_t& value) const;
 
 private:
     bool chance(double rate);

@@ -37,6 +37,14 @@ bool GvcpServer::open(std::string& error) {
     if (!m_unicast.open(m_handler.ip(), kGvcpPort, true, error) ||
         !m_broadcast.open(0, kGvcpPort, true, error))
         return false;
+    for (const AckRule& r : m_faults.ackRules()) {
+        m_forgers.emplace_back();
+        if (r.kind != AckRule::Kind::Forge)
+            continue;
+        m_forgers.back() = std::make_unique<UdpSocket>();
+        if (!m_forgers.back()->open(r.fromIp, r.fromPort, true, error, true))
+            return false;
+    }
     m_running = true;
     m_thread = std::thread(&GvcpServer::run, this);
     return true;
@@ -222,7 +230,64 @@ void GvcpServer::handle(const uint8_t* d, size_t n, const Endpoint& from, bool v
                    "fault: ack id " + std::to_string(wrong) + " for " + std::to_string(id));
     }
     if (ackRequired)
-        m_unicast.sendTo(from.ip, from.port, ack.data(), ack.size());
+        deliver(from, get32(d, n, 8), std::move(ack));
+}
+
+void GvcpServer::deliver(const Endpoint& to, uint32_t address, std::vector<uint8_t> ack) {
+    const uint16_t id = get16(ack.data(), ack.size(), 6);
+    const std::vector<AckRule>& rules = m_faults.ackRules();
+    for (size_t i = 0; i < rules.size(); ++i) {
+        const AckRule& r = rules[i];
+        if (!r.hits(address))
+            continue;
+        std::vector<uint8_t> other;
+        switch (r.kind) {
+        case AckRule::Kind::Pending:
+            ackHeader(other, status::kSuccess, cmd::kPendingAck, 4, id);
+            put16(other, 10, static_cast<uint16_t>(r.ms));
+            if (!series(to, other, r.count, r.gapMs))
+                return;
+            break;
+        case AckRule::Kind::Stale:
+            other = ack;
+            put16(other, 6, static_cast<uint16_t>(id == 1 ? 0xFFFF : id - 1));
+            if (!series(to, other, r.count, r.gapMs))
+                return;
+            break;
+        case AckRule::Kind::Forge:
+            other = ack;
+            if (other.size() > 8)
+                std::fill(other.begin() + 8, other.end(), 0xEE);
+            m_forgers[i]->sendTo(to.ip, to.port, other.data(), other.size());
+            Log::write(1, m_name, "fault: forged ack from " + ipToString(r.fromIp));
+            break;
+        case AckRule::Kind::Cut:
+            ack.resize(std::min<size_t>(ack.size(), r.bytes));
+            break;
+        case AckRule::Kind::Lose:
+            Log::write(1, m_name, "fault: ack for " + hex(address) + " lost");
+            return;
+        }
+    }
+    m_unicast.sendTo(to.ip, to.port, ack.data(), ack.size());
+}
+
+bool GvcpServer::series(const Endpoint& to, const std::vector<uint8_t>& datagram, uint32_t count,
+                        uint32_t gapMs) {
+    using Clock = std::chrono::steady_clock;
+    for (uint32_t sent = 0; count == 0 || sent < count; ++sent) {
+        m_unicast.sendTo(to.ip, to.port, datagram.data(), datagram.size());
+        const auto end = Clock::now() + std::chrono::milliseconds(gapMs);
+        // Short polls, so that a shutdown is seen at once.
+        while (Clock::now() < end) {
+            if (!m_running)
+                return false;
+            pollfd p{m_unicast.fd(), POLLIN, 0};
+            if (::poll(&p, count == 0 ? 1 : 0, 5) > 0)
+                return false;
+        }
+    }
+    return m_running;
 }
 
 void GvcpServer::readReg(const uint8_t* d, size_t n, const Endpoint& from,

@@ -1,6 +1,7 @@
 // The control channel: a UDP server on port 3956 that parses GVCP commands,
 // hands them to the device behind GvcpHandler, and writes the acks, with
-// pending acks for slow replies and the ack faults of the FaultInjector.
+// pending acks for slow replies and the ack faults of the FaultInjector,
+// the hostile ones (AckRule) included.
 #pragma once
 
 #include "ControlPrivilege.h"
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -70,6 +72,13 @@ private:
     void reply(const Endpoint& to, const std::vector<uint8_t>& ack, bool broadcastAllowed);
     static void ackHeader(std::vector<uint8_t>& ack, uint16_t status, uint16_t code,
                           uint16_t length, uint16_t id);
+    // Sends a register or memory ack through the rules that hit its address.
+    void deliver(const Endpoint& to, uint32_t address, std::vector<uint8_t> ack);
+    // Sends datagram count times, gapMs apart, or without end for count 0.
+    // False when the series was cut short: by shutdown, or (without end) by
+    // a new datagram from the host, which is then served instead.
+    bool series(const Endpoint& to, const std::vector<uint8_t>& datagram, uint32_t count,
+                uint32_t gapMs);
 
     void readReg(const uint8_t* d, size_t n, const Endpoint& from, std::vector<uint8_t>& ack);
     void writeReg(const uint8_t* d, size_t n, const Endpoint& from, std::vector<uint8_t>& ack);
@@ -81,6 +90,7 @@ private:
     FaultInjector& m_faults;
     UdpSocket m_unicast;
     UdpSocket m_broadcast;
+    std::vector<std::unique_ptr<UdpSocket>> m_forgers; // per ack rule; null unless Forge
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_rebind{false};
     std::thread m_thread;

@@ -14,6 +14,34 @@ struct EveryNth {
     bool fires(uint64_t count) const { return every != 0 && count % every == 0; }
 };
 
+// A hostile answer to register and memory commands: to all of them, or to
+// those whose (first) address is `address`.
+struct AckRule {
+    enum class Kind {
+        Pending, // `count` pending acks promising `ms`, `gapMs` apart, before the ack
+        Stale,   // `count` copies of the ack with an older id, `gapMs` apart, before it
+        Forge,   // a copy with the right id and lying data, from `fromIp`:`fromPort` first
+        Cut,     // the ack cut to `bytes` bytes, its header unchanged (0: an empty datagram)
+        Lose     // no ack at all
+    };
+    Kind kind = Kind::Lose;
+    bool anyAddress = true;
+    uint32_t address = 0;
+    uint32_t ms = 0;
+    uint32_t count = 0; // 0: without end, and no ack (until the host sends anything else)
+    uint32_t gapMs = 0;
+    uint32_t bytes = 0;
+    uint32_t fromIp = 0; // host order
+    uint16_t fromPort = 0;
+    bool hits(uint32_t a) const { return anyAddress || a == address; }
+};
+
+// A register whose reads answer `value`, whatever it holds.
+struct RegisterLie {
+    uint32_t address = 0;
+    uint32_t value = 0;
+};
+
 struct FaultConfig {
     double lossRate = 0.0;      // share of first-time GVSP packets dropped
     double reorderRate = 0.0;   // share of packets held back behind the next one
@@ -32,6 +60,8 @@ struct FaultConfig {
     double eventLossRate = 0.0;      // share of event packets not sent
     double eventDuplicateRate = 0.0; // share of event packets sent twice
     EveryNth eventOversize;          // event packets sent longer than any GVCP packet
+    std::vector<AckRule> ackRules;   // applied in order
+    std::vector<RegisterLie> lies;
     uint32_t seed = 1;
 };
 

@@ -14,7 +14,7 @@ UdpSocket::~UdpSocket() {
     close();
 }
 
-bool UdpSocket::open(uint32_t ip, uint16_t port, bool reuse, std::string& error) {
+bool UdpSocket::open(uint32_t ip, uint16_t port, bool reuse, std::string& error, bool foreign) {
     close();
     m_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (m_fd < 0) {
@@ -24,6 +24,11 @@ bool UdpSocket::open(uint32_t ip, uint16_t port, bool reuse, std::string& error)
     const int one = 1;
     if (reuse)
         setsockopt(m_fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    if (foreign && setsockopt(m_fd, IPPROTO_IP, IP_TRANSPARENT, &one, sizeof one) != 0) {
+        error = std::string("IP_TRANSPARENT: ") + std::strerror(errno);
+        close();
+        return false;
+    }
     setsockopt(m_fd, SOL_SOCKET, SO_BROADCAST, &one, sizeof one);
     const int bufferSize = 4 << 20;
     setsockopt(m_fd, SOL_SOCKET, SO_SNDBUF, &bufferSize, sizeof bufferSize);

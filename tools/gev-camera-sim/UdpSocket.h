@@ -15,8 +15,9 @@ public:
     UdpSocket& operator=(const UdpSocket&) = delete;
 
     // Binds to ip:port (0 for any); reuse lets several cameras of one
-    // process share the wildcard broadcast port.
-    bool open(uint32_t ip, uint16_t port, bool reuse, std::string& error);
+    // process share the wildcard broadcast port. A foreign socket may bind
+    // an address this host does not have, to send as someone else.
+    bool open(uint32_t ip, uint16_t port, bool reuse, std::string& error, bool foreign = false);
     void close();
     bool isOpen() const { return m_fd >= 0; }
     int fd() const { return m_fd; }

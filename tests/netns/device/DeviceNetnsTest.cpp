@@ -334,6 +334,50 @@ TEST_F(Silent, ConnectedInfoTurnsFalseAndCloseStillEnds) {
     EXPECT_LT(Clock::now() - start, 10s);
 }
 
+// --- A camera whose registers lie ---------------------------------------------------
+
+using Lying = DeviceTest;
+
+/// Run with 0x0938 and 0x0958 reading 0, the ack of 0x064C lost and that of
+/// SCPS cut to its header.
+TEST_F(Lying, HeartbeatTimeoutOfZeroIsServedAtASanePace) {
+    kesta_netns::Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    ASSERT_TRUE(sniffer.Ok());
+    DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
+    ASSERT_NE(hDevice, nullptr);
+    std::this_thread::sleep_for(1000ms);
+    ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
+    const auto writes = Commands(sniffer.Packets(), kesta_device::kWriteReg);
+    const auto beats = std::count_if(writes.begin(), writes.end(), [](const Command& c) {
+        return c.address == kHeartbeatTimeout;
+    });
+    EXPECT_GE(beats, 1);
+    EXPECT_LE(beats, 40) << "a heartbeat at the pace of its transactions";
+}
+
+TEST_F(Lying, LostAckEndsAlthoughThePendingTimeoutReadsZero) {
+    DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
+    ASSERT_NE(hDevice, nullptr);
+    PORT_HANDLE port = Port(hDevice);
+    unsigned char bytes[4] = {};
+    size_t size = sizeof bytes;
+    EXPECT_NE(
+        kesta_netns::EndsWithin(30s, [&] { return Lib().GCReadPort(port, 0x064C, bytes, &size); }),
+        GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
+}
+
+TEST_F(Lying, PacketSizeReadWithoutAValueStopsTheStart) {
+    OpenStream();
+    BUFFER_HANDLE buffer = nullptr;
+    ASSERT_EQ(Lib().DSAllocAndAnnounceBuffer(m_stream, 640 * 480, nullptr, &buffer),
+              GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().DSQueueBuffer(m_stream, buffer), GC_ERR_SUCCESS);
+    EXPECT_NE(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
+              GC_ERR_SUCCESS);
+    Lib().TakeLastError();
+}
+
 // --- The camera's port -----------------------------------------------------------
 
 using RemotePort = DeviceTest;

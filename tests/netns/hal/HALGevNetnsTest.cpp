@@ -431,6 +431,65 @@ TEST_F(StatusAcks, DeviceStatusesComeBackMapped) {
     EXPECT_EQ(2, good);
 }
 
+// --- A hostile camera --------------------------------------------------------------
+
+/// Run with the hostile ack rules of CMakeLists.txt, each aimed at its own
+/// address, so that the rest of the camera answers as it should.
+class Hostile : public HalBed {
+protected:
+    void SetUp() override {
+        HalBed::SetUp();
+        Discover();
+        m_device = OpenCamera(EnvList("KESTA_CAMERA_SERIALS").at(0), false);
+        ASSERT_NE(nullptr, m_device);
+    }
+    void* m_device = nullptr;
+};
+
+TEST_F(Hostile, EveryTransactionEndsWhateverTheCameraSends) {
+    struct Case {
+        const char* what;
+        unsigned address;
+    };
+    const Case cases[] = {
+        {"a pending ack promising 0 ms, and no ack", 0x064C},
+        {"pending acks without end", 0x065C},
+        {"acks of an older id, faster than the timeout, without end", 0x066C},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        unsigned value = 0x5555;
+        EXPECT_EQ(GC_ERR_TIMEOUT, EndsWithin(std::chrono::seconds(40), [&] {
+                      return m_hal->ReadReg(m_device, c.address, value);
+                  }));
+        EXPECT_EQ(0x5555u, value);
+        // The camera answers the next command as it should.
+        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, sk_addrVersion + 8, value));
+    }
+}
+
+TEST_F(Hostile, OnlyTheCamerasOwnCompleteAcksAreTaken) {
+    // Forged first: from another address, and from the camera's address but
+    // another port.
+    unsigned value = 0;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, sk_addrVersion, value));
+    EXPECT_EQ(0x00020000u, value);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, sk_addrVersion + 4, value));
+    EXPECT_EQ(0x80000001u, value);
+
+    // Cut under their headers: no value, two of four words, 8 of 16 bytes.
+    value = 0x5555;
+    EXPECT_EQ(GC_ERR_INVALID_BUFFER, m_hal->ReadReg(m_device, sk_addrTickHigh + 4, value));
+    EXPECT_EQ(0x5555u, value);
+    unsigned block[2] = {0x5555, 0x5555};
+    EXPECT_EQ(GC_ERR_INVALID_BUFFER, m_hal->ReadRegBlock(m_device, sk_addrTickHigh, block, 2));
+    EXPECT_EQ(0x5555u, block[1]);
+    Bytes data(16, 0x55);
+    EXPECT_EQ(GC_ERR_INVALID_BUFFER,
+              m_hal->ReadMem(m_device, sk_addrXmlFile, reinterpret_cast<char*>(data.data()), 16));
+    EXPECT_EQ(Bytes(16, 0x55), data);
+}
+
 // --- Answers no camera would send ---------------------------------------------------
 
 using ScriptedAnswers = HalBed;
@@ -458,7 +517,9 @@ TEST_F(ScriptedAnswers, UnterminatedShortAndFloodingDiscoveryAnswersAreBounded) 
         std::vector<Bytes> replies;
         // Every byte 'A': no zero anywhere, strings run to the end.
         replies.push_back(DiscoveryAck(id, 'A', 256));
-        // Short, and then long.
+        // Empty, a header alone, short, long, one byte: no payload, no device.
+        replies.push_back(Bytes{});
+        replies.push_back(DiscoveryAck(id, 'H', 8));
         replies.push_back(DiscoveryAck(id, 'B', 12));
         replies.push_back(DiscoveryAck(id, 'C', 1400));
         replies.push_back(Bytes{0x00});
@@ -469,9 +530,14 @@ TEST_F(ScriptedAnswers, UnterminatedShortAndFloodingDiscoveryAnswersAreBounded) 
     });
     ASSERT_TRUE(peer.Ok());
     const std::vector<DiscoveredDevice> devices = Discover();
-    ASSERT_EQ(104u, devices.size());
+    ASSERT_EQ(103u, devices.size());
     EXPECT_EQ(std::string(32, 'A'), std::get<0>(devices[0]))
         << "the serial runs into the user name and stops at the end of the answer";
+    EXPECT_EQ(1, std::count_if(devices.begin(), devices.end(),
+                               [](const DiscoveredDevice& d) {
+                                   return std::get<0>(d) == std::string(32, 'A');
+                               }))
+        << "nothing is read beyond what arrived";
     std::string text;
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetUserDefinedName(m_adapter, std::string(32, 'A'), text));
     EXPECT_EQ(std::string(16, 'A'), text) << "bounded by the payload";
@@ -481,7 +547,7 @@ TEST_F(ScriptedAnswers, UnterminatedShortAndFloodingDiscoveryAnswersAreBounded) 
     // The peer also holds the unicast role: its answers are taken as they come.
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(
                                   m_adapter, htonl(ParseIp(Env("KESTA_NETNS_HOST2_IP")))));
-    EXPECT_EQ(105u, Discover().size()) << "one answer taken per unicast address";
+    EXPECT_EQ(104u, Discover().size()) << "one answer taken per unicast address";
 }
 
 TEST_F(ScriptedAnswers, ForceIpJudgesTheAck) {

@@ -22,9 +22,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <future>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -65,6 +68,21 @@ inline std::uint64_t ParseMac(const std::string& text) {
         mac = (mac << 8) | std::stoul(text.substr(i, 2), nullptr, 16);
     }
     return mac;
+}
+
+/// The result of call, run on a thread of its own. A call still running
+/// after limit ends the test program at once, as failed: a hang would
+/// otherwise last until the test's time-out, and could not be joined.
+template <class Call> auto EndsWithin(Clock::duration limit, Call call) -> decltype(call()) {
+    using Result = decltype(call());
+    auto task = std::make_shared<std::packaged_task<Result()>>(std::move(call));
+    std::future<Result> result = task->get_future();
+    std::thread([task] { (*task)(); }).detach();
+    if (result.wait_for(limit) != std::future_status::ready) {
+        std::fprintf(stderr, "FAILED: the call still waits after the limit: it hangs\n");
+        std::_Exit(1);
+    }
+    return result.get();
 }
 
 /// Moves the calling thread into a namespace of the test bed.

@@ -55,6 +55,18 @@ TEST(CommandLine, FaultKnobsAndCapabilities) {
     EXPECT_EQ(c.gevMajor, 1);
     EXPECT_EQ(c.gevMinor, 2);
     EXPECT_EQ(c.verbosity, 2);
+
+    SimConfig h;
+    ASSERT_TRUE(parse({"--ip", "10.0.0.2", "--pending-acks", "0:1@0x64C", "--stale-acks", "0:50",
+                       "--forge-acks", "10.0.0.9:4000@0", "--short-acks", "8", "--lose-acks",
+                       "0x64C", "--lie", "0x958:0"},
+                      h));
+    const std::vector<AckRule>& r = h.faults.ackRules;
+    ASSERT_EQ(r.size(), 5u);
+    EXPECT_TRUE(r[0].kind == AckRule::Kind::Pending && r[0].count == 1 && !r[0].hits(0));
+    EXPECT_TRUE(r[0].hits(0x64C) && r[1].hits(0) && r[1].gapMs == 50);
+    EXPECT_TRUE(r[2].fromIp == 0x0A000009u && r[2].fromPort == 4000 && r[3].bytes == 8);
+    EXPECT_EQ(h.faults.lies.size(), 1u);
 }
 
 TEST(CommandLine, BadInputIsRefusedWithAReason) {
@@ -70,6 +82,9 @@ TEST(CommandLine, BadInputIsRefusedWithAReason) {
           {"--ip", "10.0.0.2", "--burst-loss", "3"},
           {"--ip", "10.0.0.2", "--packet-size", "100"},
           {"--ip", "10.0.0.2", "--serial", "0123456789abcdef"},
+          {"--ip", "10.0.0.2", "--pending-acks", "100"},
+          {"--ip", "10.0.0.2", "--forge-acks", "nowhere@0"},
+          {"--ip", "10.0.0.2", "--lie", "0x958"},
           {"--ip", "10.0.0.2", "stray"}}) {
         SimConfig fresh;
         EXPECT_FALSE(parse(bad, fresh, &error)) << bad.back();
