@@ -87,6 +87,9 @@ enum Option {
     kWrongAckId,
     kAckStatus,
     kSilentAfter,
+    kForgePacket,
+    kLatePacket,
+    kClaimedSize,
     kSeed,
     kReadyFile,
     kHelp
@@ -156,6 +159,10 @@ std::string CommandLine::usage() {
            "           --burst-loss FIRST:COUNT[:EVERY] (data packets of every n-th block)\n"
            "           --ack-delay MS[:EVERY] (slow replies; pending acks when enabled)\n"
            "           --wrong-ack-id N --ack-status CODE[:EVERY] --silent-after SEC --seed N\n"
+           "Lies:      --forge-packet AT:ID:FORMAT (data packet AT goes out with that id and\n"
+           "           format and filler data; repeatable) --late-packet ID:BY (data packet ID\n"
+           "           goes out BY packets late) --claim-geometry W:H:PIXELFORMAT (in leader\n"
+           "           and trailer; the data stays true)\n"
            "Run:       --ready-file PATH (written once all sockets are bound) -v (more: -vv)\n";
 }
 
@@ -191,6 +198,9 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"wrong-ack-id", required_argument, nullptr, kWrongAckId},
                                       {"ack-status", required_argument, nullptr, kAckStatus},
                                       {"silent-after", required_argument, nullptr, kSilentAfter},
+                                      {"forge-packet", required_argument, nullptr, kForgePacket},
+                                      {"late-packet", required_argument, nullptr, kLatePacket},
+                                      {"claim-geometry", required_argument, nullptr, kClaimedSize},
                                       {"seed", required_argument, nullptr, kSeed},
                                       {"ready-file", required_argument, nullptr, kReadyFile},
                                       {"verbose", no_argument, nullptr, 'v'},
@@ -361,6 +371,28 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
             if (!toDouble(optarg, d) || d < 0)
                 return fail("bad --silent-after " + arg);
             f.silentAfterSec = d;
+            break;
+        case kForgePacket:
+            if (!toTriple(arg, t, n) || n != 3 || t[0] == 0 || t[0] > 0xFFFFFFFFul ||
+                t[1] > 0xFFFFFFFFul || t[2] > 15)
+                return fail("--forge-packet takes AT:ID:FORMAT (AT from 1, FORMAT 0 to 15)");
+            f.forgeries.push_back({static_cast<uint32_t>(t[0]), static_cast<uint32_t>(t[1]),
+                                   static_cast<uint8_t>(t[2])});
+            break;
+        case kLatePacket:
+            if (!toTriple(arg, t, n) || n != 2 || t[0] == 0 || t[1] == 0 || t[0] > 0xFFFFFFFFul ||
+                t[1] > 0xFFFFFFFFul)
+                return fail("--late-packet takes ID:BY, both from 1");
+            f.latePacket = static_cast<uint32_t>(t[0]);
+            f.lateBy = static_cast<uint32_t>(t[1]);
+            break;
+        case kClaimedSize:
+            if (!toTriple(arg, t, n) || n != 3 || t[0] == 0 || t[0] > 0xFFFFFFFFul ||
+                t[1] > 0xFFFFFFFFul || t[2] > 0xFFFFFFFFul)
+                return fail("--claim-geometry takes WIDTH:HEIGHT:PIXELFORMAT");
+            f.claimedWidth = static_cast<uint32_t>(t[0]);
+            f.claimedHeight = static_cast<uint32_t>(t[1]);
+            f.claimedPixelFormat = static_cast<uint32_t>(t[2]);
             break;
         case kSeed:
             if (!toUnsigned(optarg, u))

@@ -47,4 +47,15 @@ bool FaultInjector::silent(double secondsSinceStart) const {
     return m_config.silentAfterSec >= 0 && secondsSinceStart >= m_config.silentAfterSec;
 }
 
+const PacketForgery* FaultInjector::forgery(uint32_t packetId) const {
+    for (const PacketForgery& f : m_config.forgeries)
+        if (f.at == packetId)
+            return &f;
+    return nullptr;
+}
+
+uint32_t FaultInjector::lateBy(uint32_t packetId) const {
+    return packetId != 0 && packetId == m_config.latePacket ? m_config.lateBy : 0;
+}
+
 } // namespace gevsim

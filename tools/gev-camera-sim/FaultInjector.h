@@ -30,6 +30,11 @@ public:
     bool wrongAckId(uint64_t ackNumber) const;
     uint16_t ackStatus(uint64_t ackNumber) const;
     bool silent(double secondsSinceStart) const;
+    // The forgery that replaces data packet `packetId`, or null.
+    const PacketForgery* forgery(uint32_t packetId) const;
+    // How many packets later than its turn data packet `packetId` goes out.
+    uint32_t lateBy(uint32_t packetId) const;
+    const FaultConfig& config() const { return m_config; }
 
 private:
     bool chance(double rate);

@@ -55,6 +55,17 @@ TEST(CommandLine, FaultKnobsAndCapabilities) {
     EXPECT_EQ(c.gevMajor, 1);
     EXPECT_EQ(c.gevMinor, 2);
     EXPECT_EQ(c.verbosity, 2);
+
+    SimConfig lies;
+    ASSERT_TRUE(
+        parse({"--ip", "10.0.0.2", "--forge-packet", "5:0x40000005:3", "--forge-packet", "8:8:15",
+               "--late-packet", "10:2", "--claim-geometry", "7:0xFFFF0001:0x01080001"},
+              lies));
+    ASSERT_EQ(lies.faults.forgeries.size(), 2u);
+    EXPECT_EQ(lies.faults.forgeries[0].id, 0x40000005u);
+    EXPECT_EQ(lies.faults.forgeries[1].format, 15);
+    EXPECT_EQ(lies.faults.lateBy, 2u);
+    EXPECT_EQ(lies.faults.claimedHeight, 0xFFFF0001u);
 }
 
 TEST(CommandLine, BadInputIsRefusedWithAReason) {
@@ -68,6 +79,8 @@ TEST(CommandLine, BadInputIsRefusedWithAReason) {
           {"--ip", "10.0.0.2", "--loss", "1.5"},
           {"--ip", "10.0.0.2", "--disable", "warp-drive"},
           {"--ip", "10.0.0.2", "--burst-loss", "3"},
+          {"--ip", "10.0.0.2", "--forge-packet", "5:5:16"},
+          {"--ip", "10.0.0.2", "--late-packet", "10:0"},
           {"--ip", "10.0.0.2", "--packet-size", "100"},
           {"--ip", "10.0.0.2", "--serial", "0123456789abcdef"},
           {"--ip", "10.0.0.2", "stray"}}) {
