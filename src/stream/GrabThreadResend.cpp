@@ -168,7 +168,14 @@ bool GrabThreadResend::HandlePacket(const char* packet, int received) {
 
     if (buffer == nullptr) {
         const int order = CompareBlockIds(header.blockId, info.nextBlockId, extended);
-        if (order == BLOCK_ID_BEHIND) {
+        // A block that has been delivered or dropped is gone for good, also
+        // while the id expected next has not moved past it yet: a straggler
+        // or a resent packet of it would make it again and have it asked for
+        // and delivered twice.
+        const bool finished =
+            info.lastBlockId != 0 &&
+            CompareBlockIds(header.blockId, info.lastBlockId, extended) != BLOCK_ID_AHEAD;
+        if (order == BLOCK_ID_BEHIND || finished) {
             return false; // its block is gone
         }
         if (order == BLOCK_ID_AHEAD) {
@@ -254,7 +261,12 @@ bool GrabThreadResend::HandlePacket(const char* packet, int received) {
     if (late) {
         m_resends.SettleLatePacket(buffer, id);
     } else if (header.packetFormat == GVSP_PACKET_TRAILER) {
-        info.nextBlockId = NextBlockIdAfter(header.blockId, extended);
+        // Only forward: the trailer of an older block, behind a gap of its
+        // own, must not take the expected id back to a block already begun.
+        const std::uint64_t after = NextBlockIdAfter(header.blockId, extended);
+        if (CompareBlockIds(after, info.nextBlockId, extended) == BLOCK_ID_AHEAD) {
+            info.nextBlockId = after;
+        }
     }
 
     const bool done = buffer->receivedPackets == info.packetsPerBlock ||
