@@ -215,6 +215,8 @@ private:
         }
         std::uint64_t complete = 0;
         std::uint64_t wrong = 0;
+        std::uint64_t outOfOrder = 0; // delivered at or below an id delivered before
+        std::uint64_t lastId = 0;
         const auto start = Clock::now();
         // Memory is first measured after a warm-up: a minute, or a fifth of
         // a short run.
@@ -226,6 +228,16 @@ private:
             if (grab.Next(b, waitMs) != 1) {
                 return false;
             }
+            if (b.frameId <= lastId) {
+                if (outOfOrder++ < 5) {
+                    std::printf("block %llu delivered after block %llu (%s, %llu bytes)\n",
+                                static_cast<unsigned long long>(b.frameId),
+                                static_cast<unsigned long long>(lastId),
+                                b.incomplete ? "incomplete" : "complete",
+                                static_cast<unsigned long long>(b.sizeFilled));
+                }
+            }
+            lastId = b.frameId;
             if (!b.incomplete) {
                 ++complete;
                 const bool exact = b.imagePresent && b.image.size == m_payload &&
@@ -255,19 +267,16 @@ private:
         m_p.DSFlushQueue(grab.Stream(), ACQ_QUEUE_ALL_TO_INPUT);
         const std::uint64_t announced = StreamNumber(grab.Stream(), STREAM_INFO_NUM_ANNOUNCED);
         const std::uint64_t queued = StreamNumber(grab.Stream(), STREAM_INFO_NUM_QUEUED);
-        std::printf(
-            "%s, %.0f s: camera sent %llu blocks; delivered %llu (%llu complete, %llu "
-            "incomplete, %llu with wrong bytes), missed %llu, packets missed %llu, "
-            "underruns %llu; buffers %llu announced, %llu back in the input queue\n",
-            resend ? "resend" : "no resend", c.seconds, static_cast<unsigned long long>(sent),
-            static_cast<unsigned long long>(c.frames), static_cast<unsigned long long>(complete),
-            static_cast<unsigned long long>(c.incomplete), static_cast<unsigned long long>(wrong),
-            static_cast<unsigned long long>(missed),
-            static_cast<unsigned long long>(c.missedPackets),
-            static_cast<unsigned long long>(c.underrun), static_cast<unsigned long long>(announced),
-            static_cast<unsigned long long>(queued));
+        std::cout << (resend ? "resend" : "no resend") << ", " << static_cast<long>(c.seconds)
+                  << " s: camera sent " << sent << " blocks; delivered " << c.frames << " ("
+                  << complete << " complete, " << c.incomplete << " incomplete, " << wrong
+                  << " with wrong bytes, " << outOfOrder << " out of order), missed " << missed
+                  << ", packets missed " << c.missedPackets << ", underruns " << c.underrun
+                  << "; buffers " << announced << " announced, " << queued
+                  << " back in the input queue" << std::endl;
         bool ok = Expect(c.frames + missed == sent, "delivered + missed differ from blocks sent");
         ok = Expect(wrong == 0, "complete images with wrong bytes") && ok;
+        ok = Expect(outOfOrder == 0, "blocks delivered out of order or twice") && ok;
         return Expect(queued == announced && announced == settings.buffers,
                       "buffers not back in the input queue") &&
                ok;
@@ -311,6 +320,7 @@ bool ParseArguments(int argc, char** argv, Config& c) {
 
 int main(int argc, char** argv) {
     Config config;
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // figures show as they come, also in a log file
     if (!ParseArguments(argc, argv, config)) {
         std::cerr << "usage: kesta-soak --cti PATH --seconds S [--width W] [--height H] [--fps F] "
                      "[--resend on|off|both]\n";
