@@ -373,6 +373,9 @@ void GrabThreadNoCopy::HandlePlaced(Buffer* buffer, const ParsedGvspHeader& head
                                     std::uint64_t offset, int received) {
     const std::uint32_t id = header.packetId;
     auto length = static_cast<std::uint64_t>(std::max(received, 0));
+    // A block that begins with a carried data packet lost its leader; it
+    // frees a leader waiter all the same.
+    const bool blockStart = buffer->nextExpectedPacket == 0;
     --buffer->missingPackets;
     buffer->frameId = header.blockId;
     if (id == buffer->nextExpectedPacket) {
@@ -394,6 +397,9 @@ void GrabThreadNoCopy::HandlePlaced(Buffer* buffer, const ParsedGvspHeader& head
         }
     }
     buffer->receivedBytes += static_cast<std::uint32_t>(length);
+    if (blockStart) {
+        m_context.gvsp.SetNextLeaderArrived();
+    }
     buffer->MarkPacketSeen(id);
 }
 
