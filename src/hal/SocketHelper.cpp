@@ -1,6 +1,7 @@
 #include "hal/SocketHelper.h"
 
 #include <arpa/inet.h>
+#include <linux/filter.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -538,6 +539,32 @@ int OverlappedSocket::GetNextResultNoCopy(char* head, int headLength, int& headR
                            "GenTL::OverlappedSocket::Receive recvfrom Failed: TIMEOUT");
     }
     return ReportError(GC_ERR_IO, "GenTL::OverlappedSocket::Receive recvfrom Failed: " + Num(err));
+}
+
+int OverlappedSocket::AcceptOnlyFrom(in_addr sender) {
+    // A socket filter rather than connect(): a connected socket bound to the
+    // any-address would no longer receive the datagrams of a group. The
+    // program reads the IPv4 source address of each datagram and keeps it
+    // whole when it is the sender's, else drops it before it is queued.
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(SKF_NET_OFF) + 12),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(sender.s_addr), 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, 0xFFFFFFFFU),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    sock_fprog program{};
+    program.len = static_cast<unsigned short>(sizeof code / sizeof code[0]);
+    program.filter = code;
+    const ssize_t rc = m_socket.Run([&](int fd) {
+        return ::setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+    });
+    if (rc != 0) {
+        const int err = errno;
+        HLogger::Error("GenTL::OverlappedSocket::AcceptOnlyFrom", err);
+        return ReportError(GC_ERR_IO,
+                           "GenTL::OverlappedSocket::AcceptOnlyFrom Failed : " + Num(err));
+    }
+    return GC_ERR_SUCCESS;
 }
 
 int OverlappedSocket::Close() {

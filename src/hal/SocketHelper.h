@@ -205,6 +205,13 @@ public:
     virtual int Close();
     /// Sets the receive timeout on the socket (not the stored value).
     virtual int SetTimeout(int timeoutMs);
+    /**
+     * Lets the kernel hand this socket only datagrams from `sender` (network
+     * order; any of its ports), so that stream packets count only from the
+     * camera asked. Sends to other addresses still go out. Call after an
+     * open; a failure to attach the filter is GC_ERR_IO.
+     */
+    virtual int AcceptOnlyFrom(in_addr sender);
 
     /// Asks the kernel for a receive buffer of `bytes` (beyond the system's
     /// limit where the process may); returns the size granted, 0 on failure.

@@ -162,9 +162,8 @@ void GrabThreadNoCopy::RunBlock() {
         GrabCompletion::CancelBlockTimers(buffer);
     }
     if (m_dummyInUse) {
-        GenTLHandle* copy =
-            buffers.CopyDummyToInputIfAvailable(m_dummyHandle, handle, m_dummyInUse,
-                                                m_context.numUnderrun);
+        GenTLHandle* copy = buffers.CopyDummyToInputIfAvailable(m_dummyHandle, handle, m_dummyInUse,
+                                                                m_context.numUnderrun);
         Buffer* target = m_dummyInUse ? nullptr : CastHandleToBufferPtr(copy);
         if (target != nullptr) {
             {
@@ -202,17 +201,19 @@ void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
     Source source = Source::Plain;
     int received = 0;
     int headerReceived = 0;
-    std::uint64_t offset = 0;
     const std::uint32_t next = buffer->nextExpectedPacket;
+    const std::uint64_t offset = next == 0 ? 0 : (next - 1) * m_chunk;
     if (m_carryPacket) {
         source = Source::Carried;
         received = m_carryReceived;
         m_carryPacket = false;
-    } else if (next == 0 || next >= m_dataPackets + 1) {
+    } else if (next == 0 || next >= m_dataPackets + 1 || Room(buffer, offset, m_chunk) < m_chunk) {
+        // Only the place of a whole packet is a target of the scatter read:
+        // another packet read into the short last place would be cut there.
         if (next > m_dataPackets + 1) {
-            GLogger::Error(loc::al("GrabThread(NC): Invalid expected packet Id: [{0}]",
-                                   Num(next).c_str())
-                               .c_str());
+            GLogger::Error(
+                loc::al("GrabThread(NC): Invalid expected packet Id: [{0}]", Num(next).c_str())
+                    .c_str());
         }
         if (gvsp.GetNextPacket(m_packet.data(), static_cast<int>(m_packet.size()), received,
                                kReceiveTimeoutMs) != GC_ERR_SUCCESS) {
@@ -220,16 +221,13 @@ void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
         }
     } else {
         source = Source::Scatter;
-        offset = (next - 1) * m_chunk;
-        const std::uint64_t length = Room(buffer, offset, m_chunk);
-        const int rc = gvsp.GetNextPacket(
-            m_header.data(), static_cast<int>(m_dataOffset), headerReceived,
-            reinterpret_cast<char*>(buffer->base + offset), static_cast<int>(length), received,
-            kReceiveTimeoutMs);
-        if (rc == GC_ERR_BUFFER_TOO_SMALL) {
-            boost::lock_guard<boost::mutex> lock(buffer->m_mutex);
-            buffer->dataLargerThanBuffer = true;
-        } else if (rc != GC_ERR_SUCCESS) {
+        const int rc =
+            gvsp.GetNextPacket(m_header.data(), static_cast<int>(m_dataOffset), headerReceived,
+                               reinterpret_cast<char*>(buffer->base + offset),
+                               static_cast<int>(m_chunk), received, kReceiveTimeoutMs);
+        // A datagram longer than a header and one packet's share is no packet
+        // of this stream (what was read of it lies in a place not yet filled).
+        if (rc != GC_ERR_SUCCESS) {
             return;
         }
     }
@@ -239,6 +237,12 @@ void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
     const int headLength = source == Source::Scatter ? headerReceived : received;
     if (GetPktHeaderInfo(head, headLength, headLength, header) != GC_ERR_SUCCESS ||
         header.status != 0) {
+        return;
+    }
+    // Formats other than leader, trailer and data have no place in a block,
+    // and a leader is packet 0: such a packet is dropped, not taken as data.
+    if (!PacketIdFitsFormat(header)) {
+        LogMisplaced(header);
         return;
     }
 
@@ -262,14 +266,24 @@ void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
     if (order == BLOCK_ID_AHEAD) {
         // The block ends here; the packet opens the next one.
         info.nextBlockId = header.blockId;
-        if (format >= GVSP_PACKET_LEADER && format <= GVSP_PACKET_PAYLOAD) {
-            m_carryReceived = source == Source::Scatter
-                                  ? Reassemble(buffer, headerReceived, offset, received)
-                                  : received;
-            m_blockDone = true;
-            m_carryPacket = true;
-        }
+        m_carryReceived = source == Source::Scatter
+                              ? Reassemble(buffer, headerReceived, offset, received)
+                              : received;
+        m_blockDone = true;
+        m_carryPacket = true;
         return;
+    }
+    if (format == GVSP_PACKET_PAYLOAD) {
+        // Data must land inside the block with at most one packet's share;
+        // anything else is dropped before it is counted.
+        const auto bytes = static_cast<std::uint64_t>(std::max(received, 0));
+        const std::uint64_t data = source == Source::Scatter ? bytes
+                                   : bytes > m_dataOffset    ? bytes - m_dataOffset
+                                                             : 0;
+        if (!DataPacketFitsBlock(header.packetId, data, m_chunk, *buffer, info.payloadType)) {
+            LogMisplaced(header);
+            return;
+        }
     }
 
     const bool whole = format == GVSP_PACKET_LEADER || format == GVSP_PACKET_TRAILER;
@@ -281,7 +295,7 @@ void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
         } else {
             HandlePlaced(buffer, header, offset, received);
         }
-    } else if (whole || format != GVSP_PACKET_PAYLOAD || header.packetId == 0) {
+    } else if (whole) {
         HandleWhole(buffer, header, received);
     } else {
         // The next block's first data packet, kept from the last pass.
@@ -313,9 +327,9 @@ void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& heade
     };
     if (header.packetFormat == GVSP_PACKET_LEADER) {
         if (const int rc = ParseGVSPLeader(info, m_packet.data(), size, buffer, header)) {
-            GLogger::Error(loc::al("GrabThread(): Failed to parse GVSP leader! Error: {0}",
-                                   Num(rc).c_str())
-                               .c_str());
+            GLogger::Error(
+                loc::al("GrabThread(): Failed to parse GVSP leader! Error: {0}", Num(rc).c_str())
+                    .c_str());
             return;
         }
         buffer->payloadType = info.payloadType;
@@ -324,9 +338,9 @@ void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& heade
     } else if (header.packetFormat == GVSP_PACKET_TRAILER) {
         if (const int rc =
                 ParseGVSPTrailer(info, m_packet.data(), size, buffer, m_blockDone, header)) {
-            GLogger::Error(loc::al("GrabThread(): Failed to parse GVSP trailer! Error: {0}",
-                                   Num(rc).c_str())
-                               .c_str());
+            GLogger::Error(
+                loc::al("GrabThread(): Failed to parse GVSP trailer! Error: {0}", Num(rc).c_str())
+                    .c_str());
             return;
         }
         buffer->frameId = header.blockId;
@@ -334,18 +348,15 @@ void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& heade
         info.nextBlockId = IncrementBlockId(info.nextBlockId, info.extendedId);
         buffer->lastPacketId = id;
     } else {
-        // Any other format counts as data: the leader may have been lost.
+        // A data packet read whole (PacketPass checked its place and size).
         const std::uint64_t data = size > m_dataOffset ? size - m_dataOffset : 0;
-        std::uint64_t length = 0;
-        if (id > 0) {
-            const std::uint64_t place = (id - 1) * m_chunk;
-            length = Room(buffer, place, data);
-            if (length < data) {
-                buffer->dataLargerThanBuffer = true;
-            }
-            if (length > 0) {
-                std::memcpy(buffer->base + place, m_packet.data() + m_dataOffset, length);
-            }
+        const std::uint64_t place = (id - 1) * m_chunk;
+        const std::uint64_t length = Room(buffer, place, data);
+        if (length < data) {
+            buffer->dataLargerThanBuffer = true;
+        }
+        if (length > 0) {
+            std::memcpy(buffer->base + place, m_packet.data() + m_dataOffset, length);
         }
         buffer->receivedBytes += static_cast<std::uint32_t>(length);
         --buffer->missingPackets;
@@ -361,32 +372,43 @@ void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& heade
 void GrabThreadNoCopy::HandlePlaced(Buffer* buffer, const ParsedGvspHeader& header,
                                     std::uint64_t offset, int received) {
     const std::uint32_t id = header.packetId;
-    const auto length = static_cast<std::uint64_t>(std::max(received, 0));
+    auto length = static_cast<std::uint64_t>(std::max(received, 0));
     // A block that begins with a carried data packet lost its leader; it
     // frees a leader waiter all the same.
     const bool blockStart = buffer->nextExpectedPacket == 0;
     --buffer->missingPackets;
-    buffer->receivedBytes += static_cast<std::uint32_t>(length);
     buffer->frameId = header.blockId;
     if (id == buffer->nextExpectedPacket) {
         buffer->nextExpectedPacket = id + 1;
     } else {
         // Another packet than the one predicted: move it to its place.
-        if (id > 0) {
-            const std::uint64_t place = (id - 1) * m_chunk;
-            const std::uint64_t moved = Room(buffer, place, std::min(length, m_chunk));
-            if (moved > 0 && place != offset) {
-                std::memmove(buffer->base + place, buffer->base + offset, moved);
-            }
+        const std::uint64_t place = (id - 1) * m_chunk;
+        const std::uint64_t moved = Room(buffer, place, std::min(length, m_chunk));
+        if (moved > 0 && place != offset) {
+            std::memmove(buffer->base + place, buffer->base + offset, moved);
         }
+        // Only what reached the packet's own place counts as received.
+        if (moved < length) {
+            buffer->dataLargerThanBuffer = true;
+        }
+        length = moved;
         if (id >= buffer->nextExpectedPacket) {
             buffer->nextExpectedPacket = id + 1;
         }
     }
+    buffer->receivedBytes += static_cast<std::uint32_t>(length);
     if (blockStart) {
         m_context.gvsp.SetNextLeaderArrived();
     }
     buffer->MarkPacketSeen(id);
+}
+
+void GrabThreadNoCopy::LogMisplaced(const ParsedGvspHeader& header) {
+    GLogger::Error(loc::al("GrabThread(NC): Packet [{0}]:[{1}] of format {2} has no place in its "
+                           "block; dropped",
+                           Num(static_cast<long long>(header.blockId)).c_str(),
+                           Num(header.packetId).c_str(), Num(header.packetFormat).c_str())
+                       .c_str());
 }
 
 void GrabThreadNoCopy::End() {

@@ -7,6 +7,11 @@
  * straight into the image buffer at that packet's place (a scatter read,
  * the header into a small array of its own). A packet that turns out to be
  * another one is moved to its place afterwards; a lost one leaves a hole.
+ * Only the place of a whole packet is a scatter target: the short last place
+ * of a buffer is read the plain way. A packet that cannot be what its header
+ * says (an unknown format, a leader that is not packet 0, data beyond the
+ * block or longer than one packet's share) is dropped, and bytes count as
+ * received only where they reached their own place.
  *
  * A block ends at its trailer, at the first packet of a newer block (which
  * is kept for the next one), or by its timers when the stream stops dead.
@@ -60,8 +65,9 @@ private:
                       int received);
     /// Puts header and payload of a scatter read back together in the
     /// packet array; returns the datagram's size.
-    int Reassemble(const Buffer* buffer, int headerReceived, std::uint64_t offset,
-                   int received);
+    int Reassemble(const Buffer* buffer, int headerReceived, std::uint64_t offset, int received);
+    /// The log line of a packet dropped for its format or place.
+    static void LogMisplaced(const ParsedGvspHeader& header);
     void CreateDummy();
     void DestroyDummy();
 

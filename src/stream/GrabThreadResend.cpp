@@ -140,6 +140,12 @@ bool GrabThreadResend::HandlePacket(const char* packet, int received) {
     if ((header.status & ~kGvspStatusResent) != 0) {
         return false; // a real status: the packet is not to be used
     }
+    // A packet that cannot be what its header says is dropped before it
+    // touches a block: taken, it would open a block or a request of its own.
+    if (!PacketIdFitsFormat(header)) {
+        LogMisplaced(header);
+        return false;
+    }
     StreamInfo& info = m_context.info;
     const bool extended = info.extendedId;
     boost::lock_guard<boost::mutex> listLock(m_context.activeBlocksMutex);
@@ -162,7 +168,14 @@ bool GrabThreadResend::HandlePacket(const char* packet, int received) {
 
     if (buffer == nullptr) {
         const int order = CompareBlockIds(header.blockId, info.nextBlockId, extended);
-        if (order == BLOCK_ID_BEHIND) {
+        // A block that has been delivered or dropped is gone for good, also
+        // while the id expected next has not moved past it yet: a straggler
+        // or a resent packet of it would make it again and have it asked for
+        // and delivered twice.
+        const bool finished =
+            info.lastBlockId != 0 &&
+            CompareBlockIds(header.blockId, info.lastBlockId, extended) != BLOCK_ID_AHEAD;
+        if (order == BLOCK_ID_BEHIND || finished) {
             return false; // its block is gone
         }
         if (order == BLOCK_ID_AHEAD) {
@@ -199,12 +212,29 @@ bool GrabThreadResend::HandlePacket(const char* packet, int received) {
 
     boost::lock_guard<boost::mutex> lock(buffer->m_mutex);
     m_lastBuffer = buffer;
-    buffer->packetSeen = true;
     const std::uint32_t id = header.packetId;
+    if (header.packetFormat == GVSP_PACKET_PAYLOAD) {
+        // A data packet must land inside the block with one packet's share:
+        // checked here, before it can open a request for a gap up to its id.
+        const std::uint32_t offset = header.DataOffset();
+        const std::uint64_t chunk = info.packetSize > kIpUdpHeaderSize + offset
+                                        ? info.packetSize - kIpUdpHeaderSize - offset
+                                        : 0;
+        const auto bytes = static_cast<std::uint64_t>(received);
+        if (!DataPacketFitsBlock(id, bytes > offset ? bytes - offset : 0, chunk, *buffer,
+                                 info.payloadType)) {
+            LogMisplaced(header);
+            return false;
+        }
+    }
     if (buffer->IsPacketSeen(id)) {
         GLogger::Error("GrabThreadResend(): Duplicate packet received");
         return false;
     }
+    // Only a packet that is taken shows that the block is alive: a camera
+    // that repeats or misplaces packets without end must not keep its block
+    // from expiring.
+    buffer->packetSeen = true;
     if (header.extendedId != extended) {
         GLogger::Error(loc::al("GrabThreadResend(): Invalid packet header expected. EI bit = {0} "
                                "received header = {1}",
@@ -231,7 +261,12 @@ bool GrabThreadResend::HandlePacket(const char* packet, int received) {
     if (late) {
         m_resends.SettleLatePacket(buffer, id);
     } else if (header.packetFormat == GVSP_PACKET_TRAILER) {
-        info.nextBlockId = NextBlockIdAfter(header.blockId, extended);
+        // Only forward: the trailer of an older block, behind a gap of its
+        // own, must not take the expected id back to a block already begun.
+        const std::uint64_t after = NextBlockIdAfter(header.blockId, extended);
+        if (CompareBlockIds(after, info.nextBlockId, extended) == BLOCK_ID_AHEAD) {
+            info.nextBlockId = after;
+        }
     }
 
     const bool done = buffer->receivedPackets == info.packetsPerBlock ||
@@ -281,19 +316,29 @@ void GrabThreadResend::Dispatch(Buffer* buffer, const char* packet, int received
         buffer->lastPacketId = id;
         ++buffer->receivedPackets;
         return;
-    case GVSP_PACKET_PAYLOAD:
+    default: // a data packet: HandlePacket let through no other format
         if (const int rc = ParseGVSPPayload(info, packet, size, buffer, header)) {
             GLogger::Error(loc::al("GrabThreadResend(): Failed to parse GVSP payload! Error: {0}",
                                    Num(rc).c_str())
                                .c_str());
         }
         return;
-    default:
-        GLogger::Error(loc::al("GrabThreadResend(): Unsupported GVSP packet format: {0}",
-                               Num(header.packetFormat).c_str())
-                           .c_str());
+    }
+}
+
+void GrabThreadResend::LogMisplaced(const ParsedGvspHeader& header) {
+    const std::uint8_t format = header.packetFormat;
+    if (format < GVSP_PACKET_LEADER || format > GVSP_PACKET_PAYLOAD) {
+        GLogger::Error(
+            loc::al("GrabThreadResend(): Unsupported GVSP packet format: {0}", Num(format).c_str())
+                .c_str());
         return;
     }
+    GLogger::Error(loc::al("GrabThreadResend(): Packet [{0}]:[{1}] of format {2} has no place in "
+                           "its block; dropped",
+                           Num(static_cast<long long>(header.blockId)).c_str(),
+                           Num(header.packetId).c_str(), Num(format).c_str())
+                       .c_str());
 }
 
 void GrabThreadResend::End() {

@@ -8,6 +8,9 @@
  * that is overtaken by a newer one gets a request for its tail; a block
  * that goes quiet is asked for its rest by its timers (GrabCompletion).
  * Resent and reordered packets that fill a gap settle their request.
+ * Packets that cannot be what their header says (an unknown format, a
+ * leader that is not packet 0, data beyond the block or longer than one
+ * packet's share) are dropped before they touch a block or a request.
  * A block is done when all its packets are in (a variable-size block: up
  * to its trailer's id), or when its timers have run out; finished blocks
  * are delivered in the order in which they began, complete or flagged
@@ -63,6 +66,8 @@ private:
     void StartBlock(Buffer* buffer, std::uint64_t blockId);
     /// The step of the packet's format. Caller holds both locks.
     void Dispatch(Buffer* buffer, const char* packet, int received, const ParsedGvspHeader& header);
+    /// The log line of a packet dropped for its format or place.
+    static void LogMisplaced(const ParsedGvspHeader& header);
 
     GrabContext& m_context;
     ResendScheduler m_resends;

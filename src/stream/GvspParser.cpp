@@ -61,6 +61,26 @@ int RefuseShort(const char* step, unsigned long received, unsigned long needed) 
                           std::to_string(received).c_str(), std::to_string(needed).c_str()));
 }
 
+// a * b * c into `product`; false when the result does not fit in 64 bits.
+bool MultiplyFits(std::uint64_t a, std::uint64_t b, std::uint64_t c, std::uint64_t& product) {
+    constexpr std::uint64_t kMax = ~std::uint64_t{0};
+    if ((b != 0 && a > kMax / b) || (c != 0 && a * b > kMax / c)) {
+        return false;
+    }
+    product = a * b * c;
+    return true;
+}
+
+// A geometry whose bits overflow would wrap to a size that has nothing to do
+// with the block, and a block of that size could pass for complete.
+int RefuseGeometry(const char* step, std::uint64_t width, std::uint64_t height,
+                   std::uint64_t bitsPerPixel) {
+    return Refuse(GC_ERR_INVALID_PARAMETER,
+                  loc::al("{0} image size {1} x {2} x {3} bits does not fit in 64 bits", step,
+                          std::to_string(width).c_str(), std::to_string(height).c_str(),
+                          std::to_string(bitsPerPixel).c_str()));
+}
+
 // Leader offsets from where the data begins.
 constexpr unsigned long kLeaderPayloadTypeOffset = 2;
 constexpr unsigned long kLeaderTimestampOffset = 4;
@@ -106,16 +126,24 @@ int GetPktHeaderInfo(const char* packet, int size, int received, ParsedGvspHeade
 }
 
 int ParseImageLeaderData(const ImageLeaderSpecificData* data, Buffer* buffer) {
+    const std::uint32_t pixelFormat = Read32(data->pixelFormat);
+    const std::uint32_t width = Read32(data->sizeX);
+    const std::uint32_t height = Read32(data->sizeY);
+    std::uint64_t bits = 0;
+    if (!MultiplyFits(width, height, GetBitsPerPixel(pixelFormat), bits)) {
+        return RefuseGeometry("anonymous::ParseImageLeaderData", width, height,
+                              GetBitsPerPixel(pixelFormat));
+    }
     buffer->timestamp = Read64(data->timestamp);
-    buffer->pixelFormat = Read32(data->pixelFormat);
-    buffer->width = Read32(data->sizeX);
-    buffer->height = Read32(data->sizeY);
+    buffer->pixelFormat = pixelFormat;
+    buffer->width = width;
+    buffer->height = height;
     buffer->xOffset = Read32(data->offsetX);
     buffer->yOffset = Read32(data->offsetY);
     buffer->xPadding = Read16(data->paddingX);
     buffer->yPadding = Read16(data->paddingY);
     buffer->deliveredImageHeight = buffer->height;
-    buffer->dataSize = (buffer->width * buffer->height * GetBitsPerPixel(buffer->pixelFormat)) / 8;
+    buffer->dataSize = bits / 8;
     return GC_ERR_SUCCESS;
 }
 
@@ -134,7 +162,9 @@ int ParseGVSPLeader(StreamInfo& info, const char* packet, unsigned long received
         }
         ImageLeaderSpecificData fields;
         std::memcpy(&fields, p + kLeaderTimestampOffset, sizeof(fields));
-        ParseImageLeaderData(&fields, buffer);
+        if (const int rc = ParseImageLeaderData(&fields, buffer)) {
+            return rc;
+        }
     } else if (type == GVSP_PAYLOAD_CHUNK_DATA) {
         if (received < data + kLeaderChunkEnd) {
             return RefuseShort("anonymous::ParseGVSPLeader", received, data + kLeaderChunkEnd);
@@ -184,10 +214,15 @@ int ParseGVSPTrailer(StreamInfo& info, const char* packet, unsigned long receive
     };
     if (type == GVSP_PAYLOAD_IMAGE) {
         const std::uint32_t sizeY = Read32(p + kTrailerSizeYOffset);
+        const std::uint64_t bitsPerPixel = GetBitsPerPixel(buffer->pixelFormat);
+        std::uint64_t bits = 0;
+        if (!MultiplyFits(sizeY, buffer->width, bitsPerPixel, bits)) {
+            return RefuseGeometry("ParseGVSPTrailer():", buffer->width, sizeY, bitsPerPixel);
+        }
         buffer->trailerSizeY = sizeY;
         checkHeight(sizeY);
         if (sizeY != 0) {
-            buffer->dataSize = (sizeY * buffer->width * GetBitsPerPixel(buffer->pixelFormat)) / 8;
+            buffer->dataSize = bits / 8;
         }
     } else if (type == GVSP_PAYLOAD_IMAGE_WITH_CHUNKS) {
         const std::uint32_t sizeY = Read32(p + kTrailerSizeYOffset);
@@ -224,14 +259,23 @@ int ParseGVSPPayload(StreamInfo& info, const char* packet, unsigned long receive
         const std::int64_t data = header.DataOffset();
         const std::int64_t chunk =
             static_cast<std::int64_t>(info.packetSize) - kIpUdpHeaderSize - data;
-        // The place is a 32-bit value: ids far beyond the block wrap it, and
-        // the tests below keep the copy inside the buffer either way.
-        const std::uint64_t product = static_cast<std::uint64_t>(chunk) *
-                                      static_cast<std::uint64_t>(std::int64_t{header.packetId} - 1);
-        const auto offset = static_cast<std::int32_t>(static_cast<std::uint32_t>(product));
-        if (offset < 0 || static_cast<std::uint64_t>(offset) > buffer->dataSize) {
+        // The place is worked out in 64 bits: cut to 32, an id far beyond the
+        // block would land on another packet's place.
+        const std::int64_t offset = chunk * (std::int64_t{header.packetId} - 1);
+        if (header.packetId == 0 || offset < 0 ||
+            static_cast<std::uint64_t>(offset) > buffer->dataSize) {
             return Refuse(GC_ERR_INVALID_PARAMETER,
                           loc::al("ParseGVSPPayload(): Destination offset invalid for Bid:Pid "
+                                  "[{0}]:[{1}]",
+                                  std::to_string(header.blockId).c_str(),
+                                  std::to_string(header.packetId).c_str()));
+        }
+        // More data than one packet's share would run into the next packet's
+        // place: such a packet is not what the camera was set to send.
+        const std::int64_t carried = static_cast<std::int64_t>(received) - data;
+        if (carried > chunk) {
+            return Refuse(GC_ERR_INVALID_PARAMETER,
+                          loc::al("ParseGVSPPayload(): Packet longer than its share for Bid:Pid "
                                   "[{0}]:[{1}]",
                                   std::to_string(header.blockId).c_str(),
                                   std::to_string(header.packetId).c_str()));
@@ -256,6 +300,29 @@ int ParseGVSPPayload(StreamInfo& info, const char* packet, unsigned long receive
         buffer->nextExpectedPacket = next;
     }
     return GC_ERR_SUCCESS;
+}
+
+bool PacketIdFitsFormat(const ParsedGvspHeader& header) {
+    switch (header.packetFormat) {
+    case GVSP_PACKET_LEADER:
+        return header.packetId == 0;
+    case GVSP_PACKET_TRAILER:
+    case GVSP_PACKET_PAYLOAD:
+        return header.packetId != 0;
+    default:
+        return false;
+    }
+}
+
+std::uint64_t BlockDataLimit(const Buffer& buffer, std::uint16_t payloadType) {
+    return buffer.leaderSeen && payloadType == GVSP_PAYLOAD_IMAGE ? buffer.dataSize : buffer.size;
+}
+
+bool DataPacketFitsBlock(std::uint32_t packetId, std::uint64_t dataBytes, std::uint64_t chunk,
+                         const Buffer& buffer, std::uint16_t payloadType) {
+    // Ids are at most 32 bits and a share at most 16: the place fits in 64.
+    return packetId != 0 && dataBytes <= chunk &&
+           (packetId - 1) * chunk < BlockDataLimit(buffer, payloadType);
 }
 
 } // namespace GenTL

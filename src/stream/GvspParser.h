@@ -91,13 +91,16 @@ int GetPktHeaderInfo(const char* packet, int size, int received, ParsedGvspHeade
 /**
  * The image fields of a leader into the buffer: timestamp, pixel format,
  * geometry and padding; deliveredImageHeight = height; dataSize = width *
- * height * bits per pixel / 8, in 64 bits. Always 0.
+ * height * bits per pixel / 8, in 64 bits. A geometry whose bits do not fit
+ * in 64 bits fails with GC_ERR_INVALID_PARAMETER and leaves the buffer as
+ * it was.
  */
 int ParseImageLeaderData(const ImageLeaderSpecificData* data, Buffer* buffer);
 
 /**
  * A leader: for payload type 1 or 0x4001 the image fields, for type 4 the
- * timestamp; any other type fails with GC_ERR_NOT_IMPLEMENTED. A timestamp
+ * timestamp; any other type fails with GC_ERR_NOT_IMPLEMENTED, and an image
+ * geometry too large for 64 bits with GC_ERR_INVALID_PARAMETER. A timestamp
  * of 0 is replaced by the host's clock in nanoseconds. On success the type
  * goes to info.payloadType, leaderSeen is set and missingPackets drops by 1.
  */
@@ -108,7 +111,8 @@ int ParseGVSPLeader(StreamInfo& info, const char* packet, unsigned long received
  * A trailer, read by info.payloadType (the trailer's own type field is not
  * read): type 1 size_y (recomputes dataSize when not 0), type 0x4001 size_y
  * and the chunk length and layout id, type 4 the chunk length; any other
- * type fails with GC_ERR_NOT_IMPLEMENTED. Without packet resend the trailer
+ * type fails with GC_ERR_NOT_IMPLEMENTED, and a size_y that makes the image
+ * too large for 64 bits with GC_ERR_INVALID_PARAMETER. Without packet resend the trailer
  * ends the block: blockComplete becomes true. On success trailerSeen is set
  * and missingPackets drops by 1.
  */
@@ -119,8 +123,9 @@ int ParseGVSPTrailer(StreamInfo& info, const char* packet, unsigned long receive
  * A data packet: its data goes to (packetId - 1) * payload bytes per packet
  * in the buffer. Fails with GC_ERR_NOT_IMPLEMENTED unless info.payloadType
  * is an image (with or without chunks) or chunk data, and with
- * GC_ERR_INVALID_PARAMETER when that offset is negative (as a 32-bit value)
- * or beyond the buffer's dataSize; a failed packet leaves its bit clear.
+ * GC_ERR_INVALID_PARAMETER when the packet id is 0, when that offset lies
+ * beyond the buffer's dataSize, or when the packet carries more than one
+ * packet's share of data; a failed packet leaves its bit clear.
  * Data beyond the buffer's size is dropped and sets dataLargerThanBuffer,
  * after which data packets are counted but not copied. On success the
  * packet's bit is set, receivedPackets rises, nextExpectedPacket is raised
@@ -129,5 +134,29 @@ int ParseGVSPTrailer(StreamInfo& info, const char* packet, unsigned long receive
  */
 int ParseGVSPPayload(StreamInfo& info, const char* packet, unsigned long received, Buffer* buffer,
                      const ParsedGvspHeader& header);
+
+/**
+ * Whether a packet's id suits its format: a leader is packet 0, a trailer
+ * and data packets come after it. Other formats have no place in a block.
+ * The grab loops drop a packet that fails this before it touches a block.
+ */
+bool PacketIdFitsFormat(const ParsedGvspHeader& header);
+
+/**
+ * Where the data of the block in `buffer` ends as far as the loop knows it:
+ * for a plain image (payloadType 1) whose leader came, dataSize (which its
+ * trailer may lower); else the buffer's end, since other payloads tell
+ * their size only in the trailer. Caller holds the buffer's m_mutex.
+ */
+std::uint64_t BlockDataLimit(const Buffer& buffer, std::uint16_t payloadType);
+
+/**
+ * Whether a data packet of `dataBytes` bytes behind its header, at `chunk`
+ * bytes per packet, belongs in the block: it carries at most one packet's
+ * share and begins before BlockDataLimit. Its bytes may still run past the
+ * buffer's end (an image larger than the buffer): they are cut there.
+ */
+bool DataPacketFitsBlock(std::uint32_t packetId, std::uint64_t dataBytes, std::uint64_t chunk,
+                         const Buffer& buffer, std::uint16_t payloadType);
 
 } // namespace GenTL

@@ -127,6 +127,27 @@ int TraverseFirewall(IHALGev* hal, void* device, StreamHandle& stream,
     return GC_ERR_SUCCESS;
 }
 
+/**
+ * Restricts the stream socket to the camera's address: a datagram from any
+ * other sender never reaches the grab loop, whatever it claims to be. On
+ * failure the socket is closed: a stream open to every sender is not started.
+ */
+int AcceptOnlyTheCamera(IHALGev* hal, void* device, StreamHandle& stream) {
+    long deviceIp = 0;
+    int rc = hal->GetDevIPAddress(device, deviceIp);
+    if (rc == GC_ERR_SUCCESS) {
+        in_addr camera{};
+        camera.s_addr = htonl(static_cast<std::uint32_t>(deviceIp));
+        rc = stream.m_pSocket->AcceptOnlyFrom(camera);
+    }
+    if (rc != GC_ERR_SUCCESS) {
+        HLogger::Error("GenTL::HALGvspUDP::Start AcceptOnlyFrom");
+        stream.m_pSocket->Close();
+        return ChainError(rc);
+    }
+    return GC_ERR_SUCCESS;
+}
+
 /// One test packet of size bytes (the socket's next datagram) within the
 /// test time-out.
 bool TestPacketArrives(StreamHandle& stream, std::uint32_t size, int& rc) {
@@ -317,6 +338,9 @@ int HALGvspUDP::StartUnicast(IHALGev* hal, void* device, const sockaddr_in& adap
         LogStartFailure("GenTL::HALGvspUDP::Start OpenAndBindSocket");
         return ChainError(rc);
     }
+    if (const int rc = AcceptOnlyTheCamera(hal, device, m_stream)) {
+        return rc;
+    }
     if (const int rc = WriteDestination(hal, device, LocalIp(m_stream), LocalPort(m_stream))) {
         return rc;
     }
@@ -335,6 +359,9 @@ int HALGvspUDP::StartMulticast(IHALGev* hal, void* device, const sockaddr_in& ad
         LogStartFailure("GenTL::HALGvspUDP::Start OpenAndBindSocket");
         return ChainError(rc);
     }
+    if (const int rc = AcceptOnlyTheCamera(hal, device, m_stream)) {
+        return rc;
+    }
     HLogger::Debug(loc::al("HALGvspUDP::Start :: Writing unicast port {0}",
                            Decimal(LocalPort(m_stream)).c_str())
                        .c_str());
@@ -351,6 +378,9 @@ int HALGvspUDP::StartMulticast(IHALGev* hal, void* device, const sockaddr_in& ad
                                                                          static_cast<int>(group))) {
         LogStartFailure("GenTL::HALGvspUDP::Start OpenAndBindSocket");
         return ChainError(rc);
+    }
+    if (const int rc = AcceptOnlyTheCamera(hal, device, m_stream)) {
+        return rc;
     }
     if (const int rc = WriteDestination(hal, device, group, LocalPort(m_stream))) {
         return rc;
@@ -376,6 +406,9 @@ int HALGvspUDP::StartListener(IHALGev* hal, void* device, const sockaddr_in& ada
             static_cast<unsigned short>(scp & 0xFFFF))) {
         LogStartFailure("GenTL::HALGvspUDP::Start OpenAndBindSocket");
         return ChainError(rc);
+    }
+    if (const int rc = AcceptOnlyTheCamera(hal, device, m_stream)) {
+        return rc;
     }
     TraverseFirewallOrLog(hal, device, m_stream, m_capabilities);
     return GC_ERR_SUCCESS;

@@ -18,7 +18,9 @@
  *
  * Sockets in the group bind to the any-address, not to the adapter's: the
  * kernel never hands a group's datagrams to a socket bound to a unicast
- * address.
+ * address. Every stream socket takes datagrams from the camera's address
+ * only (a socket filter): packets of any other sender never reach a grab
+ * loop, and a start that cannot set the filter fails.
  *
  * The firewall traversal sends four zero bytes from the stream socket to the
  * camera's stream source port (SCSP), so that a stateful firewall lets the

@@ -77,6 +77,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         info.nextBlockId = IncrementBlockId(header.blockId, header.extendedId);
         DiffBlockId(header.blockId, info.lastBlockId, header.extendedId);
         info.lastBlockId = header.blockId;
+        if (!PacketIdFitsFormat(header)) {
+            continue;
+        }
+        if (header.packetFormat == GVSP_PACKET_PAYLOAD) {
+            const std::uint64_t data =
+                packet.size() > header.DataOffset() ? packet.size() - header.DataOffset() : 0;
+            DataPacketFitsBlock(header.packetId, data, info.PayloadBytesPerPacket(), buffer,
+                                info.payloadType);
+        }
         if (buffer.IsPacketSeen(header.packetId)) {
             continue;
         }

@@ -85,6 +85,10 @@ public:
         m_link.pending.pop_front();
         return GC_ERR_SUCCESS;
     }
+    int AcceptOnlyFrom(in_addr sender) override {
+        acceptedFrom = ntohl(sender.s_addr);
+        return GC_ERR_SUCCESS;
+    }
     int Close() override {
         ++closes;
         m_link.socketOpen = false;
@@ -97,6 +101,7 @@ public:
     int failSend = GC_ERR_SUCCESS;
     std::uint32_t joinedGroup = 0;
     unsigned short listenerPort = 0;
+    std::uint32_t acceptedFrom = 0; ///< the one sender let through, host order
     std::vector<Sent> sent;
     std::vector<int> timeouts;
     std::vector<int> lengths;

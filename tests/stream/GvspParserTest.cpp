@@ -204,6 +204,12 @@ TEST_F(GvspParserTest, LeaderRefusesOtherPayloadTypesAndShortPackets) {
     EXPECT_FALSE(buffer.leaderSeen);
     EXPECT_EQ(buffer.width, 0U);
     EXPECT_EQ(buffer.missingPackets, 10);
+
+    // A geometry whose bits overflow 64 bits (here wrapping to 16384 bytes).
+    EXPECT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 0x40004000, 0xFFFF0001)),
+              GC_ERR_INVALID_PARAMETER);
+    EXPECT_FALSE(buffer.leaderSeen);
+    EXPECT_EQ(buffer.width, 0U);
 }
 
 // --- trailer ------------------------------------------------------------------------
@@ -228,6 +234,13 @@ TEST_F(GvspParserTest, ImageTrailerRecomputesTheSizeUnlessSizeYIsZero) {
     EXPECT_EQ(buffer.trailerSizeY, 4U);
     EXPECT_EQ(buffer.dataSize, 40U);
     EXPECT_EQ(buffer.missingPackets, 7);
+
+    // A size_y that makes the image's bits overflow is refused.
+    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 0x40004000, 1)), GC_ERR_SUCCESS);
+    Packet overflowing(false, GVSP_PACKET_TRAILER, 9, 5);
+    overflowing.Put32(0).Put32(0xFFFF0001);
+    EXPECT_EQ(Trailer(overflowing, done), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(buffer.trailerSizeY, 4U);
 }
 
 TEST_F(GvspParserTest, ChunkTrailersCarryLengthAndLayout) {
@@ -316,17 +329,17 @@ TEST_F(GvspParserTest, OversizedBlockIsCutAtTheBufferEnd) {
     EXPECT_TRUE(buffer.IsPacketSeen(1));
     EXPECT_EQ(memory[63], 0x44);
 
-    // A packet that claims more than its share is cut at the end as well.
+    // The last share is cut at the buffer's end as well.
     Buffer other;
     other.base = memory.data();
-    other.size = 56;
+    other.size = 40;
     other.dataSize = 64;
-    Packet p = Data(3, 40, 0x33); // starts at 32: 24 bytes fit
+    Packet p = Data(3, 16, 0x33); // starts at 32: 8 bytes fit
     ASSERT_EQ(ParseGVSPPayload(info, p.data(), p.size(), &other, p.Header()), GC_ERR_SUCCESS);
     EXPECT_TRUE(other.dataLargerThanBuffer);
-    EXPECT_EQ(other.receivedBytes, 24U);
-    EXPECT_EQ(memory[55], 0x33);
-    EXPECT_EQ(memory[56], 0x44);
+    EXPECT_EQ(other.receivedBytes, 8U);
+    EXPECT_EQ(memory[39], 0x33);
+    EXPECT_EQ(memory[40], 0) << "nothing past the buffer's end";
 }
 
 TEST_F(GvspParserTest, PayloadRefusesBadPlacesAndTypes) {
@@ -356,11 +369,14 @@ TEST_F(GvspParserTest, PayloadRefusesBadPlacesAndTypes) {
     EXPECT_EQ(Payload(Data(2, 16, 2)), GC_ERR_SUCCESS);
     EXPECT_EQ(buffer.receivedBytes, 32U);
 
-    // A packet size below the headers: every place but the first is negative.
+    // More than one share would run into the next packet's place; so would
+    // any data at a packet size below the headers.
+    EXPECT_EQ(Payload(Data(3, 17, 9)), GC_ERR_INVALID_PARAMETER);
+    EXPECT_NE(memory[32], 9);
     info.packetSize = 10;
     EXPECT_EQ(Payload(Data(2, 16, 1)), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(Payload(Data(1, 16, 7)), GC_ERR_SUCCESS);
-    EXPECT_EQ(memory[0], 7);
+    EXPECT_EQ(Payload(Data(1, 16, 7)), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(buffer.receivedBytes, 32U);
 }
 
 } // namespace

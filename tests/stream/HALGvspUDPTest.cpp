@@ -43,6 +43,8 @@ TEST_F(StartPaths, UnicastWritesTheSocketsAddressThenOpensTheFirewallThenTests) 
     EXPECT_EQ(std::vector<char>(4, 0), socket->sent[0].data);
     EXPECT_EQ(static_cast<std::uint32_t>(hal.deviceIp), ntohl(socket->sent[0].to.sin_addr.s_addr));
     EXPECT_EQ(40000, ntohs(socket->sent[0].to.sin_port)) << "to the camera's SCSP";
+    EXPECT_EQ(static_cast<std::uint32_t>(hal.deviceIp), socket->acceptedFrom)
+        << "only the camera is heard";
 
     // Order on the wire: destination, port, SCSP read, then the test packet.
     std::vector<unsigned> order;
@@ -153,6 +155,7 @@ TEST_F(StartPaths, MulticastListenerTakesThePortFromTheCameraAndWritesNothing) {
     EXPECT_EQ(1400u, params.packetSize) << "no test: the camera's size";
     EXPECT_TRUE(socket->timeouts.empty());
     EXPECT_EQ(1u, socket->sent.size()) << "the listener opens its firewall too";
+    EXPECT_EQ(static_cast<std::uint32_t>(hal.deviceIp), socket->acceptedFrom);
     EXPECT_EQ(40u, params.interPacketExpiry);
 
     hal.readFailures[kScp] = GC_ERR_TIMEOUT;

@@ -115,6 +115,9 @@ enum Option {
     kShortAcks,
     kLoseAcks,
     kLie,
+    kForgePacket,
+    kLatePacket,
+    kClaimedSize,
     kSeed,
     kReadyFile,
     kHelp
@@ -193,6 +196,10 @@ std::string CommandLine::usage() {
            "           --forge-acks IP[:PORT] (lying copy from another sender first)\n"
            "           --short-acks BYTES (cut, header kept) --lose-acks ADDRESS\n"
            "           --lie ADDRESS:VALUE (reads of that register answer VALUE)\n"
+           "Lies:      --forge-packet AT:ID:FORMAT (data packet AT goes out with that id and\n"
+           "           format and filler data; repeatable) --late-packet ID:BY (data packet ID\n"
+           "           goes out BY packets late) --claim-geometry W:H:PIXELFORMAT (in leader\n"
+           "           and trailer; the data stays true)\n"
            "Run:       --ready-file PATH (written once all sockets are bound) -v (more: -vv)\n";
 }
 
@@ -239,6 +246,9 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"short-acks", required_argument, nullptr, kShortAcks},
                                       {"lose-acks", required_argument, nullptr, kLoseAcks},
                                       {"lie", required_argument, nullptr, kLie},
+                                      {"forge-packet", required_argument, nullptr, kForgePacket},
+                                      {"late-packet", required_argument, nullptr, kLatePacket},
+                                      {"claim-geometry", required_argument, nullptr, kClaimedSize},
                                       {"seed", required_argument, nullptr, kSeed},
                                       {"ready-file", required_argument, nullptr, kReadyFile},
                                       {"verbose", no_argument, nullptr, 'v'},
@@ -483,6 +493,28 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
             if (!toTriple(arg, t, n) || n != 2 || t[0] > 0xFFFFFFFFul || t[1] > 0xFFFFFFFFul)
                 return fail("--lie takes ADDRESS:VALUE");
             f.lies.push_back({static_cast<uint32_t>(t[0]), static_cast<uint32_t>(t[1])});
+            break;
+        case kForgePacket:
+            if (!toTriple(arg, t, n) || n != 3 || t[0] == 0 || t[0] > 0xFFFFFFFFul ||
+                t[1] > 0xFFFFFFFFul || t[2] > 15)
+                return fail("--forge-packet takes AT:ID:FORMAT (AT from 1, FORMAT 0 to 15)");
+            f.forgeries.push_back({static_cast<uint32_t>(t[0]), static_cast<uint32_t>(t[1]),
+                                   static_cast<uint8_t>(t[2])});
+            break;
+        case kLatePacket:
+            if (!toTriple(arg, t, n) || n != 2 || t[0] == 0 || t[1] == 0 || t[0] > 0xFFFFFFFFul ||
+                t[1] > 0xFFFFFFFFul)
+                return fail("--late-packet takes ID:BY, both from 1");
+            f.latePacket = static_cast<uint32_t>(t[0]);
+            f.lateBy = static_cast<uint32_t>(t[1]);
+            break;
+        case kClaimedSize:
+            if (!toTriple(arg, t, n) || n != 3 || t[0] == 0 || t[0] > 0xFFFFFFFFul ||
+                t[1] > 0xFFFFFFFFul || t[2] > 0xFFFFFFFFul)
+                return fail("--claim-geometry takes WIDTH:HEIGHT:PIXELFORMAT");
+            f.claimedWidth = static_cast<uint32_t>(t[0]);
+            f.claimedHeight = static_cast<uint32_t>(t[1]);
+            f.claimedPixelFormat = static_cast<uint32_t>(t[2]);
             break;
         case kSeed:
             if (!toUnsigned(optarg, u))

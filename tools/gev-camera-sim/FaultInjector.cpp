@@ -64,4 +64,15 @@ bool FaultInjector::lie(uint32_t address, uint32_t& value) const {
     return false;
 }
 
+const PacketForgery* FaultInjector::forgery(uint32_t packetId) const {
+    for (const PacketForgery& f : m_config.forgeries)
+        if (f.at == packetId)
+            return &f;
+    return nullptr;
+}
+
+uint32_t FaultInjector::lateBy(uint32_t packetId) const {
+    return packetId != 0 && packetId == m_config.latePacket ? m_config.lateBy : 0;
+}
+
 } // namespace gevsim

@@ -41,6 +41,11 @@ public:
     const std::vector<AckRule>& ackRules() const { return m_config.ackRules; }
     // True when reads of the register lie; value is what they answer.
     bool lie(uint32_t address, uint32_t& value) const;
+    // The forgery that replaces data packet `packetId`, or null.
+    const PacketForgery* forgery(uint32_t packetId) const;
+    // How many packets later than its turn data packet `packetId` goes out.
+    uint32_t lateBy(uint32_t packetId) const;
+    const FaultConfig& config() const { return m_config; }
 
 private:
     bool chance(double rate);

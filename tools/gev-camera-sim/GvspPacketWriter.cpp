@@ -35,12 +35,12 @@ void GvspPacketWriter::header(uint64_t blockId, uint8_t format, uint32_t packetI
     put16(out, 0, status);
     if (m_extended) {
         put16(out, 2, 0); // flags
-        put32(out, 4, 0x80000000u | static_cast<uint32_t>(format) << 24);
+        put32(out, 4, 0x80000000u | static_cast<uint32_t>(format & 0x0F) << 24);
         put64(out, 8, blockId);
         put32(out, 16, packetId);
     } else {
         put16(out, 2, static_cast<uint16_t>(blockId));
-        put32(out, 4, static_cast<uint32_t>(format) << 24 | (packetId & 0xFFFFFF));
+        put32(out, 4, static_cast<uint32_t>(format & 0x0F) << 24 | (packetId & 0xFFFFFF));
     }
 }
 
@@ -64,6 +64,12 @@ void GvspPacketWriter::payload(const BlockInfo& block, uint32_t packetId, const 
     out.resize(h + length);
     if (length)
         std::memcpy(out.data() + h, data, length);
+}
+
+void GvspPacketWriter::forged(const BlockInfo& block, uint8_t format, uint32_t packetId,
+                              size_t length, std::vector<uint8_t>& out) const {
+    header(block.blockId, format, packetId, status::kSuccess, out);
+    out.resize(out.size() + length, 0xEE);
 }
 
 void GvspPacketWriter::trailer(const BlockInfo& block, uint16_t status,

@@ -35,6 +35,10 @@ public:
     void payload(const BlockInfo& block, uint32_t packetId, const uint8_t* data, size_t length,
                  uint16_t status, std::vector<uint8_t>& out) const;
     void trailer(const BlockInfo& block, uint16_t status, std::vector<uint8_t>& out) const;
+    // A packet of any format and id whose data is `length` filler bytes
+    // (0xEE): what a lying camera sends in place of a data packet.
+    void forged(const BlockInfo& block, uint8_t format, uint32_t packetId, size_t length,
+                std::vector<uint8_t>& out) const;
 
     static void testPacket(uint32_t packetSize, std::vector<uint8_t>& out);
     static void tcpFrameHeader(const BlockInfo& block, std::vector<uint8_t>& out);

@@ -42,6 +42,14 @@ struct RegisterLie {
     uint32_t value = 0;
 };
 
+// A data packet that goes out as something else: with a packet id and a
+// format of any value, and filler bytes in place of its data.
+struct PacketForgery {
+    uint32_t at = 0;    // the data packet id it replaces
+    uint32_t id = 0;    // the packet id it carries instead
+    uint8_t format = 3; // the packet format it carries instead (4 bits)
+};
+
 struct FaultConfig {
     double lossRate = 0.0;      // share of first-time GVSP packets dropped
     double reorderRate = 0.0;   // share of packets held back behind the next one
@@ -63,6 +71,13 @@ struct FaultConfig {
     std::vector<AckRule> ackRules;   // applied in order
     std::vector<RegisterLie> lies;
     uint32_t seed = 1;
+    // Lies of the stream channel, in every block.
+    std::vector<PacketForgery> forgeries;
+    uint32_t latePacket = 0; // data packet sent lateBy packets after its turn, 0 = off
+    uint32_t lateBy = 0;
+    uint32_t claimedWidth = 0; // geometry that leader and trailer claim, 0 = the true one
+    uint32_t claimedHeight = 0;
+    uint32_t claimedPixelFormat = 0;
 };
 
 struct CameraIdentity {

@@ -169,6 +169,14 @@ bool StreamChannel::produceBlock(uint64_t blockNumber) {
         b.payloadBytes = full;
         b.trailerSizeY = height;
     }
+    const FaultConfig& lies = m_faults.config();
+    if (lies.claimedWidth != 0) {
+        // Leader and trailer claim another geometry; the data stays true.
+        b.width = lies.claimedWidth;
+        b.height = lies.claimedHeight;
+        b.trailerSizeY = lies.claimedHeight;
+        b.pixelFormat = lies.claimedPixelFormat;
+    }
     std::vector<uint8_t> data(b.payloadBytes);
     entry.pattern.fill(b.blockId, 0, data.data(), data.size());
 
@@ -213,8 +221,17 @@ void StreamChannel::sendUdpBlock(const RingEntry& entry, const std::vector<uint8
     const uint32_t count = writer.dataPacketCount(data.size());
     std::lock_guard<std::mutex> lock(m_sendMutex);
     m_socket.setDontFragment(s.dontFragment);
-    std::vector<uint8_t> packet, held;
+    std::vector<uint8_t> packet, held, late;
     bool haveHeld = false;
+    uint32_t lateCountdown = 0;
+    // Sends a packet, and a late one once its count of packets has passed.
+    auto send = [&](const std::vector<uint8_t>& p) {
+        sendPacket(p, s);
+        if (!late.empty() && --lateCountdown == 0) {
+            sendPacket(late, s);
+            late.clear();
+        }
+    };
     using Kind = FaultInjector::PacketKind;
     auto emit = [&](Kind kind, uint32_t id) {
         const FaultInjector::Fate fate = m_faults.packetFate(blockNumber, kind, id);
@@ -229,18 +246,27 @@ void StreamChannel::sendUdpBlock(const RingEntry& entry, const std::vector<uint8
         } else {
             const size_t offset = static_cast<size_t>(id - 1) * writer.dataPerPacket();
             const size_t length = std::min(writer.dataPerPacket(), data.size() - offset);
-            writer.payload(entry.block, id, data.data() + offset, length, status::kSuccess, packet);
+            if (const PacketForgery* f = m_faults.forgery(id))
+                writer.forged(entry.block, f->format, f->id, length, packet);
+            else
+                writer.payload(entry.block, id, data.data() + offset, length, status::kSuccess,
+                               packet);
+            if (const uint32_t by = m_faults.lateBy(id)) {
+                late.swap(packet);
+                lateCountdown = by;
+                return;
+            }
         }
         if (fate.holdBack && !haveHeld) {
             held.swap(packet);
             haveHeld = true;
             return;
         }
-        sendPacket(packet, s);
+        send(packet);
         if (fate.duplicate)
-            sendPacket(packet, s);
+            send(packet);
         if (haveHeld) {
-            sendPacket(held, s);
+            send(held);
             haveHeld = false;
         }
     };
@@ -249,7 +275,9 @@ void StreamChannel::sendUdpBlock(const RingEntry& entry, const std::vector<uint8
         emit(Kind::Payload, id);
     emit(Kind::Trailer, count + 1);
     if (haveHeld)
-        sendPacket(held, s);
+        send(held);
+    if (!late.empty())
+        sendPacket(late, s);
 }
 
 void StreamChannel::fireTestPacket(uint32_t scpsValue) {

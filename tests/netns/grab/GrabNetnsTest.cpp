@@ -16,14 +16,6 @@ constexpr uint32_t kWidthPx = 256;
 constexpr uint32_t kHeightPx = 64;
 constexpr float kFps = 50.0f;
 
-/// What a run of the consumer saw.
-struct Tally {
-    int complete = 0;
-    int incomplete = 0;
-    int wrongBytes = 0;
-    std::vector<uint64_t> ids;
-};
-
 class Grab : public GrabTest {
 protected:
     /// Opens, sets resend, announces `buffers` and starts; false (test
@@ -41,39 +33,6 @@ protected:
         AnnounceAndQueue(buffers);
         Start(flags);
         return !HasFatalFailure();
-    }
-
-    /// Takes `count` images, checks each, and gives each buffer back.
-    Tally Take(int count) {
-        Tally t;
-        for (int i = 0; i < count; ++i) {
-            Delivered d;
-            if (!Next(d)) {
-                ADD_FAILURE() << "no image " << i;
-                break;
-            }
-            t.ids.push_back(d.frameId);
-            if (d.incomplete) {
-                ++t.incomplete;
-                std::printf("[ incomplete] block %llu: %llu of %u bytes\n",
-                            static_cast<unsigned long long>(d.frameId),
-                            static_cast<unsigned long long>(d.sizeFilled), PayloadBytes());
-                EXPECT_LT(d.sizeFilled, PayloadBytes()) << "id " << d.frameId;
-            } else {
-                ++t.complete;
-                EXPECT_EQ(d.sizeFilled, PayloadBytes());
-                EXPECT_EQ(d.width, kWidthPx);
-                EXPECT_EQ(d.height, kHeightPx);
-                EXPECT_EQ(d.deliveredHeight, kHeightPx);
-                const long long wrong = FirstWrongByte(d.base, d.sizeFilled, d.frameId);
-                if (wrong >= 0) {
-                    ++t.wrongBytes;
-                    ADD_FAILURE() << "block " << d.frameId << " differs at byte " << wrong;
-                }
-            }
-            Requeue(d);
-        }
-        return t;
     }
 
     static void ExpectIncreasing(const std::vector<uint64_t>& ids) {

@@ -1,5 +1,7 @@
 #include "GrabTestBed.h"
 
+#include <cstdio>
+
 namespace kesta_grab {
 
 namespace {
@@ -118,6 +120,15 @@ void GrabTest::WriteCamera(uint64_t address, uint32_t value) {
         << std::hex << address << " " << LastErrorText(m_api);
 }
 
+uint32_t GrabTest::ReadCamera(uint64_t address) {
+    uint8_t bytes[4] = {};
+    size_t size = sizeof bytes;
+    EXPECT_EQ(m_api.GCReadPort(m_port, address, bytes, &size), GC_ERR_SUCCESS)
+        << std::hex << address << " " << LastErrorText(m_api);
+    return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
+           static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
+}
+
 bool GrabTest::SetStreamInt(uint64_t address, int cmd, int64_t value) {
 #ifdef KESTA_GRAB_STATIC
     (void)address;
@@ -203,6 +214,38 @@ bool GrabTest::Next(Delivered& out, uint64_t timeoutMs) {
 
 void GrabTest::Requeue(const Delivered& d) {
     ASSERT_EQ(m_api.DSQueueBuffer(m_stream, d.handle), GC_ERR_SUCCESS) << LastErrorText(m_api);
+}
+
+Tally GrabTest::Take(int count) {
+    Tally t;
+    for (int i = 0; i < count; ++i) {
+        Delivered d;
+        if (!Next(d)) {
+            ADD_FAILURE() << "no image " << i;
+            break;
+        }
+        t.ids.push_back(d.frameId);
+        if (d.incomplete) {
+            ++t.incomplete;
+            std::printf("[ incomplete] block %llu: %llu of %u bytes\n",
+                        static_cast<unsigned long long>(d.frameId),
+                        static_cast<unsigned long long>(d.sizeFilled), PayloadBytes());
+            EXPECT_LT(d.sizeFilled, PayloadBytes()) << "id " << d.frameId;
+        } else {
+            ++t.complete;
+            EXPECT_EQ(d.sizeFilled, PayloadBytes());
+            EXPECT_EQ(d.width, m_width);
+            EXPECT_EQ(d.height, m_height);
+            EXPECT_EQ(d.deliveredHeight, m_height);
+            const long long wrong = FirstWrongByte(d.base, d.sizeFilled, d.frameId);
+            if (wrong >= 0) {
+                ++t.wrongBytes;
+                ADD_FAILURE() << "block " << d.frameId << " differs at byte " << wrong;
+            }
+        }
+        Requeue(d);
+    }
+    return t;
 }
 
 template <typename T> T GrabTest::StreamInfo(STREAM_INFO_CMD cmd) {

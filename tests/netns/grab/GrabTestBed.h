@@ -94,6 +94,14 @@ struct Delivered {
     const uint8_t* base = nullptr;
 };
 
+/// What a run of the consumer saw.
+struct Tally {
+    int complete = 0;
+    int incomplete = 0;
+    int wrongBytes = 0;
+    std::vector<uint64_t> ids;
+};
+
 class GrabTest : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -105,6 +113,7 @@ protected:
               DEVICE_ACCESS_FLAGS access = DEVICE_ACCESS_CONTROL);
     uint32_t PayloadBytes() const { return m_width * m_height; }
     void WriteCamera(uint64_t address, uint32_t value);
+    uint32_t ReadCamera(uint64_t address);
     /// Writes a stream setting; false when this build cannot.
     bool SetStreamBool(uint64_t address, int cmd, bool value);
     bool SetStreamInt(uint64_t address, int cmd, int64_t value);
@@ -120,6 +129,9 @@ protected:
     /// Waits for the next buffer; false on time-out.
     bool Next(Delivered& out, uint64_t timeoutMs = 2000);
     void Requeue(const Delivered& d);
+    /// Takes `count` images, checks each (a complete one must have the
+    /// image's size and geometry and the camera's bytes), gives each back.
+    Tally Take(int count);
     template <typename T> T StreamInfo(STREAM_INFO_CMD cmd);
     template <typename T> T BufferInfo(BUFFER_HANDLE h, BUFFER_INFO_CMD cmd);
 

@@ -67,6 +67,17 @@ TEST(CommandLine, FaultKnobsAndCapabilities) {
     EXPECT_TRUE(r[0].hits(0x64C) && r[1].hits(0) && r[1].gapMs == 50);
     EXPECT_TRUE(r[2].fromIp == 0x0A000009u && r[2].fromPort == 4000 && r[3].bytes == 8);
     EXPECT_EQ(h.faults.lies.size(), 1u);
+
+    SimConfig lies;
+    ASSERT_TRUE(
+        parse({"--ip", "10.0.0.2", "--forge-packet", "5:0x40000005:3", "--forge-packet", "8:8:15",
+               "--late-packet", "10:2", "--claim-geometry", "7:0xFFFF0001:0x01080001"},
+              lies));
+    ASSERT_EQ(lies.faults.forgeries.size(), 2u);
+    EXPECT_EQ(lies.faults.forgeries[0].id, 0x40000005u);
+    EXPECT_EQ(lies.faults.forgeries[1].format, 15);
+    EXPECT_EQ(lies.faults.lateBy, 2u);
+    EXPECT_EQ(lies.faults.claimedHeight, 0xFFFF0001u);
 }
 
 TEST(CommandLine, BadInputIsRefusedWithAReason) {
@@ -80,6 +91,8 @@ TEST(CommandLine, BadInputIsRefusedWithAReason) {
           {"--ip", "10.0.0.2", "--loss", "1.5"},
           {"--ip", "10.0.0.2", "--disable", "warp-drive"},
           {"--ip", "10.0.0.2", "--burst-loss", "3"},
+          {"--ip", "10.0.0.2", "--forge-packet", "5:5:16"},
+          {"--ip", "10.0.0.2", "--late-packet", "10:0"},
           {"--ip", "10.0.0.2", "--packet-size", "100"},
           {"--ip", "10.0.0.2", "--serial", "0123456789abcdef"},
           {"--ip", "10.0.0.2", "--pending-acks", "100"},
