@@ -360,8 +360,9 @@ protected:
 };
 
 TEST_F(TcpStreamTest, BuffersKeepRoomForTheHeader) {
-    EXPECT_EQ(stream.Open(nullptr), GC_ERR_NOT_IMPLEMENTED);
-    ASSERT_EQ(stream.Open(new kesta::test::FakeGvsp()), GC_ERR_SUCCESS);
+    kesta::test::FakeGvsp udp;
+    EXPECT_EQ(stream.Open(&udp), GC_ERR_INVALID_PARAMETER);
+    ASSERT_EQ(stream.Open(new kesta::test::FakeGvspTcp()), GC_ERR_SUCCESS);
     void* allocated = nullptr;
     ASSERT_EQ(stream.AllocAndAnnounceBuffer(1000, nullptr, &allocated), GC_ERR_SUCCESS);
     int type = 0;
@@ -399,7 +400,7 @@ TEST_F(TcpStreamTest, BuffersKeepRoomForTheHeader) {
 }
 
 TEST_F(TcpStreamTest, StartRefusesByCodeAndStaysGrabbingAfterALayerFailure) {
-    auto* gvsp = new kesta::test::FakeGvsp();
+    auto* gvsp = new kesta::test::FakeGvspTcp();
     ASSERT_EQ(stream.Open(gvsp), GC_ERR_SUCCESS);
     EXPECT_EQ(stream.StartAcquisition(0, 1), GC_ERR_INVALID_BUFFER);
     EXPECT_NE(LastErrorText().find("GC_ERR_INVALID_BUFFER"), std::string::npos);
@@ -414,6 +415,7 @@ TEST_F(TcpStreamTest, StartRefusesByCodeAndStaysGrabbingAfterALayerFailure) {
     EXPECT_TRUE(grabbing);
     ASSERT_EQ(stream.StopAcquisition(0), GC_ERR_SUCCESS);
     EXPECT_EQ(gvsp->stops, 1);
+    EXPECT_EQ(gvsp->leaderSignals, 1) << "a waiter for the next frame comes free";
 }
 
 } // namespace
