@@ -87,6 +87,10 @@ enum Option {
     kWrongAckId,
     kAckStatus,
     kSilentAfter,
+    kTcpRefuse,
+    kTcpReset,
+    kTcpStall,
+    kTcpOversize,
     kSeed,
     kReadyFile,
     kHelp
@@ -156,6 +160,10 @@ std::string CommandLine::usage() {
            "           --burst-loss FIRST:COUNT[:EVERY] (data packets of every n-th block)\n"
            "           --ack-delay MS[:EVERY] (slow replies; pending acks when enabled)\n"
            "           --wrong-ack-id N --ack-status CODE[:EVERY] --silent-after SEC --seed N\n"
+           "TCP stream (frames counted per connection):\n"
+           "           --tcp-refuse (nothing listens) --tcp-reset N (reset after half of the\n"
+           "           n-th frame) --tcp-stall N (the sender stalls after half of it)\n"
+           "           --tcp-oversize N (every n-th frame twice as long, as its header says)\n"
            "Run:       --ready-file PATH (written once all sockets are bound) -v (more: -vv)\n";
 }
 
@@ -191,6 +199,10 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"wrong-ack-id", required_argument, nullptr, kWrongAckId},
                                       {"ack-status", required_argument, nullptr, kAckStatus},
                                       {"silent-after", required_argument, nullptr, kSilentAfter},
+                                      {"tcp-refuse", no_argument, nullptr, kTcpRefuse},
+                                      {"tcp-reset", required_argument, nullptr, kTcpReset},
+                                      {"tcp-stall", required_argument, nullptr, kTcpStall},
+                                      {"tcp-oversize", required_argument, nullptr, kTcpOversize},
                                       {"seed", required_argument, nullptr, kSeed},
                                       {"ready-file", required_argument, nullptr, kReadyFile},
                                       {"verbose", no_argument, nullptr, 'v'},
@@ -331,12 +343,21 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
         case kDropLeader:
         case kDropTrailer:
         case kWrongAckId:
+        case kTcpReset:
+        case kTcpStall:
+        case kTcpOversize:
             if (!toUnsigned(optarg, u) || u > 0xFFFFFFFFul)
                 return fail("bad count " + arg);
             (opt == kDropLeader    ? f.dropLeader
              : opt == kDropTrailer ? f.dropTrailer
-                                   : f.wrongAckId)
+             : opt == kWrongAckId  ? f.wrongAckId
+             : opt == kTcpReset    ? f.tcpReset
+             : opt == kTcpStall    ? f.tcpStall
+                                   : f.tcpOversize)
                 .every = static_cast<uint32_t>(u);
+            break;
+        case kTcpRefuse:
+            f.tcpRefuse = true;
             break;
         case kBurst:
             if (!toTriple(arg, t, n) || n < 2 || t[0] == 0 || t[1] == 0 || (n == 3 && t[2] == 0))

@@ -47,4 +47,14 @@ bool FaultInjector::silent(double secondsSinceStart) const {
     return m_config.silentAfterSec >= 0 && secondsSinceStart >= m_config.silentAfterSec;
 }
 
+FaultInjector::TcpFrameFault FaultInjector::tcpFrameFault(uint64_t frameOnConnection) const {
+    if (m_config.tcpReset.fires(frameOnConnection))
+        return TcpFrameFault::Reset;
+    if (m_config.tcpStall.fires(frameOnConnection))
+        return TcpFrameFault::Stall;
+    if (m_config.tcpOversize.fires(frameOnConnection))
+        return TcpFrameFault::Oversize;
+    return TcpFrameFault::None;
+}
+
 } // namespace gevsim

@@ -31,6 +31,11 @@ public:
     uint16_t ackStatus(uint64_t ackNumber) const;
     bool silent(double secondsSinceStart) const;
 
+    // What happens to the n-th frame of a TCP stream connection.
+    enum class TcpFrameFault { None, Reset, Stall, Oversize };
+    TcpFrameFault tcpFrameFault(uint64_t frameOnConnection) const;
+    bool refuseTcp() const { return m_config.tcpRefuse; }
+
 private:
     bool chance(double rate);
 

@@ -29,6 +29,11 @@ struct FaultConfig {
     uint16_t ackStatus = 0;   // status injected into acks
     EveryNth ackStatusWhen;
     double silentAfterSec = -1; // the camera stops answering after this time
+    // The TCP stream; frames count from 1 on each connection.
+    bool tcpRefuse = false; // nothing listens on the TCP stream port
+    EveryNth tcpReset;      // frames cut after half their payload by a reset
+    EveryNth tcpStall;      // frames after half of whose payload the sender stalls
+    EveryNth tcpOversize;   // frames twice as long as the image, as their header says
     uint32_t seed = 1;
 };
 
