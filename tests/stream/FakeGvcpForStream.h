@@ -27,7 +27,6 @@
 #include "hal/HALGev.h"
 #include "hal/SocketHelper.h"
 #include "stream/HALGvspUDP.h"
-#include "stream/IHALGvspTCP.h"
 #include "stream/IHALGvspUDP.h"
 
 namespace kesta::test {
@@ -235,37 +234,6 @@ public:
     int startResult = GC_ERR_SUCCESS;
     bool legacyAsked = false;
     GenTL::StreamStartParams started;
-};
-
-/// The TCP layer's side of a stream, scripted like FakeGvsp: no frame ever
-/// arrives.
-class FakeGvspTcp : public GenTL::IHALGvspTCP {
-public:
-    int Start(GenTL::IHALGev*, void*, GenTL::StreamStartParams&) override { return startResult; }
-    int Stop(GenTL::IHALGev*, void*, unsigned, int) override {
-        ++stops;
-        return GC_ERR_SUCCESS;
-    }
-    int ConfigureExtendedId(GenTL::IHALGev*, void*, bool, bool& extendedId) override {
-        extendedId = true;
-        return GC_ERR_SUCCESS;
-    }
-    int WaitForNextLeader(unsigned long) override { return GC_ERR_TIMEOUT; }
-    int ResetWaitForNextLeader() override { return GC_ERR_SUCCESS; }
-    int GetServerAddrTCP(void*, sockaddr_in&) override { return GC_ERR_SUCCESS; }
-    int GetHostAddrTCP(void*, sockaddr_in&) override { return GC_ERR_SUCCESS; }
-    int GetNextPacket(char*, int, int&, char*, int, int& received, unsigned long) override {
-        received = 0;
-        return GC_ERR_TIMEOUT;
-    }
-    int SetNextLeaderArrived() override {
-        ++leaderSignals;
-        return GC_ERR_SUCCESS;
-    }
-
-    int stops = 0;
-    int leaderSignals = 0;
-    int startResult = GC_ERR_SUCCESS;
 };
 
 /// One camera behind the fakes, a device handle and the layer under test.
