@@ -16,7 +16,6 @@
 #include <ctime>
 
 #include <boost/thread/lock_guard.hpp>
-#include <boost/thread/thread.hpp>
 
 #include "GenTL_KESTA.h"
 #include "api/Error.h"
@@ -30,6 +29,7 @@ namespace {
 constexpr uint16_t kFirstPort = 49152;
 constexpr int kPortCount = 16384;
 constexpr int kDefaultStreamTimeoutMs = 200;
+constexpr int kConnectTimeoutMs = 3000;
 
 std::string Num(long long value) {
     return std::to_string(value);
@@ -626,6 +626,13 @@ int TCPSocket::OpenAndConnectSocket(sockaddr_in remote) {
         return fail(errno);
     }
     m_socket.Assign(fd);
+    // A camera that does not answer must not hold the start for the
+    // system's minutes of SYN retries: a blocking connect ends at the send
+    // time-out.
+    const timeval connectLimit = ToTimeval(kConnectTimeoutMs);
+    m_socket.Run([&](int s) {
+        return ::setsockopt(s, SOL_SOCKET, SO_SNDTIMEO, &connectLimit, sizeof connectLimit);
+    });
     if (m_socket.Run([&](int s) {
             return ::connect(s, reinterpret_cast<const sockaddr*>(&m_remoteAddr),
                              sizeof(m_remoteAddr));
@@ -662,6 +669,7 @@ int TCPSocket::GetNextResult(char* buffer, int length, int& received, char* copy
         }
         if (got < 0) {
             const int err = errno;
+            received = static_cast<int>(total);
             HLogger::Error("GenTL::TCPSocket::GetNextResult recv Failed", err);
             HLogger::Error("GenTL::TCPSocket::GetNextResult recv Buffer size", length);
             if (IsTimeout(err)) {
@@ -672,10 +680,12 @@ int TCPSocket::GetNextResult(char* buffer, int length, int& received, char* copy
                                "GenTL::TCPSocket::GetNextResult recv Failed: " + Num(err));
         }
         if (got == 0) {
-            // The peer closed: nothing more will come, but the grab thread
-            // that waits here must still be stoppable.
-            boost::this_thread::interruption_point();
-            continue;
+            // The peer closed: nothing more will come. Waiting on would spin
+            // on a socket that is readable for ever.
+            received = static_cast<int>(total);
+            HLogger::Error("GenTL::TCPSocket::GetNextResult recv Failed", 0);
+            return ReportError(GC_ERR_IO, "GenTL::TCPSocket::GetNextResult recv Failed: the peer "
+                                          "closed the connection");
         }
         total += static_cast<size_t>(got);
     }

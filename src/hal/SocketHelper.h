@@ -250,14 +250,15 @@ public:
     TCPSocket(const TCPSocket&) = delete;
     TCPSocket& operator=(const TCPSocket&) = delete;
 
-    /// Connects to remote; timeout 200 ms. Failures are GC_ERR_ABORT.
+    /// Connects to remote within 3 s; read timeout 200 ms. Failures are
+    /// GC_ERR_ABORT.
     virtual int OpenAndConnectSocket(sockaddr_in remote);
     /// Reads until length bytes are in buffer, then sets received and copies
     /// the first copyLength bytes (at most length) to copyTo. The first-data
     /// callback runs once per call, after the first receive that returns.
-    /// The timeout applies to each receive: GC_ERR_TIMEOUT, and the bytes of
-    /// this call are lost; other failures GC_ERR_IO. A peer that closed
-    /// keeps the call waiting (it stays interruptible by boost::thread).
+    /// The timeout applies to each receive: GC_ERR_TIMEOUT; other failures,
+    /// a peer that closed among them, GC_ERR_IO. On failure received tells
+    /// the bytes that this call did put into buffer.
     virtual int GetNextResult(char* buffer, int length, int& received, char* copyTo,
                               unsigned long copyLength, int timeoutMs);
     /// Closes; ends a receive blocked in another thread.

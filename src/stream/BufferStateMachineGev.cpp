@@ -50,7 +50,8 @@ GenTLHandle* BufferStateMachineGev::PopNextBuffer(GenTLHandle* dummy, bool& dumm
 GenTLHandle* BufferStateMachineGev::CopyDummyToInputIfAvailable(GenTLHandle* dummy,
                                                                 GenTLHandle* current,
                                                                 bool& dummyInUse,
-                                                                unsigned long& underrunCount) {
+                                                                unsigned long& underrunCount,
+                                                                std::uint64_t headerRoom) {
     if (!dummyInUse) {
         return current;
     }
@@ -72,7 +73,7 @@ GenTLHandle* BufferStateMachineGev::CopyDummyToInputIfAvailable(GenTLHandle* dum
     Lock targetLock(target->m_mutex);
     Lock sourceLock(source->m_mutex);
     if (target->base != nullptr && source->base != nullptr) {
-        memcpy_portable(target->base, target->size, source->base,
+        memcpy_portable(target->base - headerRoom, target->size, source->base - headerRoom,
                         std::min(target->size, source->size));
     }
     target->state = source->state.load();

@@ -38,9 +38,13 @@ public:
      * it. The copy stays in BS_FILL outside the fill queue: its receivedBytes
      * is 0, and QueueBufferToOutput leaves it where it is, so only a flush
      * takes it back.
+     *
+     * headerRoom: bytes that every buffer of the stream keeps in front of
+     * `base` (and within `size`), which the copy includes.
      */
     GenTLHandle* CopyDummyToInputIfAvailable(GenTLHandle* dummy, GenTLHandle* current,
-                                             bool& dummyInUse, unsigned long& underrunCount);
+                                             bool& dummyInUse, unsigned long& underrunCount,
+                                             std::uint64_t headerRoom = 0);
 };
 
 } // namespace GenTL

@@ -1,5 +1,9 @@
 #include "stream/DataStreamGevTCP.h"
 
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
 #include <boost/chrono.hpp>
 #include <boost/thread/locks.hpp>
 #include <boost/thread/thread.hpp>
@@ -10,7 +14,7 @@
 #include "modules/ThreadPriority.h"
 #include "stream/Buffer.h"
 #include "stream/BufferStateMachineGev.h"
-#include "stream/IHALGvsp.h"
+#include "stream/HALGvspTCP.h"
 #include "stream/PayloadType.h"
 #include "stream/StreamStartParams.h"
 
@@ -20,11 +24,49 @@ namespace {
 
 const char* const kNotOpen = "DataStream is not open";
 
-constexpr int kIdleSliceMs = 100;
+/// The wait of one read; between reads the thread can be interrupted.
+constexpr unsigned long kReadTimeoutMs = 200;
+/// Largest single read, within the layer's int lengths.
+constexpr std::uint64_t kMaxReadBytes = 1u << 30;
+/// Chunk in which payload that does not fit is read and dropped.
+constexpr std::size_t kDrainBytes = 64 * 1024;
 
 int RefuseByName(int code) {
     return ReportError(code, Error::GetErrCodeName(code));
 }
+
+std::uint64_t BigEndian(const unsigned char* bytes, int count) {
+    std::uint64_t value = 0;
+    for (int i = 0; i < count; ++i) {
+        value = value << 8 | bytes[i];
+    }
+    return value;
+}
+
+/// The grab thread's private buffer for frames that find the input queue
+/// empty: never announced, as large as the first announced buffer, with the
+/// same 60 bytes in front of its base.
+class DummyBuffer {
+public:
+    explicit DummyBuffer(std::uint64_t size)
+        : m_memory(new std::uint8_t[std::max<std::uint64_t>(size, kTcpFrameHeaderSize)]()) {
+        m_buffer.base = m_memory.get() + kTcpFrameHeaderSize;
+        m_buffer.size = size;
+        void* handle = nullptr;
+        AllocateHandle(&handle, static_cast<IBuffer*>(&m_buffer));
+        m_handle = static_cast<GenTLHandle*>(handle);
+    }
+    ~DummyBuffer() { DeleteHandle(m_handle); }
+    DummyBuffer(const DummyBuffer&) = delete;
+    DummyBuffer& operator=(const DummyBuffer&) = delete;
+
+    GenTLHandle* Handle() const { return m_handle; }
+
+private:
+    std::unique_ptr<std::uint8_t[]> m_memory;
+    Buffer m_buffer;
+    GenTLHandle* m_handle = nullptr;
+};
 
 } // namespace
 
@@ -60,14 +102,23 @@ void DataStreamGevTCP::ShiftBase(void* hBuffer, long delta) {
     }
 }
 
+IHALGvsp* DataStreamGevTCP::GvspLayer() const {
+    return m_pHalGvsp;
+}
+
 int DataStreamGevTCP::Open(IHALGvsp* hal) {
     if (isOpen) {
         return ReportError(GC_ERR_RESOURCE_IN_USE, "DataStreamGevTCP is already open");
     }
-    if (hal == nullptr) {
-        return ReportError(GC_ERR_NOT_IMPLEMENTED, "GVSP over TCP is not available in this build");
+    if (hal != nullptr) {
+        auto* tcp = dynamic_cast<IHALGvspTCP*>(hal);
+        if (tcp == nullptr) {
+            return ReportError(GC_ERR_INVALID_PARAMETER, "hal is not a GVSP layer over TCP");
+        }
+        m_pHalGvsp = tcp;
+    } else {
+        m_pHalGvsp = new HALGvspTCP();
     }
-    m_pHalGvsp = hal;
     isOpen = true;
     return GC_ERR_SUCCESS;
 }
@@ -202,6 +253,9 @@ int DataStreamGevTCP::StopAcquisition(int flags) {
         m_grabThread.interrupt();
         m_grabThread.join();
     }
+    // As on the UDP stream: a waiter for the next frame does not outlive the
+    // acquisition.
+    m_pHalGvsp->SetNextLeaderArrived();
     isGrabbing = false;
     m_pHalGvsp->Stop(m_pHalGev, m_hDeviceTcp, m_streamInfo.packetSize, accessMode);
     numStarted = 0;
@@ -209,14 +263,208 @@ int DataStreamGevTCP::StopAcquisition(int flags) {
     return GC_ERR_SUCCESS;
 }
 
-// The frame receive loop is not part of this module yet: the thread holds
-// the acquisition open until StopAcquisition interrupts it.
+int DataStreamGevTCP::SetNextLeaderArrived() {
+    if (int rc = CheckOpen(kNotOpen)) {
+        return rc;
+    }
+    return m_pHalGvsp->SetNextLeaderArrived();
+}
+
+// --- the grab thread ---------------------------------------------------------
+
+/// The 60-byte header in front of every frame, big-endian: the payload size,
+/// then the extended GVSP header and the leader, of which only the block id
+/// and the leader's fields are read.
+struct DataStreamGevTCP::FrameHeader {
+    std::uint64_t payloadBytes = 0;
+    std::uint64_t blockId = 0;
+    std::uint16_t payloadType = 0;
+    std::uint64_t timestamp = 0;
+    std::uint64_t pixelFormat = 0;
+    std::uint64_t width = 0;
+    std::uint64_t height = 0;
+    std::uint64_t xOffset = 0;
+    std::uint64_t yOffset = 0;
+    std::uint64_t xPadding = 0;
+    std::uint64_t yPadding = 0;
+
+    FrameHeader() = default;
+    explicit FrameHeader(const char* header) {
+        const auto* b = reinterpret_cast<const unsigned char*>(header);
+        payloadBytes = BigEndian(b, 4);
+        blockId = BigEndian(b + 12, 8);
+        payloadType = static_cast<std::uint16_t>(BigEndian(b + 26, 2));
+        timestamp = BigEndian(b + 28, 8);
+        pixelFormat = BigEndian(b + 36, 4);
+        width = BigEndian(b + 40, 4);
+        height = BigEndian(b + 44, 4);
+        xOffset = BigEndian(b + 48, 4);
+        yOffset = BigEndian(b + 52, 4);
+        xPadding = BigEndian(b + 56, 2);
+        yPadding = BigEndian(b + 58, 2);
+    }
+};
+
 void DataStreamGevTCP::GrabThread() {
     ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
     GLogger::Info("DataStreamGevTCP::GrabThread(): Starting");
-    for (;;) {
-        boost::this_thread::sleep_for(boost::chrono::milliseconds(kIdleSliceMs));
+    auto& buffers = dynamic_cast<BufferStateMachineGev&>(*m_pBufferStateMachine);
+    StreamInfo& info = m_streamInfo;
+    // The dummy of the first buffer's size, which here includes the header.
+    DummyBuffer dummy(m_pBufferStateMachine->GetSizeOfFirstAnnouncedBuffer());
+    m_spareHeader.assign(kTcpFrameHeaderSize, 0);
+    m_drain.assign(kDrainBytes, 0);
+    info.nextBlockId = 1;
+    info.lastBlockId = 0;
+    bool dummyInUse = false;
+    bool connectionLost = false;
+    Buffer* current = nullptr;
+    try {
+        for (;;) {
+            boost::this_thread::interruption_point();
+            if (connectionLost) {
+                // Every further read would fail at once: wait for the stop
+                // instead of counting a missed image per spin.
+                boost::this_thread::sleep_for(boost::chrono::milliseconds(kReadTimeoutMs));
+                continue;
+            }
+            buffers.RequeOldestBufferIfNeeded(bufferHandlingMode);
+            GenTLHandle* handle = buffers.PopNextBuffer(dummy.Handle(), dummyInUse);
+            boost::this_thread::interruption_point();
+            current = CastHandleToBufferPtr(handle);
+            {
+                boost::lock_guard<boost::mutex> lock(current->m_mutex);
+                current->dataSize = current->size;
+            }
+            FrameHeader header;
+            std::uint64_t payloadBytes = 0;
+            if (ReceiveFrame(*current, header, payloadBytes) != GC_ERR_SUCCESS) {
+                // The frame is lost, and the buffer stays in the fill queue
+                // for the stop to discard.
+                ++info.missedImageCount;
+                connectionLost = true;
+                GLogger::Error("DataStreamGevTCP::GrabThread(): the connection to the camera "
+                               "failed; no more frames until the stream is stopped");
+                continue;
+            }
+            info.payloadType = header.payloadType;
+            {
+                boost::lock_guard<boost::mutex> lock(current->m_mutex);
+                Buffer& b = *current;
+                b.payloadType = header.payloadType;
+                b.width = header.width;
+                b.height = header.height;
+                b.xOffset = header.xOffset;
+                b.yOffset = header.yOffset;
+                b.pixelFormat = header.pixelFormat;
+                b.timestamp = header.timestamp;
+                b.xPadding = header.xPadding;
+                b.yPadding = header.yPadding;
+                b.dataSize = header.payloadBytes;
+                b.frameId = header.blockId;
+                b.receivedBytes = static_cast<std::uint32_t>(payloadBytes);
+                b.dataLargerThanBuffer = payloadBytes < header.payloadBytes;
+            }
+            handle = buffers.CopyDummyToInputIfAvailable(dummy.Handle(), handle, dummyInUse,
+                                                         numUnderrun, kTcpFrameHeaderSize);
+            if (dummyInUse) {
+                ++info.missedImageCount;
+                continue;
+            }
+            current = CastHandleToBufferPtr(handle);
+            Finish(*current);
+            if (bufferHandlingMode == NewestOnly) {
+                // Only this mode has something to flush; the others would
+                // just refuse.
+                buffers.FlushQueue(ACQ_QUEUE_OUTPUT_TO_INPUT, bufferHandlingMode, isGrabbing);
+            }
+            buffers.QueueBufferToOutput(handle);
+            boost::this_thread::interruption_point();
+        }
+    } catch (const boost::thread_interrupted&) {
+        if (current != nullptr) {
+            boost::lock_guard<boost::mutex> lock(current->m_mutex);
+            current->isAcquiring = false;
+        }
     }
+}
+
+int DataStreamGevTCP::ReceiveFrame(Buffer& buffer, FrameHeader& header,
+                                   std::uint64_t& payloadBytes) {
+    // A buffer announced smaller than a header has no room in front of its
+    // base: its header goes aside, and no payload fits.
+    const bool room = buffer.size >= kTcpFrameHeaderSize;
+    char headerCopy[kTcpFrameHeaderSize];
+    char* headerPlace =
+        room ? reinterpret_cast<char*>(buffer.base) - kTcpFrameHeaderSize : m_spareHeader.data();
+    if (int rc = ReadExactly(headerPlace, kTcpFrameHeaderSize, headerCopy)) {
+        return rc;
+    }
+    header = FrameHeader(headerCopy);
+    // The header, not the buffer, tells where the frame ends: a frame of
+    // another length than the buffer must neither run past the buffer nor
+    // take bytes of the next frame.
+    const std::uint64_t capacity = room ? buffer.size - kTcpFrameHeaderSize : 0;
+    payloadBytes = std::min(header.payloadBytes, capacity);
+    if (int rc = ReadExactly(reinterpret_cast<char*>(buffer.base), payloadBytes, nullptr)) {
+        return rc;
+    }
+    for (std::uint64_t left = header.payloadBytes - payloadBytes; left > 0;) {
+        const std::uint64_t part = std::min<std::uint64_t>(left, m_drain.size());
+        if (int rc = ReadExactly(m_drain.data(), part, nullptr)) {
+            return rc;
+        }
+        left -= part;
+    }
+    return GC_ERR_SUCCESS;
+}
+
+int DataStreamGevTCP::ReadExactly(char* data, std::uint64_t length, char* header) {
+    std::uint64_t done = 0;
+    bool begins = header != nullptr;
+    while (done < length) {
+        boost::this_thread::interruption_point();
+        const auto wanted = static_cast<int>(std::min(length - done, kMaxReadBytes));
+        int headerReceived = 0;
+        int received = 0;
+        // A time-out keeps what came: the next read goes on from there, so
+        // that the stream stays in step with its frames.
+        const int rc = m_pHalGvsp->GetNextPacket(begins ? header : nullptr, begins ? wanted : 0,
+                                                 headerReceived, data + done, wanted, received,
+                                                 kReadTimeoutMs);
+        if (received > 0) {
+            done += std::min(static_cast<std::uint64_t>(received), length - done);
+            begins = false;
+        }
+        if (rc != GC_ERR_SUCCESS && rc != GC_ERR_TIMEOUT) {
+            return rc;
+        }
+    }
+    if (header != nullptr) {
+        std::memcpy(header, data, static_cast<std::size_t>(length));
+    }
+    return GC_ERR_SUCCESS;
+}
+
+void DataStreamGevTCP::Finish(Buffer& b) {
+    StreamInfo& info = m_streamInfo;
+    boost::lock_guard<boost::mutex> lock(b.m_mutex);
+    b.isNewData = true;
+    b.isQueued = false;
+    b.sizeFilled = b.receivedBytes;
+    b.imagePresent = false;
+    const std::uint64_t bitsPerLine = GetBitsPerPixel(b.pixelFormat) * b.width;
+    b.deliveredImageHeight = bitsPerLine == 0 ? 0 : b.sizeFilled * 8 / bitsPerLine;
+    SwitchPayloadType(info.payloadType, &b);
+    if (b.sizeFilled == b.dataSize) {
+        b.isIncomplete = false;
+    } else {
+        ++info.totalIncompleteImageCount;
+    }
+    if (b.missingPackets < 1) {
+        b.missingPackets = 0;
+    }
+    info.missedPacketCount += static_cast<std::uint64_t>(b.missingPackets);
 }
 
 } // namespace GenTL

@@ -48,7 +48,8 @@ std::string xmlUrl() {
 Camera::Camera(const SimConfig& config, const CameraIdentity& identity)
     : m_name(identity.serial), m_config(config), m_mac(identity.mac), m_ip(identity.ip),
       m_netmask(identity.netmask), m_started(std::chrono::steady_clock::now()),
-      m_faults(config.faults), m_privilege(!config.isDisabled("switchover")), m_tcp(m_name),
+      m_faults(config.faults), m_privilege(!config.isDisabled("switchover")),
+      m_tcp(m_name, m_faults),
       m_stream(
           m_name, m_registers, m_faults, m_tcp, [this] { return ticks(); }, config.ringBlocks),
       m_messages(

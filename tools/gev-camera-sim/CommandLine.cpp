@@ -118,6 +118,10 @@ enum Option {
     kForgePacket,
     kLatePacket,
     kClaimedSize,
+    kTcpRefuse,
+    kTcpReset,
+    kTcpStall,
+    kTcpOversize,
     kSeed,
     kReadyFile,
     kHelp
@@ -200,6 +204,10 @@ std::string CommandLine::usage() {
            "           format and filler data; repeatable) --late-packet ID:BY (data packet ID\n"
            "           goes out BY packets late) --claim-geometry W:H:PIXELFORMAT (in leader\n"
            "           and trailer; the data stays true)\n"
+           "TCP stream (frames counted per connection):\n"
+           "           --tcp-refuse (nothing listens) --tcp-reset N (reset after half of the\n"
+           "           n-th frame) --tcp-stall N (the sender stalls after half of it)\n"
+           "           --tcp-oversize N (every n-th frame twice as long, as its header says)\n"
            "Run:       --ready-file PATH (written once all sockets are bound) -v (more: -vv)\n";
 }
 
@@ -249,6 +257,10 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"forge-packet", required_argument, nullptr, kForgePacket},
                                       {"late-packet", required_argument, nullptr, kLatePacket},
                                       {"claim-geometry", required_argument, nullptr, kClaimedSize},
+                                      {"tcp-refuse", no_argument, nullptr, kTcpRefuse},
+                                      {"tcp-reset", required_argument, nullptr, kTcpReset},
+                                      {"tcp-stall", required_argument, nullptr, kTcpStall},
+                                      {"tcp-oversize", required_argument, nullptr, kTcpOversize},
                                       {"seed", required_argument, nullptr, kSeed},
                                       {"ready-file", required_argument, nullptr, kReadyFile},
                                       {"verbose", no_argument, nullptr, 'v'},
@@ -406,13 +418,22 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
         case kDropTrailer:
         case kWrongAckId:
         case kEventBig:
+        case kTcpReset:
+        case kTcpStall:
+        case kTcpOversize:
             if (!toUnsigned(optarg, u) || u > 0xFFFFFFFFul)
                 return fail("bad count " + arg);
             (opt == kDropLeader    ? f.dropLeader
              : opt == kDropTrailer ? f.dropTrailer
              : opt == kWrongAckId  ? f.wrongAckId
+             : opt == kTcpReset    ? f.tcpReset
+             : opt == kTcpStall    ? f.tcpStall
+             : opt == kTcpOversize ? f.tcpOversize
                                    : f.eventOversize)
                 .every = static_cast<uint32_t>(u);
+            break;
+        case kTcpRefuse:
+            f.tcpRefuse = true;
             break;
         case kBurst:
             if (!toTriple(arg, t, n) || n < 2 || t[0] == 0 || t[1] == 0 || (n == 3 && t[2] == 0))

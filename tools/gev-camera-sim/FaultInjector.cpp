@@ -75,4 +75,14 @@ uint32_t FaultInjector::lateBy(uint32_t packetId) const {
     return packetId != 0 && packetId == m_config.latePacket ? m_config.lateBy : 0;
 }
 
+FaultInjector::TcpFrameFault FaultInjector::tcpFrameFault(uint64_t frameOnConnection) const {
+    if (m_config.tcpReset.fires(frameOnConnection))
+        return TcpFrameFault::Reset;
+    if (m_config.tcpStall.fires(frameOnConnection))
+        return TcpFrameFault::Stall;
+    if (m_config.tcpOversize.fires(frameOnConnection))
+        return TcpFrameFault::Oversize;
+    return TcpFrameFault::None;
+}
+
 } // namespace gevsim

@@ -47,6 +47,11 @@ public:
     uint32_t lateBy(uint32_t packetId) const;
     const FaultConfig& config() const { return m_config; }
 
+    // What happens to the n-th frame of a TCP stream connection.
+    enum class TcpFrameFault { None, Reset, Stall, Oversize };
+    TcpFrameFault tcpFrameFault(uint64_t frameOnConnection) const;
+    bool refuseTcp() const { return m_config.tcpRefuse; }
+
 private:
     bool chance(double rate);
 

@@ -70,6 +70,11 @@ struct FaultConfig {
     EveryNth eventOversize;          // event packets sent longer than any GVCP packet
     std::vector<AckRule> ackRules;   // applied in order
     std::vector<RegisterLie> lies;
+    // The TCP stream; frames count from 1 on each connection.
+    bool tcpRefuse = false; // nothing listens on the TCP stream port
+    EveryNth tcpReset;      // frames cut after half their payload by a reset
+    EveryNth tcpStall;      // frames after half of whose payload the sender stalls
+    EveryNth tcpOversize;   // frames twice as long as the image, as their header says
     uint32_t seed = 1;
     // Lies of the stream channel, in every block.
     std::vector<PacketForgery> forgeries;

@@ -11,10 +11,12 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 namespace gevsim {
 
-TcpStreamServer::TcpStreamServer(std::string name) : m_name(std::move(name)) {}
+TcpStreamServer::TcpStreamServer(std::string name, FaultInjector& faults)
+    : m_name(std::move(name)), m_faults(faults) {}
 
 TcpStreamServer::~TcpStreamServer() {
     shutdown();
@@ -22,6 +24,10 @@ TcpStreamServer::~TcpStreamServer() {
 
 bool TcpStreamServer::open(uint32_t ip, std::string& error) {
     shutdown();
+    if (m_faults.refuseTcp()) {
+        Log::write(1, m_name, "fault: nothing listens on the tcp stream port");
+        return true;
+    }
     m_listenFd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (m_listenFd < 0) {
         error = std::string("tcp socket: ") + std::strerror(errno);
@@ -88,6 +94,8 @@ void TcpStreamServer::run() {
                 if (m_clientFd >= 0)
                     ::close(m_clientFd);
                 m_clientFd = fd;
+                m_framesOnConnection = 0;
+                m_stalled = false;
                 Log::write(1, m_name, "tcp stream receiver connected");
             }
         }
@@ -120,17 +128,52 @@ bool TcpStreamServer::sendAll(int fd, const uint8_t* data, size_t size) {
     return true;
 }
 
+void TcpStreamServer::dropClient(const char* why, bool reset) {
+    if (reset) {
+        // Linger 0: close() sends a reset instead of the orderly end.
+        const linger abort{1, 0};
+        setsockopt(m_clientFd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    }
+    Log::write(1, m_name, why);
+    ::close(m_clientFd);
+    m_clientFd = -1;
+}
+
 bool TcpStreamServer::sendFrame(const uint8_t* header, size_t headerSize, const uint8_t* payload,
                                 size_t payloadSize) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_clientFd < 0)
+    if (m_clientFd < 0 || m_stalled)
         return false;
-    if (sendAll(m_clientFd, header, headerSize) && sendAll(m_clientFd, payload, payloadSize))
-        return true;
-    Log::write(1, m_name, "tcp stream send failed, dropping the receiver");
-    ::close(m_clientFd);
-    m_clientFd = -1;
-    return false;
+    using Fault = FaultInjector::TcpFrameFault;
+    const Fault fault = m_faults.tcpFrameFault(++m_framesOnConnection);
+    std::vector<uint8_t> head(header, header + headerSize);
+    if (fault == Fault::Oversize && headerSize >= 4) {
+        // The header tells the doubled length, and that many bytes follow:
+        // the image and then the image again.
+        const uint32_t doubled = static_cast<uint32_t>(payloadSize * 2);
+        for (int i = 0; i < 4; ++i)
+            head[i] = static_cast<uint8_t>(doubled >> (24 - 8 * i));
+    }
+    const size_t first =
+        fault == Fault::Reset || fault == Fault::Stall ? payloadSize / 2 : payloadSize;
+    bool sent =
+        sendAll(m_clientFd, head.data(), head.size()) && sendAll(m_clientFd, payload, first);
+    if (sent && fault == Fault::Oversize)
+        sent = sendAll(m_clientFd, payload, payloadSize);
+    if (!sent) {
+        dropClient("tcp stream send failed, dropping the receiver", false);
+        return false;
+    }
+    if (fault == Fault::Reset) {
+        dropClient("fault: tcp stream reset in the middle of a frame", true);
+        return false;
+    }
+    if (fault == Fault::Stall) {
+        m_stalled = true;
+        Log::write(1, m_name, "fault: tcp stream sender stalls in the middle of a frame");
+        return false;
+    }
+    return true;
 }
 
 } // namespace gevsim

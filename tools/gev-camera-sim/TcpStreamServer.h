@@ -1,7 +1,11 @@
 // The camera's end of the TCP stream: a listener on port 58243 of the
 // camera's address and one connected receiver. A frame is a 60-byte header
-// and the block's payload.
+// and the block's payload. The faults of the TCP stream (refused connects,
+// resets and stalls in the middle of a frame, frames longer than the image)
+// happen here.
 #pragma once
+
+#include "FaultInjector.h"
 
 #include <atomic>
 #include <cstddef>
@@ -14,7 +18,7 @@ namespace gevsim {
 
 class TcpStreamServer {
 public:
-    explicit TcpStreamServer(std::string name);
+    TcpStreamServer(std::string name, FaultInjector& faults);
     ~TcpStreamServer();
 
     bool open(uint32_t ip, std::string& error);
@@ -28,8 +32,12 @@ public:
 private:
     void run();
     bool sendAll(int fd, const uint8_t* data, size_t size);
+    void dropClient(const char* why, bool reset);
 
     std::string m_name;
+    FaultInjector& m_faults;
+    uint64_t m_framesOnConnection = 0; // under m_mutex
+    bool m_stalled = false;            // under m_mutex: the sender stopped mid-frame
     int m_listenFd = -1;
     int m_clientFd = -1;
     mutable std::mutex m_mutex;

@@ -30,6 +30,10 @@ namespace {
 
 /// Exit status when the grab ran but images were lost or wrong.
 constexpr int kLostImages = 3;
+/// Stream 1 carries frames over TCP, each received with its 60-byte header
+/// in front of the image.
+constexpr std::uint32_t kTcpStream = 1;
+constexpr std::uint64_t kTcpFrameHeader = 60;
 
 volatile std::sig_atomic_t g_stopRequested = 0;
 
@@ -88,11 +92,11 @@ bool ParsePositive(const std::string& name, const std::string& text, double& val
 }
 
 bool ParseGrabOptions(const Arguments& arguments, GrabOptions& o, Options& options) {
-    if (!options.Parse(arguments,
-                       {"--device", "--timeout", "--xml", "--width", "--height", "--pixel-format",
-                        "--fps", "--frames", "--seconds", "--wait", "--resend", "--buffers",
-                        "--handling-mode", "--packet-size", "--save", "--save-dir", "--format",
-                        "--check", "--set"},
+    if (!options.Parse(arguments, {"--device",        "--timeout",      "--xml",    "--width",
+                                   "--height",        "--pixel-format", "--fps",    "--frames",
+                                   "--seconds",       "--wait",         "--resend", "--buffers",
+                                   "--handling-mode", "--packet-size",  "--save",   "--save-dir",
+                                   "--format",        "--check",        "--set",    "--stream"},
                        std::cerr)) {
         return false;
     }
@@ -138,7 +142,18 @@ bool ParseGrabOptions(const Arguments& arguments, GrabOptions& o, Options& optio
         !ParseCount("--wait", options.Get("--wait"), o.waitMs, 3600000)) {
         return false;
     }
-    o.stream.resend = 1; // on unless told otherwise: a lossy link then still gives whole images
+    const std::string stream = options.Get("--stream", "0");
+    if (stream != "0" && stream != "1") {
+        std::cerr << "--stream takes 0 (GVSP over UDP) or 1 (frames over TCP), not " << stream
+                  << "\n";
+        return false;
+    }
+    if (stream == "1") {
+        o.stream.stream = kTcpStream;
+        o.stream.headerRoom = kTcpFrameHeader;
+    } else {
+        o.stream.resend = 1; // on unless told otherwise: a lossy link then still gives whole images
+    }
     if (!options.Get("--resend").empty() &&
         !ParseOnOff("--resend", options.Get("--resend"), o.stream.resend)) {
         return false;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstring>
 #include <iostream>
+#include <string>
 
 namespace kesta::gentl {
 
@@ -75,12 +76,13 @@ bool GrabSession::Open(const StreamSettings& settings) {
         m_p.Report(std::cerr, "DevGetNumDataStreams", rc);
         return false;
     }
-    if (count == 0) {
-        std::cerr << "the camera has no stream\n";
+    if (settings.stream >= count) {
+        std::cerr << "the camera has no stream " << settings.stream << " (it has " << count
+                  << ")\n";
         return false;
     }
-    if (GC_ERROR rc = m_p.DevGetDataStreamID(m_device, 0, id, &size)) {
-        m_p.Report(std::cerr, "DevGetDataStreamID(0)", rc);
+    if (GC_ERROR rc = m_p.DevGetDataStreamID(m_device, settings.stream, id, &size)) {
+        m_p.Report(std::cerr, "DevGetDataStreamID(" + std::to_string(settings.stream) + ")", rc);
         return false;
     }
     if (GC_ERROR rc = m_p.DevOpenDataStream(m_device, id, &m_stream)) {
@@ -91,6 +93,7 @@ bool GrabSession::Open(const StreamSettings& settings) {
     m_buffers.reserve(settings.buffers);
     m_memory.reserve(settings.buffers);
     m_wantedBuffers = settings.buffers;
+    m_headerRoom = settings.headerRoom;
     return (settings.resend < 0 ||
             WriteSetting(kPacketResendEnable, settings.resend, "StreamPacketResendEnable")) &&
            (settings.handlingMode < 0 ||
@@ -101,6 +104,7 @@ bool GrabSession::Open(const StreamSettings& settings) {
 }
 
 bool GrabSession::Prepare(std::uint64_t bytes) {
+    bytes += m_headerRoom;
     for (std::uint32_t i = 0; i < m_wantedBuffers; ++i) {
         m_memory.emplace_back(bytes);
         BUFFER_HANDLE handle = nullptr;

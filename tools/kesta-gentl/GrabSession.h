@@ -1,5 +1,5 @@
 #pragma once
-// One acquisition on a camera's first stream, through the exported
+// One acquisition on one of a camera's streams, through the exported
 // functions as any consumer runs it: open the stream, write its settings to
 // the stream's registers, announce and queue buffers, register the
 // new-buffer event, start; then wait for buffers and give them back; stop,
@@ -24,6 +24,10 @@ struct StreamSettings {
         -1; ///< StreamBufferHandlingMode: 0 OldestFirst, 1 OldestFirstOverwrite, 2 NewestOnly
     int autoPacketSize = -1;   ///< StreamAutoNegotiatePacketSize: 0 off, 1 on
     std::uint32_t buffers = 8; ///< buffers announced
+    std::uint32_t stream = 0;  ///< index of the stream: 0 GVSP over UDP, 1 frames over TCP
+    /// Bytes that the stream keeps in front of each image in a buffer (the
+    /// frame header of the TCP stream); announced on top of the payload.
+    std::uint64_t headerRoom = 0;
 };
 
 /// One delivered buffer, as its info commands describe it.
@@ -43,7 +47,8 @@ public:
     GrabSession(const GrabSession&) = delete;
     GrabSession& operator=(const GrabSession&) = delete;
 
-    /// Opens the first stream and writes the settings to its registers.
+    /// Opens the stream settings.stream and writes the settings to its
+    /// registers.
     bool Open(const StreamSettings& settings);
     /// Announces settings.buffers buffers of bytes each, queues them and
     /// registers the new-buffer event.
@@ -89,6 +94,7 @@ private:
     std::vector<BUFFER_HANDLE> m_buffers;
     std::vector<std::vector<std::uint8_t>> m_memory;
     std::uint32_t m_wantedBuffers = 0;
+    std::uint64_t m_headerRoom = 0;
     bool m_started = false;
     std::atomic<bool> m_interrupted{false};
     double m_startTime = 0;

@@ -2,10 +2,12 @@
 // First the ceiling: the camera sends as fast as it can to a minimal GVSP
 // receiver of this program's own (recvmmsg, counting bytes and whole
 // blocks), and the producer at that rate. Then the camera is paced to half
-// of that ceiling and the same frames are received three ways:
+// of that ceiling and the same frames are received four ways:
 //   bare       the receiver of the ceiling again;
 //   no-resend  the producer's grab loop without packet resend;
 //   resend     the producer's grab loop with packet resend;
+//   tcp        the producer's stream 1, whole frames over TCP (the camera's
+//              loss knobs touch only UDP packets);
 // The bare receiver asks for the receive buffer that the producer asks for
 // (four blocks, 2 to 64 MiB), so that both face the same socket.
 // Each as MB/s, frames/s, CPU seconds per GB received (getrusage of the
@@ -73,6 +75,10 @@ struct Result {
 
 /// As fast as the simulated camera goes.
 constexpr double kUnpaced = 10000;
+/// The producer's stream of frames over TCP, and the header in front of
+/// each frame's image in its buffers.
+constexpr std::uint32_t kTcpStream = 1;
+constexpr std::uint64_t kTcpFrameHeader = 60;
 
 double CpuSeconds() {
     rusage usage{};
@@ -211,7 +217,8 @@ public:
     }
 
 private:
-    /// The producer without and with resend at the camera's present rate.
+    /// The producer without and with resend, and over TCP, at the camera's
+    /// present rate.
     bool Receivers(const std::string& label) {
         for (int resend : {0, 1}) {
             Result r;
@@ -220,6 +227,11 @@ private:
             }
             Print(label, resend ? "resend" : "no-resend", r);
         }
+        Result tcp;
+        if (!Library(-1, tcp, kTcpStream)) {
+            return false;
+        }
+        Print(label, "tcp", tcp);
         return true;
     }
 
@@ -367,12 +379,17 @@ private:
         return ok;
     }
 
-    bool Library(int resend, Result& result) {
+    bool Library(int resend, Result& result, std::uint32_t stream = 0) {
         GrabSession grab(m_p, m_device);
         StreamSettings settings;
         settings.resend = resend;
-        settings.autoPacketSize = 0; // the camera's size, which Bare set
         settings.buffers = 16;
+        settings.stream = stream;
+        if (stream == kTcpStream) {
+            settings.headerRoom = kTcpFrameHeader;
+        } else {
+            settings.autoPacketSize = 0; // the camera's size, which Bare set
+        }
         if (!grab.Open(settings) || !grab.Prepare(m_payload) || !grab.Start()) {
             return false;
         }

@@ -98,7 +98,7 @@ void GrabTest::Open(uint32_t width, uint32_t height, float fps, DEVICE_ACCESS_FL
     ASSERT_EQ(m_api.IFOpenDevice(m_iface, serial.c_str(), access, &m_device), GC_ERR_SUCCESS)
         << LastErrorText(m_api);
     ASSERT_EQ(m_api.DevGetPort(m_device, &m_port), GC_ERR_SUCCESS);
-    ASSERT_EQ(m_api.DevOpenDataStream(m_device, "0", &m_stream), GC_ERR_SUCCESS)
+    ASSERT_EQ(m_api.DevOpenDataStream(m_device, m_streamId, &m_stream), GC_ERR_SUCCESS)
         << LastErrorText(m_api);
     m_width = width;
     m_height = height;
@@ -267,5 +267,7 @@ template <typename T> T GrabTest::BufferInfo(BUFFER_HANDLE h, BUFFER_INFO_CMD cm
 
 template bool8_t GrabTest::StreamInfo<bool8_t>(STREAM_INFO_CMD);
 template uint64_t GrabTest::StreamInfo<uint64_t>(STREAM_INFO_CMD);
+template bool8_t GrabTest::BufferInfo<bool8_t>(BUFFER_HANDLE, BUFFER_INFO_CMD);
+template uint64_t GrabTest::BufferInfo<uint64_t>(BUFFER_HANDLE, BUFFER_INFO_CMD);
 
 } // namespace kesta_grab

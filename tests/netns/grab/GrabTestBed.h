@@ -107,8 +107,8 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    /// Opens the camera and its stream 0. With control it sets the image;
-    /// read-only it takes the size the controlling application set.
+    /// Opens the camera and its stream m_streamId. With control it sets the
+    /// image; read-only it takes the size the controlling application set.
     void Open(uint32_t width, uint32_t height, float fps,
               DEVICE_ACCESS_FLAGS access = DEVICE_ACCESS_CONTROL);
     uint32_t PayloadBytes() const { return m_width * m_height; }
@@ -149,6 +149,7 @@ protected:
     uint32_t m_height = 0;
     bool m_control = true;
     bool m_started = false;
+    const char* m_streamId = "0";
 };
 
 } // namespace kesta_grab
