@@ -3,7 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -141,8 +141,10 @@ int InvalidHandle() {
     return detail::ReportBareError(GC_ERR_INVALID_HANDLE);
 }
 
+/// The socket takes milliseconds in 32 bits: the low half of the value,
+/// as a signed number. Negative values end at the socket's option at once.
 int ToSocketTimeout(long timeoutMs) {
-    return static_cast<int>(std::min<long>(std::max<long>(timeoutMs, 1), INT_MAX));
+    return static_cast<int>(static_cast<std::uint32_t>(timeoutMs));
 }
 
 unsigned long CurrentRetries(const HALGev& hal) {
@@ -341,6 +343,15 @@ int HALGev::GetDevices(void* hAdapter, std::vector<DiscoveredDevice>& devices,
     if (adapter == nullptr) {
         return InvalidHandle();
     }
+    // What the socket gets is all that the discovery waits; the collectors
+    // count down from the same value.
+    const int socketTimeout = ToSocketTimeout(timeoutMs);
+    if (socketTimeout == 0) {
+        // 0 is no time-out to the socket: a silent network would hold the
+        // process-wide lock below for good.
+        return ReportError(GC_ERR_INVALID_PARAMETER,
+                           "iTimeout is a multiple of 2^32 ms, no time-out to the socket");
+    }
     // One discovery at a time in the process.
     static boost::mutex localMtx;
     boost::mutex::scoped_lock lock(localMtx);
@@ -357,7 +368,7 @@ int HALGev::GetDevices(void* hAdapter, std::vector<DiscoveredDevice>& devices,
     any.sin_addr.s_addr = htonl(INADDR_ANY);
     adapter->broadcastSocket.reset(new CommSocket());
     int rc = adapter->broadcastSocket->OpenAndBindSocket(any, "255.255.255.255", gvcp::kPort, true,
-                                                         ToSocketTimeout(timeoutMs));
+                                                         socketTimeout);
     if (rc != GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGev::GetDevices Failed to set up broadcast socket.");
         adapter->broadcastSocket.reset();
@@ -374,7 +385,7 @@ int HALGev::GetDevices(void* hAdapter, std::vector<DiscoveredDevice>& devices,
         return rc;
     }
     int formerTimeout = 0;
-    rc = adapter->socket->SetTimeout(ToSocketTimeout(timeoutMs), formerTimeout);
+    rc = adapter->socket->SetTimeout(socketTimeout, formerTimeout);
     if (rc != GC_ERR_SUCCESS) {
         HLogger::Error(loc::al("GenTL::HALGev::GetDevices SetTimeout Failed setting timeout {0}",
                                std::to_string(timeoutMs).c_str())
@@ -384,10 +395,10 @@ int HALGev::GetDevices(void* hAdapter, std::vector<DiscoveredDevice>& devices,
     }
 
     adapter->deviceList.clear();
-    boost::thread onAdapterSocket(ProcessDiscoveryAck, adapter, std::ref(devices), timeoutMs,
-                                  false);
-    boost::thread onBroadcastSocket(ProcessDiscoveryAck, adapter, std::ref(devices), timeoutMs,
-                                    true);
+    boost::thread onAdapterSocket(ProcessDiscoveryAck, adapter, std::ref(devices),
+                                  long{socketTimeout}, false);
+    boost::thread onBroadcastSocket(ProcessDiscoveryAck, adapter, std::ref(devices),
+                                    long{socketTimeout}, true);
     onAdapterSocket.join();
     onBroadcastSocket.join();
     dropBroadcastSocket();
@@ -398,7 +409,7 @@ int HALGev::GetDevices(void* hAdapter, std::vector<DiscoveredDevice>& devices,
                                std::to_string(formerTimeout).c_str())
                            .c_str());
     }
-    return UnicastDiscovery(adapter, command, sizeof command, devices, timeoutMs);
+    return UnicastDiscovery(adapter, command, sizeof command, devices, socketTimeout);
 }
 
 int HALGev::ForceIP(void* hAdapter, unsigned short macHigh, unsigned macLow, unsigned ip,

@@ -44,8 +44,11 @@ public:
      * Broadcasts one discovery on the adapter and collects answers for
      * timeoutMs, then asks each unicast discovery address in turn. Appends
      * one entry per answer to devices (unsorted, doubles kept) and makes the
-     * adapter's device list. One discovery at a time in the process. A
-     * timeout below 1 ms counts as 1 ms (0 would block the socket for good).
+     * adapter's device list. One discovery at a time in the process. The
+     * sockets take the low 32 bits of timeoutMs as a signed number: one
+     * that they refuse (negative, not whole seconds) ends the call at once
+     * with GC_ERR_ABORT; 0 (no time-out to a socket) is refused with
+     * GC_ERR_INVALID_PARAMETER.
      */
     virtual int GetDevices(void* hAdapter, std::vector<DiscoveredDevice>& devices,
                            long timeoutMs) const = 0;

@@ -487,11 +487,8 @@ int DeviceGev::GetPort(void** phRemoteDevice) {
         return ReportError(GC_ERR_INVALID_PARAMETER, "phRemoteDevice==nullptr");
     }
     if (m_pRemoteDevice == nullptr) {
-        PortInfo info = m_portInfo;
-        info.vendor = m_vendor;
-        info.model = m_model;
         auto* remote = new RemoteDeviceGev(m_pHal, m_hDevice, m_gvcpCapability,
-                                           m_endiannessMechanism, info, m_accessStatus);
+                                           m_endiannessMechanism, m_portInfo, m_accessStatus);
         void* handle = nullptr;
         AllocateHandle(&handle, remote);
         m_pRemoteDevice = remote;

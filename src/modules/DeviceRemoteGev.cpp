@@ -55,7 +55,15 @@ RemoteDeviceGev::RemoteDeviceGev(IHALGev* hal, void* hDevice, GvcpCapabilities c
                                  long endianness, PortInfo info, long accessStatus)
     : m_hDevice(hDevice), m_pHal(hal), m_gvcpCapabilities(capabilities),
       m_endiannessMechanism(endianness), m_accessStatus(accessStatus) {
+    // The port's identity is the producer's: the camera's own serial,
+    // vendor and model are answered by the device module.
+    const PortInfo producer;
     m_portInfo = std::move(info);
+    m_portInfo.id = producer.id;
+    m_portInfo.vendor = producer.vendor;
+    m_portInfo.model = producer.model;
+    m_portInfo.tlType = producer.tlType;
+    m_portInfo.version = producer.version;
     m_portInfo.module = "Device";
     m_portInfo.portName = "Device";
 

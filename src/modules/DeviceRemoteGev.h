@@ -48,8 +48,9 @@ public:
     static constexpr unsigned kMaxManifestEntries = 63;
 
     /**
-     * Takes the port facts of info (module and port name become "Device")
-     * and reads two registers: the device mode (0x0004; 0 if unreadable)
+     * Takes the port facts of info, with the producer's id ("Unknown ID"),
+     * vendor, model, transport layer and version, and "Device" as module
+     * and port name; then reads two registers: the device mode (0x0004; 0 if unreadable)
      * and the stream channel's big-endian bit (bit 29 of 0x0D04), which sets
      * the port's endianness facts. Neither read can fail the construction.
      */

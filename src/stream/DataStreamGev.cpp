@@ -154,6 +154,9 @@ int DataStreamGev::QueueBuffer(void* hBuffer) {
 
 int DataStreamGev::RevokeBuffer(void* hBuffer, void** memory, void** userData) {
     KESTA_CHECK_OPEN();
+    if (isGrabbing) {
+        return ReportError(GC_ERR_BUSY, kRevokeWhileGrabbing);
+    }
     return DataStream::RevokeBuffer(hBuffer, memory, userData);
 }
 

@@ -42,6 +42,9 @@ struct GenTLHandle;
 constexpr unsigned sk_addrPayloadSize = 0x10200000;
 /// Camera register of the GVCP capabilities; bit 2 is packet resend.
 constexpr unsigned sk_addrGvcpCaps = 0x0934;
+/// Refusal of a revoke while grabbing, beside the announce's "acquisition
+/// engine is already grabbing".
+constexpr const char* kRevokeWhileGrabbing = "acquisition engine is grabbing";
 
 class DataStreamGev : public DataStream {
 public:
@@ -74,6 +77,9 @@ public:
     /// The buffer (BS_ANNOUNCE, BS_USER or BS_FILL) to the input queue;
     /// also while grabbing. A null handle is GC_ERR_INVALID_PARAMETER.
     int QueueBuffer(void* hBuffer) override;
+    /// Only while idle: the grab threads hold buffers by pointer until
+    /// StopAcquisition has joined them, so a grabbing stream refuses with
+    /// GC_ERR_BUSY kRevokeWhileGrabbing.
     int RevokeBuffer(void* hBuffer, void** memory, void** userData) override;
     /// ACQ_QUEUE_* flush with the stream's handling mode and grab state.
     int FlushQueue(int operation) override;

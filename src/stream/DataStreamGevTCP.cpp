@@ -105,6 +105,9 @@ int DataStreamGevTCP::RevokeBuffer(void* hBuffer, void** memory, void** userData
     if (int rc = CheckOpen(kNotOpen)) {
         return rc;
     }
+    if (isGrabbing) {
+        return ReportError(GC_ERR_BUSY, kRevokeWhileGrabbing);
+    }
     if (hBuffer == nullptr || CheckHandle(hBuffer) != GC_ERR_SUCCESS ||
         CastHandleToBufferPtr(hBuffer) == nullptr) {
         return DataStream::RevokeBuffer(hBuffer, memory, userData);

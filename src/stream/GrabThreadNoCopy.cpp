@@ -362,6 +362,9 @@ void GrabThreadNoCopy::HandlePlaced(Buffer* buffer, const ParsedGvspHeader& head
                                     std::uint64_t offset, int received) {
     const std::uint32_t id = header.packetId;
     const auto length = static_cast<std::uint64_t>(std::max(received, 0));
+    // A block that begins with a carried data packet lost its leader; it
+    // frees a leader waiter all the same.
+    const bool blockStart = buffer->nextExpectedPacket == 0;
     --buffer->missingPackets;
     buffer->receivedBytes += static_cast<std::uint32_t>(length);
     buffer->frameId = header.blockId;
@@ -379,6 +382,9 @@ void GrabThreadNoCopy::HandlePlaced(Buffer* buffer, const ParsedGvspHeader& head
         if (id >= buffer->nextExpectedPacket) {
             buffer->nextExpectedPacket = id + 1;
         }
+    }
+    if (blockStart) {
+        m_context.gvsp.SetNextLeaderArrived();
     }
     buffer->MarkPacketSeen(id);
 }

@@ -111,6 +111,8 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
     EXPECT_TRUE(LastErrorHas(GC_ERR_BUSY, "acquisition engine is already grabbing"));
     EXPECT_EQ(Lib().DSAllocAndAnnounceBuffer(m_stream, kSize, nullptr, &more), GC_ERR_BUSY);
     EXPECT_EQ(Lib().DSRevokeBuffer(m_stream, m_buffers[0], nullptr, nullptr), GC_ERR_BUSY);
+    EXPECT_EQ(Lib().DSRevokeBuffer(m_stream, m_buffers[2], nullptr, nullptr), GC_ERR_BUSY);
+    EXPECT_TRUE(LastErrorHas(GC_ERR_BUSY, "acquisition engine is grabbing"));
     EXPECT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD), GC_ERR_BUSY);
     EXPECT_TRUE(LastErrorHas(GC_ERR_BUSY, "Cannot discard all buffers while the engine is "
                                           "grabbing. Call GenTL::DSStopAcquisition() to stop "

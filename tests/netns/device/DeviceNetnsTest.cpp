@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -383,11 +384,19 @@ TEST_F(RemotePort, UrlAndManifestOfTheCamera) {
               GC_ERR_INVALID_INDEX);
     Lib().TakeLastError();
 
-    // The port's own facts, and the device module's port beside it.
+    // The port's own facts are the producer's, not the camera's; the device
+    // module's port beside it.
     char fact[64] = {};
-    size = sizeof fact;
-    ASSERT_EQ(Lib().GCGetPortInfo(port, PORT_INFO_MODULE, &type, fact, &size), GC_ERR_SUCCESS);
-    EXPECT_STREQ(fact, "Device");
+    const std::pair<PORT_INFO_CMD, const char*> facts[] = {{PORT_INFO_ID, "Unknown ID"},
+                                                           {PORT_INFO_VENDOR, "Kesta Optic Works"},
+                                                           {PORT_INFO_MODEL, "GenTL Producer"},
+                                                           {PORT_INFO_MODULE, "Device"},
+                                                           {PORT_INFO_PORTNAME, "Device"}};
+    for (const auto& f : facts) {
+        size = sizeof fact;
+        ASSERT_EQ(Lib().GCGetPortInfo(port, f.first, &type, fact, &size), GC_ERR_SUCCESS);
+        EXPECT_STREQ(fact, f.second) << f.first;
+    }
     size = sizeof fact;
     ASSERT_EQ(Lib().GCGetPortInfo(hDevice, PORT_INFO_MODULE, &type, fact, &size), GC_ERR_SUCCESS);
     EXPECT_STREQ(fact, "TLDevice");

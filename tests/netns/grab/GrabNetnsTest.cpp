@@ -2,8 +2,8 @@
 // them: byte-exact blocks in both id forms with and without packet resend,
 // the behaviour under injected loss, reordering, duplication and lost
 // leaders or trailers (the fault knobs come from the CTest entry), empty
-// input queues, the three buffer handling modes, variable-size blocks, and
-// stop, start and close while packets arrive.
+// input queues, the three buffer handling modes, variable-size blocks, the
+// leader wait, and stop, start, revoke and close while packets arrive.
 #include <cstdio>
 #include <map>
 
@@ -184,6 +184,47 @@ TEST_F(Grab, CloseTheDeviceWhileGrabbing) {
     m_buffers.clear();
 }
 
+// Either loop may hold any announced buffer by pointer, also one that a
+// flush has put back to the announced state: no revoke while grabbing.
+TEST_F(Grab, RevokeIsRefusedWhileEitherLoopGrabs) {
+    Open(kWidthPx, kHeightPx, kFps);
+    ASSERT_FALSE(HasFatalFailure());
+    AnnounceAndQueue(3);
+    m_memory.emplace_back(PayloadBytes());
+    BUFFER_HANDLE spare = nullptr; // announced, never queued
+    ASSERT_EQ(
+        m_api.DSAnnounceBuffer(m_stream, m_memory.back().data(), PayloadBytes(), nullptr, &spare),
+        GC_ERR_SUCCESS);
+    m_buffers.push_back(spare);
+    for (const bool resend : {true, false}) {
+        SCOPED_TRACE(resend ? "resend" : "no copy");
+        if (!UseResend(resend)) {
+            GTEST_SKIP() << "packet resend cannot be switched in this build";
+        }
+        Start();
+        ASSERT_FALSE(HasFatalFailure());
+        Delivered d;
+        ASSERT_TRUE(Next(d));
+        Requeue(d);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // blocks wait for delivery
+        ASSERT_EQ(m_api.DSFlushQueue(m_stream, ACQ_QUEUE_OUTPUT_DISCARD), GC_ERR_SUCCESS);
+        for (BUFFER_HANDLE h : m_buffers) {
+            EXPECT_EQ(m_api.DSRevokeBuffer(m_stream, h, nullptr, nullptr), GC_ERR_BUSY);
+            EXPECT_NE(LastErrorText(m_api).find("acquisition engine is grabbing"),
+                      std::string::npos);
+        }
+        Stop();
+        ASSERT_FALSE(HasFatalFailure());
+    }
+    ASSERT_EQ(m_api.DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD), GC_ERR_SUCCESS);
+    for (BUFFER_HANDLE h : m_buffers) {
+        EXPECT_EQ(m_api.DSRevokeBuffer(m_stream, h, nullptr, nullptr), GC_ERR_SUCCESS);
+    }
+    m_buffers.clear();
+    EXPECT_EQ(m_api.DSClose(m_stream), GC_ERR_SUCCESS);
+    m_stream = nullptr;
+}
+
 TEST_F(Grab, ResendLoopStarvedThenFed) {
     KESTA_BEGIN_OR_SKIP(true, 2);
     std::this_thread::sleep_for(std::chrono::milliseconds(400)); // both buffers fill, then none
@@ -350,6 +391,18 @@ TEST_F(Grab, StandardIdsWrapFrom65535To1) {
 }
 
 // --- a faulty link (the CTest entry sets the faults) -------------------------
+
+// Every leader and trailer lost (its CTest entry): each block begins with a
+// data packet, which ended the block before it, and still frees a waiter.
+TEST_F(Grab, NoCopyLeaderWaitWithLostLeaders) {
+    KESTA_BEGIN_OR_SKIP(false);
+    ASSERT_EQ(StreamInfo<bool8_t>(STREAM_INFO_PACKET_RESEND_ENABLE), 0);
+    ASSERT_EQ(m_api.DSResetWaitForNextLeader(m_stream), GC_ERR_SUCCESS);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(m_api.DSWaitForNextLeader(m_stream, 2000), GC_ERR_SUCCESS)
+            << "wait " << i << ": " << LastErrorText(m_api);
+    }
+}
 
 TEST_F(Grab, ResendRecoversAFaultyLink) {
     KESTA_BEGIN_OR_SKIP(true);

@@ -294,6 +294,38 @@ TEST_F(OneCamera, RefusalsReachTheConsumerWordForWord) {
     EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
 }
 
+// The sockets take the low 32 bits of a discovery's time-out as a signed
+// number: what they refuse ends the call at once with their code, and no
+// value waits longer than it asks (GENTL_INFINITE included).
+TEST_F(OneCamera, DiscoveryTimeOutsAtTheEdgesOfTheSocketsValue) {
+    TL_HANDLE hTL = OpenSystem();
+    IF_HANDLE hIface = OpenTestBedInterface(hTL);
+    ASSERT_NE(hIface, nullptr);
+    const std::string refused = "GenTL::CommSocket Setting SO_RCVTIMEO Failed : ";
+    const struct {
+        uint64_t timeout;
+        GC_ERROR code;
+        std::string text; // innermost error text, its start
+    } cases[] = {
+        {GENTL_INFINITE, GC_ERR_ABORT, refused},
+        {0xFFFFFFFF, GC_ERR_ABORT, refused},
+        {0x80000000, GC_ERR_ABORT, refused},
+        {0x100000000, GC_ERR_INVALID_PARAMETER,
+         "iTimeout is a multiple of 2^32 ms, no time-out to the socket"},
+        {0x100000000 + kDiscoveryMs, GC_ERR_SUCCESS, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.timeout));
+        const GC_ERROR rc = Lib().IFUpdateDeviceList(hIface, nullptr, c.timeout);
+        EXPECT_EQ(rc, c.code);
+        if (rc != GC_ERR_SUCCESS) {
+            EXPECT_EQ(Messages().at(0).rfind(c.text, 0), 0u);
+        }
+    }
+    EXPECT_EQ(DeviceIds(hIface), EnvList("KESTA_CAMERA_SERIALS")); // found by the last
+    EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
+}
+
 TEST_F(OneCamera, DeviceOpensOnceAndTheLibraryClosesItWhenLeftOpen) {
     TL_HANDLE hTL = OpenSystemLeftAllocated();
     IF_HANDLE hIface = OpenTestBedInterface(hTL);
