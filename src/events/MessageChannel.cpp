@@ -52,6 +52,8 @@ const char* const kMcInfoCmds =
     "\nGenTL::MC_INFO_PAYLOAD_SIZE, GenTL::MC_INFO_IS_GRABBING, GenTL::MC_INFO_TLTYPE, "
     "\nGenTL::MC_INFO_BUF_ANNOUNCE_MIN, GenTL::MC_INFO_BUF_ALIGNMENT";
 
+const char* const kWaitsEnded = "the message channel's event was closed while waiting";
+
 // Longest single timed wait, in milliseconds.
 constexpr unsigned long kWaitSliceMs = 0xFFFFFFFFUL;
 constexpr unsigned long kTopBit = 1UL << 63;
@@ -74,6 +76,7 @@ MCBuffer* McBufferOf(void* handle) {
 MessageChannel::MessageChannel() = default;
 
 MessageChannel::~MessageChannel() {
+    EndWaits();
     m_isGrabbing = false;
     if (m_pRemoteDeviceEvent != nullptr) {
         delete m_pRemoteDeviceEvent;
@@ -145,7 +148,11 @@ int MessageChannel::UnregisterEvent(int type) {
         if (m_pRemoteDeviceEvent == nullptr) {
             return ReportError(GC_ERR_RESOURCE_IN_USE, "m_pRemoteDeviceEvent != nullptr");
         }
-        if (const int rc = ReleaseEvent(m_pRemoteDeviceEvent, m_hRemoteDeviceEvent)) {
+        // A consumer blocked in the event's GetData must be out of it first.
+        EndWaits();
+        const int rc = ReleaseEvent(m_pRemoteDeviceEvent, m_hRemoteDeviceEvent);
+        ResumeWaits();
+        if (rc != GC_ERR_SUCCESS) {
             return ChainError(rc);
         }
         return GC_ERR_SUCCESS;
@@ -381,8 +388,21 @@ int MessageChannel::WaitOnNewBuffer(void** phBuffer, unsigned long timeoutMs) {
         return ReportError(GC_ERR_INVALID_PARAMETER, "phBuffer==nullptr");
     }
     Lock lock(m_outputMutex);
+    if (m_waitsEnded) {
+        return ReportError(GC_ERR_ABORT, kWaitsEnded);
+    }
+    ++m_waiters;
+    const int rc = WaitLocked(lock, phBuffer, timeoutMs);
+    if (--m_waiters == 0 && m_waitsEnded) {
+        m_outputCondition.notify_all();
+    }
+    return rc;
+}
+
+int MessageChannel::WaitLocked(boost::unique_lock<boost::mutex>& lock, void** phBuffer,
+                               unsigned long timeoutMs) {
     if (m_outputQueue.empty()) {
-        auto ready = [this] { return !m_outputQueue.empty() || m_killWait.load(); };
+        auto ready = [this] { return !m_outputQueue.empty() || m_killWait.load() || m_waitsEnded; };
         if (timeoutMs == GENTL_INFINITE) {
             m_outputCondition.wait(lock, ready);
         } else if ((timeoutMs & kTopBit) != 0) {
@@ -401,6 +421,9 @@ int MessageChannel::WaitOnNewBuffer(void** phBuffer, unsigned long timeoutMs) {
                     remaining -= slice;
                 }
             }
+        }
+        if (m_waitsEnded) {
+            return ReportError(GC_ERR_ABORT, kWaitsEnded);
         }
         if (m_killWait.exchange(false)) {
             return ReportError(GC_ERR_ABORT, "WaitOnNewBuffer interrupted by kill.");
@@ -439,6 +462,26 @@ void* MessageChannel::TakeInputBuffer(unsigned long timeoutMs) {
     void* handle = m_inputQueue.front();
     m_inputQueue.pop_front();
     return handle;
+}
+
+void MessageChannel::ReturnInputBuffer(void* hBuffer) {
+    {
+        Lock lock(m_inputMutex);
+        m_inputQueue.push_front(hBuffer);
+    }
+    m_inputCondition.notify_one();
+}
+
+void MessageChannel::EndWaits() {
+    Lock lock(m_outputMutex);
+    m_waitsEnded = true;
+    m_outputCondition.notify_all();
+    m_outputCondition.wait(lock, [this] { return m_waiters == 0; });
+}
+
+void MessageChannel::ResumeWaits() {
+    Lock lock(m_outputMutex);
+    m_waitsEnded = false;
 }
 
 void MessageChannel::PutOutputBuffer(void* hBuffer) {

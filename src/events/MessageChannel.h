@@ -30,6 +30,7 @@
 #include <vector>
 
 #include <boost/thread/condition_variable.hpp>
+#include <boost/thread/locks.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/recursive_mutex.hpp>
 
@@ -45,8 +46,9 @@ class MessageChannel : public IMessageChannel, public BaseModule {
 public:
     /// Default port facts; all numbers 0, no transport type text.
     MessageChannel();
-    /// Deletes a registered event and its handle, and every buffer that is
-    /// still announced with its handle.
+    /// Ends the waits in WaitOnNewBuffer, then deletes a registered event
+    /// and its handle, and every buffer that is still announced with its
+    /// handle.
     ~MessageChannel() override;
 
     MessageChannel(const MessageChannel&) = delete;
@@ -64,9 +66,9 @@ public:
      * GC_ERR_INVALID_PARAMETER.
      */
     int RegisterEvent(int type, void** event) override;
-    /// EVENT_REMOTE_DEVICE deletes the event; EVENT_NEW_BUFFER and the
-    /// feature events are not available, EVENT_ERROR and EVENT_MODULE not
-    /// implemented.
+    /// EVENT_REMOTE_DEVICE ends the waits on the event and deletes it;
+    /// EVENT_NEW_BUFFER and the feature events are not available,
+    /// EVENT_ERROR and EVENT_MODULE not implemented.
     int UnregisterEvent(int type) override;
     int GetNumPortURLs(unsigned int* count) override;
     int GetPortURLInfo(unsigned int index, int cmd, int* type, void* buffer,
@@ -107,8 +109,9 @@ public:
      * Takes the oldest received message's buffer. A message that is ready
      * is taken at once; otherwise waits (GENTL_INFINITE: no limit; other
      * values with the top bit set are GC_ERR_INVALID_PARAMETER), and a
-     * kill during the wait ends it with GC_ERR_ABORT. Time-out:
-     * GC_ERR_TIMEOUT. Counts MC_INFO_NUM_DELIVERED.
+     * kill during the wait ends it with GC_ERR_ABORT, and so does the end
+     * of the event (EndWaits). Time-out: GC_ERR_TIMEOUT. Counts
+     * MC_INFO_NUM_DELIVERED.
      */
     int WaitOnNewBuffer(void** phBuffer, unsigned long timeoutMs) override;
     /// Ends the current wait, or the next one that has to wait.
@@ -127,6 +130,21 @@ protected:
     /// For the receive thread: a filled buffer to the back of the output
     /// queue; signals one waiter.
     void PutOutputBuffer(void* hBuffer);
+    /// For the receive thread: a buffer it took and did not fill goes back
+    /// to the front of the input queue, keeping its place.
+    void ReturnInputBuffer(void* hBuffer);
+    /**
+     * Ends every wait in WaitOnNewBuffer with GC_ERR_ABORT and returns once
+     * the waiting threads have left it, so that the event and the queues
+     * may go. Later waits fail at once until ResumeWaits.
+     */
+    void EndWaits();
+    /// Lets WaitOnNewBuffer wait again after EndWaits.
+    void ResumeWaits();
+
+    /// WaitOnNewBuffer's wait, with the output lock held.
+    int WaitLocked(boost::unique_lock<boost::mutex>& lock, void** phBuffer,
+                   unsigned long timeoutMs);
 
     mutable boost::recursive_mutex m_moduleMutex; ///< guards m_announcedBuffers
     std::vector<void*> m_announcedBuffers;
@@ -151,6 +169,10 @@ protected:
     std::uint64_t m_bufAlignment = 0;
     std::string m_tlType;
     std::atomic<bool> m_killWait{false};
+    /// Under m_outputMutex: threads inside WaitOnNewBuffer, and whether
+    /// EndWaits sends them away.
+    int m_waiters = 0;
+    bool m_waitsEnded = false;
 
     InfoUtility m_infoUtility;
 };

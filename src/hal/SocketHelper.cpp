@@ -402,6 +402,35 @@ int OverlappedSocket::GetNextResult(char* buffer, int length, int& received, int
     return ReportError(GC_ERR_IO, "GenTL::OverlappedSocket::Receive recvfrom Failed: " + Num(err));
 }
 
+int OverlappedSocket::GetNextResultFrom(char* buffer, int length, int& received, sockaddr_in& from,
+                                        int timeoutMs) {
+    if (timeoutMs != m_timeout) {
+        if (const int rc = SetTimeout(timeoutMs)) {
+            return rc;
+        }
+        m_timeout = timeoutMs;
+    }
+    const ssize_t got = m_socket.Run(
+        [&](int fd) {
+            socklen_t size = sizeof(from);
+            return ::recvfrom(fd, buffer, Length(length), MSG_TRUNC,
+                              reinterpret_cast<sockaddr*>(&from), &size);
+        },
+        true);
+    if (got >= 0) {
+        received = static_cast<int>(got);
+        return GC_ERR_SUCCESS;
+    }
+    // A quiet channel times out all the time: only real failures are logged.
+    const int err = errno;
+    if (IsTimeout(err)) {
+        return ReportError(GC_ERR_TIMEOUT,
+                           "GenTL::OverlappedSocket::Receive recvfrom Failed: TIMEOUT");
+    }
+    HLogger::Error("GenTL::OverlappedSocket::GetNextResultFrom recvfrom", err);
+    return ReportError(GC_ERR_IO, "GenTL::OverlappedSocket::Receive recvfrom Failed: " + Num(err));
+}
+
 int OverlappedSocket::GetNextResultNoCopy(char* head, int headLength, int& headReceived, char* body,
                                           int bodyLength, int& bodyReceived, int timeoutMs) {
     if (timeoutMs != m_timeout) {

@@ -180,6 +180,10 @@ public:
     /// GC_ERR_BUFFER_TOO_SMALL with the parts filled as far as they go.
     virtual int GetNextResultNoCopy(char* head, int headLength, int& headReceived, char* body,
                                     int bodyLength, int& bodyReceived, int timeoutMs);
+    /// As GetNextResult, telling the sender too. received is the datagram's
+    /// whole length, which exceeds length when the socket cut it.
+    virtual int GetNextResultFrom(char* buffer, int length, int& received, sockaddr_in& from,
+                                  int timeoutMs);
     /// Leaves a joined group and closes; ends a receive blocked elsewhere.
     virtual int Close();
     /// Sets the receive timeout on the socket (not the stored value).

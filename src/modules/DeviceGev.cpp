@@ -11,7 +11,7 @@
 #include "api/GLogger.h"
 #include "api/GenTLHandle.h"
 #include "api/localization.h"
-#include "events/UnavailableMessageChannel.h"
+#include "events/MessageChannelGev.h"
 #include "hal/IHALGev.h"
 #include "modules/DeviceRemoteGev.h"
 #include "modules/Heartbeat.h"
@@ -64,7 +64,7 @@ IDataStream* MakeDataStream(IHALGev* hal, void* hDevice, void* parent, unsigned 
 
 IMessageChannel* MakeMessageChannel(IHALGev* hal, void* hDevice, unsigned channelId,
                                     int accessFlags) {
-    return new UnavailableMessageChannel(hal, hDevice, channelId, accessFlags);
+    return new MessageChannelGev(hal, hDevice, channelId, accessFlags);
 }
 
 /// Runs make; a throw becomes a code, with the log line of its kind.

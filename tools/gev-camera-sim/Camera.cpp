@@ -50,7 +50,7 @@ Camera::Camera(const SimConfig& config, const CameraIdentity& identity)
       m_stream(
           m_name, m_registers, m_faults, m_tcp, [this] { return ticks(); }, config.ringBlocks),
       m_messages(
-          m_name, m_registers, [this] { return ticks(); },
+          m_name, m_registers, m_faults, [this] { return ticks(); },
           [this] { return m_stream.lastBlockId(); }, !config.isDisabled("eventdata")),
       m_gvcp(m_name, *this, m_faults) {
     buildRegisters(config);
@@ -184,6 +184,9 @@ void Camera::buildRegisters(const SimConfig& c) {
     r.addRegister(reg::kActionCount, 0, Access::ReadOnly);
     r.addRegister(reg::kBlocksSent, 0, Access::ReadOnly);
     r.addRegister(reg::kTLParamsLocked, 0, Access::ReadWrite);
+    r.addRegister(reg::kEventFire, 0, Access::WriteOnly);
+    r.addRegister(reg::kEventId, c.eventId, Access::ReadWrite);
+    r.addRegister(reg::kEventDataSize, c.eventDataSize, Access::ReadWrite);
     r.addMemory(reg::kXmlFile, (kGenApiXmlSize + 3) / 4 * 4, Access::ReadOnly);
     r.setBytes(reg::kXmlFile, kGenApiXml, kGenApiXmlSize);
     updatePayloadSize();
@@ -366,6 +369,21 @@ uint16_t Camera::applyRegister(uint32_t address, uint32_t value) {
         r.set(address, value);
         return status::kSuccess;
     }
+    case reg::kEventFire:
+        if (value == 0 || value > kMaxEventFire)
+            return status::kInvalidParameter;
+        m_messages.fire(value);
+        return status::kSuccess;
+    case reg::kEventId:
+        if (value > 0xFFFF)
+            return status::kInvalidParameter;
+        r.set(address, value);
+        return status::kSuccess;
+    case reg::kEventDataSize:
+        if (value > kGvcpMaxDatagram - kEventHeaderSize)
+            return status::kInvalidParameter;
+        r.set(address, value);
+        return status::kSuccess;
     case reg::kAcquisitionFrameCount:
         if (value == 0)
             return status::kInvalidParameter;

@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include "GevConstants.h"
+
 #include <arpa/inet.h>
 #include <getopt.h>
 
@@ -75,6 +77,8 @@ enum Option {
     kRing,
     kFirstBlockId,
     kEventRate,
+    kEventId,
+    kEventData,
     kHeartbeat,
     kDisable,
     kLoss,
@@ -87,6 +91,9 @@ enum Option {
     kWrongAckId,
     kAckStatus,
     kSilentAfter,
+    kEventLoss,
+    kEventDup,
+    kEventBig,
     kSeed,
     kReadyFile,
     kHelp
@@ -147,7 +154,8 @@ std::string CommandLine::usage() {
            "           --variable-size (width-1 carrier blocks, real height in the trailer)\n"
            "Channels:  --packet-size N (1500) --max-packet-size N (9000) --ring BLOCKS (64)\n"
            "           --first-block-id N (1): id of the first block after the channel opens\n"
-           "           --event-rate HZ (0) --heartbeat-ms N (3000)\n"
+           "           --event-rate HZ (0) --event-id N (0x9001) --event-data BYTES (8, up to\n"
+           "           552; 0 sends EVENT packets only) --heartbeat-ms N (3000)\n"
            "           --disable CAP[,CAP...]  one of: " +
            caps +
            "\n"
@@ -156,6 +164,8 @@ std::string CommandLine::usage() {
            "           --burst-loss FIRST:COUNT[:EVERY] (data packets of every n-th block)\n"
            "           --ack-delay MS[:EVERY] (slow replies; pending acks when enabled)\n"
            "           --wrong-ack-id N --ack-status CODE[:EVERY] --silent-after SEC --seed N\n"
+           "           --event-loss P --event-duplicate P (shares of event packets)\n"
+           "           --event-oversize N (every n-th event packet is 600 bytes long)\n"
            "Run:       --ready-file PATH (written once all sockets are bound) -v (more: -vv)\n";
 }
 
@@ -179,6 +189,8 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"ring", required_argument, nullptr, kRing},
                                       {"first-block-id", required_argument, nullptr, kFirstBlockId},
                                       {"event-rate", required_argument, nullptr, kEventRate},
+                                      {"event-id", required_argument, nullptr, kEventId},
+                                      {"event-data", required_argument, nullptr, kEventData},
                                       {"heartbeat-ms", required_argument, nullptr, kHeartbeat},
                                       {"disable", required_argument, nullptr, kDisable},
                                       {"loss", required_argument, nullptr, kLoss},
@@ -191,6 +203,9 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"wrong-ack-id", required_argument, nullptr, kWrongAckId},
                                       {"ack-status", required_argument, nullptr, kAckStatus},
                                       {"silent-after", required_argument, nullptr, kSilentAfter},
+                                      {"event-loss", required_argument, nullptr, kEventLoss},
+                                      {"event-duplicate", required_argument, nullptr, kEventDup},
+                                      {"event-oversize", required_argument, nullptr, kEventBig},
                                       {"seed", required_argument, nullptr, kSeed},
                                       {"ready-file", required_argument, nullptr, kReadyFile},
                                       {"verbose", no_argument, nullptr, 'v'},
@@ -303,6 +318,16 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                 return fail("bad --event-rate " + arg);
             config.eventRate = d;
             break;
+        case kEventId:
+            if (!toUnsigned(optarg, u) || u > 0xFFFF)
+                return fail("bad --event-id " + arg);
+            config.eventId = static_cast<uint16_t>(u);
+            break;
+        case kEventData:
+            if (!toUnsigned(optarg, u) || u > kGvcpMaxDatagram - kEventHeaderSize)
+                return fail("bad --event-data " + arg);
+            config.eventDataSize = static_cast<uint32_t>(u);
+            break;
         case kHeartbeat:
             if (!toUnsigned(optarg, u) || u < 100 || u > 0xFFFFFFFFul)
                 return fail("bad --heartbeat-ms " + arg);
@@ -324,18 +349,26 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
         case kLoss:
         case kReorder:
         case kDuplicate:
+        case kEventLoss:
+        case kEventDup:
             if (!toDouble(optarg, d) || d < 0 || d > 1)
                 return fail("rates lie between 0 and 1: " + arg);
-            (opt == kLoss ? f.lossRate : opt == kReorder ? f.reorderRate : f.duplicateRate) = d;
+            (opt == kLoss        ? f.lossRate
+             : opt == kReorder   ? f.reorderRate
+             : opt == kDuplicate ? f.duplicateRate
+             : opt == kEventLoss ? f.eventLossRate
+                                 : f.eventDuplicateRate) = d;
             break;
         case kDropLeader:
         case kDropTrailer:
         case kWrongAckId:
+        case kEventBig:
             if (!toUnsigned(optarg, u) || u > 0xFFFFFFFFul)
                 return fail("bad count " + arg);
             (opt == kDropLeader    ? f.dropLeader
              : opt == kDropTrailer ? f.dropTrailer
-                                   : f.wrongAckId)
+             : opt == kWrongAckId  ? f.wrongAckId
+                                   : f.eventOversize)
                 .every = static_cast<uint32_t>(u);
             break;
         case kBurst:

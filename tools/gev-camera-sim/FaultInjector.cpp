@@ -31,6 +31,14 @@ FaultInjector::Fate FaultInjector::packetFate(uint64_t blockNumber, PacketKind k
     return fate;
 }
 
+FaultInjector::EventFate FaultInjector::eventFate(uint64_t eventNumber) {
+    EventFate fate;
+    fate.oversize = m_config.eventOversize.fires(eventNumber);
+    fate.drop = chance(m_config.eventLossRate);
+    fate.duplicate = !fate.drop && chance(m_config.eventDuplicateRate);
+    return fate;
+}
+
 uint32_t FaultInjector::ackDelayMs(uint64_t ackNumber) const {
     return m_config.ackDelayWhen.fires(ackNumber) ? m_config.ackDelayMs : 0;
 }

@@ -18,12 +18,20 @@ public:
         bool duplicate = false;
         bool holdBack = false; // sent after the next packet
     };
+    struct EventFate {
+        bool drop = false;
+        bool duplicate = false;
+        bool oversize = false;
+    };
 
     explicit FaultInjector(const FaultConfig& config);
 
     // blockNumber counts the blocks of this camera from 1. Only first
     // transmissions go through here: resent packets always leave.
     Fate packetFate(uint64_t blockNumber, PacketKind kind, uint32_t packetId);
+
+    // eventNumber counts the event packets of this camera from 1.
+    EventFate eventFate(uint64_t eventNumber);
 
     // ackNumber counts the register and memory acks from 1.
     uint32_t ackDelayMs(uint64_t ackNumber) const;

@@ -12,6 +12,8 @@ constexpr uint16_t kTcpStreamPort = 58243;
 constexpr uint8_t kGvcpKey = 0x42;
 constexpr size_t kGvcpMaxDatagram = 576;
 constexpr size_t kMaxMemAccess = 536;
+constexpr size_t kEventHeaderSize = 24;  // GVCP header and one event
+constexpr uint32_t kMaxEventFire = 1024; // events of one EventFire write
 
 namespace cmd {
 constexpr uint16_t kDiscovery = 0x0002, kDiscoveryAck = 0x0003;
@@ -114,6 +116,9 @@ constexpr uint32_t kEventRate = 0x1002C;
 constexpr uint32_t kActionCount = 0x10030;
 constexpr uint32_t kBlocksSent = 0x10034;
 constexpr uint32_t kTLParamsLocked = 0x10040;
+constexpr uint32_t kEventFire = 0x10044;
+constexpr uint32_t kEventId = 0x10048;
+constexpr uint32_t kEventDataSize = 0x1004C;
 constexpr uint32_t kXmlFile = 0x00100000;
 } // namespace reg
 

@@ -10,8 +10,6 @@
 namespace gevsim {
 
 namespace {
-constexpr uint16_t kTestEventId = 0x9001;
-
 float toFloat(uint32_t bits) {
     float f;
     std::memcpy(&f, &bits, sizeof f);
@@ -34,9 +32,9 @@ void eventHeader(uint16_t command, uint16_t requestId, const EventInfo& e, size_
 }
 } // namespace
 
-MessageChannel::MessageChannel(std::string name, RegisterMap& registers, TickClock clock,
-                               BlockIdSource lastBlockId, bool withEventData)
-    : m_name(std::move(name)), m_registers(registers), m_clock(std::move(clock)),
+MessageChannel::MessageChannel(std::string name, RegisterMap& registers, FaultInjector& faults,
+                               TickClock clock, BlockIdSource lastBlockId, bool withEventData)
+    : m_name(std::move(name)), m_registers(registers), m_faults(faults), m_clock(std::move(clock)),
       m_lastBlockId(std::move(lastBlockId)), m_withEventData(withEventData) {}
 
 MessageChannel::~MessageChannel() {
@@ -53,6 +51,13 @@ void MessageChannel::eventDataPacket(uint16_t requestId, const EventInfo& e, con
     size = std::min(size, kGvcpMaxDatagram - 24);
     eventHeader(cmd::kEventData, requestId, e, size, out);
     out.insert(out.end(), data, data + size);
+}
+
+std::vector<uint8_t> MessageChannel::eventData(uint64_t n, size_t size) {
+    std::vector<uint8_t> data(size);
+    for (size_t i = 0; i < size; ++i)
+        data[i] = i < 8 ? static_cast<uint8_t>(n >> (56 - 8 * i)) : static_cast<uint8_t>(n + i * 7);
+    return data;
 }
 
 bool MessageChannel::open(uint32_t ip, std::string& error) {
@@ -101,33 +106,48 @@ void MessageChannel::run() {
     }
 }
 
+void MessageChannel::fire(uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i)
+        sendOne();
+}
+
 void MessageChannel::sendOne() {
     const uint32_t ip = m_registers.get(reg::kMcda);
     const uint16_t port = static_cast<uint16_t>(m_registers.get(reg::kMcp) & 0xFFFF);
     if (m_silent || ip == 0 || port == 0)
         return;
     EventInfo e;
-    e.eventId = kTestEventId;
+    e.eventId = static_cast<uint16_t>(m_registers.get(reg::kEventId));
     e.blockId = static_cast<uint16_t>(m_lastBlockId());
     e.timestamp = m_clock();
+    const size_t dataSize = m_registers.get(reg::kEventDataSize);
     std::vector<uint8_t> packet;
     std::lock_guard<std::mutex> lock(m_socketMutex);
     m_requestId = static_cast<uint16_t>(m_requestId + 1 == 0x10000 ? 1 : m_requestId + 1);
-    if (m_requestId == 0)
-        m_requestId = 1;
     ++m_sent;
-    if (m_withEventData && m_sent % 2 == 0) {
-        uint8_t data[8];
-        for (int i = 0; i < 8; ++i)
-            data[i] = static_cast<uint8_t>(m_sent >> (56 - 8 * i));
-        eventDataPacket(m_requestId, e, data, sizeof data, packet);
+    const FaultInjector::EventFate fate = m_faults.eventFate(m_sent);
+    if (fate.oversize) {
+        const std::vector<uint8_t> data = eventData(m_sent, kOversizedDatagram - 24);
+        eventDataPacket(m_requestId, e, data.data(), data.size(), packet);
+        packet.resize(kOversizedDatagram, 0xEE);
+        put16(packet, 4, static_cast<uint16_t>(packet.size() - 8));
+    } else if (m_withEventData && dataSize > 0 && m_sent % 2 == 0) {
+        const std::vector<uint8_t> data = eventData(m_sent, dataSize);
+        eventDataPacket(m_requestId, e, data.data(), data.size(), packet);
     } else {
         eventPacket(m_requestId, e, packet);
     }
-    if (!m_socket.sendTo(ip, port, packet.data(), packet.size()))
-        Log::write(1, m_name, "event could not be sent");
-    else
-        Log::write(2, m_name, "event " + std::to_string(m_sent) + " sent");
+    if (fate.drop) {
+        Log::write(2, m_name, "fault: event " + std::to_string(m_sent) + " lost");
+        return;
+    }
+    for (int copy = 0; copy < (fate.duplicate ? 2 : 1); ++copy) {
+        if (!m_socket.sendTo(ip, port, packet.data(), packet.size())) {
+            Log::write(1, m_name, "event could not be sent");
+            return;
+        }
+    }
+    Log::write(2, m_name, "event " + std::to_string(m_sent) + " sent");
 }
 
 } // namespace gevsim

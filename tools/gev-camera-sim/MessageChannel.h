@@ -1,7 +1,11 @@
-// The message channel: sends event packets (EVENT and, when the camera can,
-// EVENTDATA) to MCDA:MCP at the rate of the EventRate register.
+// The message channel: sends event packets to MCDA:MCP from the MCSP port,
+// at the rate of the EventRate register and in bursts on a write of
+// EventFire. Packets alternate EVENT and, when the camera can and
+// EventDataSize is not 0, EVENTDATA with that many data bytes; EventId is
+// their event id. The fault injector loses, doubles or oversizes some.
 #pragma once
 
+#include "FaultInjector.h"
 #include "RegisterMap.h"
 #include "UdpSocket.h"
 
@@ -27,7 +31,7 @@ public:
     using TickClock = std::function<uint64_t()>;
     using BlockIdSource = std::function<uint64_t()>;
 
-    MessageChannel(std::string name, RegisterMap& registers, TickClock clock,
+    MessageChannel(std::string name, RegisterMap& registers, FaultInjector& faults, TickClock clock,
                    BlockIdSource lastBlockId, bool withEventData);
     ~MessageChannel();
 
@@ -35,11 +39,18 @@ public:
     void shutdown();
     uint16_t sourcePort() const { return m_socket.localPort(); }
     void setSilent(bool silent) { m_silent = silent; }
+    // Sends count events now, back to back.
+    void fire(uint32_t count);
 
     // Packet layouts, public for the unit tests.
     static void eventPacket(uint16_t requestId, const EventInfo& e, std::vector<uint8_t>& out);
     static void eventDataPacket(uint16_t requestId, const EventInfo& e, const uint8_t* data,
                                 size_t size, std::vector<uint8_t>& out);
+    // The data bytes of event number n: n in 8 big-endian bytes, then a
+    // pattern of n and the offset.
+    static std::vector<uint8_t> eventData(uint64_t n, size_t size);
+    // Datagram size of the oversized fault: beyond the largest GVCP packet.
+    static constexpr size_t kOversizedDatagram = 600;
 
 private:
     void run();
@@ -47,6 +58,7 @@ private:
 
     std::string m_name;
     RegisterMap& m_registers;
+    FaultInjector& m_faults;
     TickClock m_clock;
     BlockIdSource m_lastBlockId;
     bool m_withEventData;

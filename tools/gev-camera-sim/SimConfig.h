@@ -28,7 +28,10 @@ struct FaultConfig {
     EveryNth wrongAckId;      // acks answered with a wrong id
     uint16_t ackStatus = 0;   // status injected into acks
     EveryNth ackStatusWhen;
-    double silentAfterSec = -1; // the camera stops answering after this time
+    double silentAfterSec = -1;      // the camera stops answering after this time
+    double eventLossRate = 0.0;      // share of event packets not sent
+    double eventDuplicateRate = 0.0; // share of event packets sent twice
+    EveryNth eventOversize;          // event packets sent longer than any GVCP packet
     uint32_t seed = 1;
 };
 
@@ -56,6 +59,8 @@ struct SimConfig {
     uint32_t ringBlocks = 64;
     uint64_t firstBlockId = 1; // the first block after the channel opens
     double eventRate = 0.0;
+    uint16_t eventId = 0x9001;
+    uint32_t eventDataSize = 8; // data bytes of EVENTDATA packets; 0 sends EVENT only
     uint32_t heartbeatMs = 3000;
     // Capability bits switched off by name (--disable).
     std::vector<std::string> disabled;

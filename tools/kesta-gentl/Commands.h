@@ -40,4 +40,12 @@ int RunOpen(Producer& producer, const Arguments& arguments);
  */
 int RunGrab(Producer& producer, const Arguments& arguments);
 
+/**
+ * events [--device SERIAL|INDEX] [--seconds S] [--timeout MS]: opens one
+ * camera with control, registers the remote-device event and prints each
+ * event as it arrives (event id, block id, timestamp, data length), for S
+ * seconds or until Ctrl-C; then the number of events.
+ */
+int RunEvents(Producer& producer, const Arguments& arguments);
+
 } // namespace kesta::gentl

@@ -34,6 +34,11 @@ const Command kCommands[] = {
      "[--device SERIAL|INDEX] [OPTION...]\n"
      "\topen one camera with control, set its image, grab images, print a summary",
      kesta::gentl::RunGrab},
+    {"events",
+     "[--device SERIAL|INDEX] [--seconds S] [--timeout MS]\n"
+     "\topen one camera with control and print its events as they arrive, then their count\n"
+     "\t(until Ctrl-C without --seconds)",
+     kesta::gentl::RunEvents},
 };
 
 void PrintUsage(std::ostream& out) {
@@ -75,7 +80,8 @@ void PrintUsage(std::ostream& out) {
            "  kesta-gentl list\n"
            "  kesta-gentl open --device SERIAL info xml camera.xml read-reg 0x0A00\n"
            "  kesta-gentl grab --device SERIAL --width 640 --height 480 --frames 50 \\\n"
-           "      --save first.png\n";
+           "      --save first.png\n"
+           "  kesta-gentl events --device SERIAL --seconds 10\n";
 }
 
 } // namespace

@@ -39,6 +39,16 @@ TEST(FaultInjector, RatesAreNearTheirShareAndRepeatWithTheSeed) {
     EXPECT_NEAR(lost, 1000, 150);
 }
 
+TEST(FaultInjector, EventFaults) {
+    FaultConfig c;
+    c.eventOversize.every = 3;
+    c.eventLossRate = 1.0;
+    c.eventDuplicateRate = 1.0;
+    FaultInjector f(c);
+    EXPECT_TRUE(f.eventFate(3).oversize && f.eventFate(3).drop);
+    EXPECT_FALSE(f.eventFate(4).oversize || f.eventFate(4).duplicate); // lost, not doubled
+}
+
 TEST(FaultInjector, AckFaultsFollowTheirCount) {
     FaultConfig c;
     c.ackDelayMs = 50;
