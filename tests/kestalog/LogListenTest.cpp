@@ -39,7 +39,12 @@ TEST(LogListen, PrintsOneReadableLinePerRecordUntilSigterm) {
         ::dup2(out[1], STDOUT_FILENO);
         ::close(out[0]);
         const std::string arg = std::to_string(port);
+#ifdef KESTA_LOG_LISTEN_EMULATOR
+        ::execl(KESTA_LOG_LISTEN_EMULATOR, "kesta-log-listen", KESTA_LOG_LISTEN_PATH, arg.c_str(),
+                nullptr);
+#else
         ::execl(KESTA_LOG_LISTEN_PATH, "kesta-log-listen", arg.c_str(), nullptr);
+#endif
         ::_exit(127);
     }
     ::close(out[1]);
