@@ -116,14 +116,20 @@ def sites_in(path):
 
 
 def sample(count, seed):
+    """count mutants, shared evenly among the folders; what a small folder
+    cannot offer goes to the others."""
     rng = random.Random(seed)
+    pools = {}
+    for folder in FOLDERS:
+        pools[folder] = [(path, s) for path in sorted((ROOT / "src" / folder).glob("*.cpp"))
+                         for s in sites_in(path)[1]]
+    wants, left = {}, count
+    for i, folder in enumerate(sorted(FOLDERS, key=lambda f: len(pools[f]))):
+        wants[folder] = min(len(pools[folder]), left // (len(FOLDERS) - i))
+        left -= wants[folder]
     chosen = []
-    per_folder = [count // len(FOLDERS) + (i < count % len(FOLDERS)) for i in range(len(FOLDERS))]
-    for folder, want in zip(FOLDERS, per_folder):
-        pool = []
-        for path in sorted((ROOT / "src" / folder).glob("*.cpp")):
-            pool += [(path, s) for s in sites_in(path)[1]]
-        chosen += rng.sample(pool, min(want, len(pool)))
+    for folder in FOLDERS:
+        chosen += rng.sample(pools[folder], wants[folder])
     return chosen
 
 
