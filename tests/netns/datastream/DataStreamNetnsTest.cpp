@@ -99,9 +99,8 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
     EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
     EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 2u);
     // The camera streams to this host now.
-    EXPECT_NE(CameraRegister(kScp) & 0xFFFF, 0u);
-    EXPECT_EQ(CameraRegister(kScda),
-              kesta_netns::ParseIp(kesta_device::Env("KESTA_NETNS_HOST_IP")));
+    EXPECT_NE(ReadCamera(kScp) & 0xFFFF, 0u);
+    EXPECT_EQ(ReadCamera(kScda), kesta_netns::ParseIp(kesta_device::Env("KESTA_NETNS_HOST_IP")));
 
     // Refusals while grabbing; queueing goes on.
     BUFFER_HANDLE more = nullptr;
@@ -133,7 +132,7 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
         << Lib().TakeLastError().text;
     EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
     EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 0u);
-    EXPECT_EQ(CameraRegister(kScp) & 0xFFFF, 0u);
+    EXPECT_EQ(ReadCamera(kScp) & 0xFFFF, 0u);
     EXPECT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_RESOURCE_IN_USE);
     EXPECT_TRUE(LastErrorHas(GC_ERR_RESOURCE_IN_USE, "acquisition engine was not started"));
 

@@ -156,7 +156,7 @@ protected:
     std::string m_ifaceId;
 };
 
-// --- One camera --------------------------------------------------------------
+// --- The first camera ----------------------------------------------------------
 
 using OneCamera = TestBed;
 
@@ -279,10 +279,17 @@ TEST_F(OneCamera, RefusalsReachTheConsumerWordForWord) {
     EXPECT_EQ(DeviceIds(hIface), EnvList("KESTA_CAMERA_SERIALS"));
     EXPECT_EQ(Lib().IFOpenDevice(hIface, "KSIM0099", DEVICE_ACCESS_CONTROL, &hDevice),
               GC_ERR_INVALID_ID);
-    EXPECT_EQ(Messages().at(0),
-              "GenTL::InterfaceGev::OpenDevice device ID=KSIM0099 not found in the list of "
-              "devices.\n\t\t\t\t\t  The list of devices has the following device(s):\n"
-              "\t\t\t\t\t\tKSIM0000\n");
+    // The list, in the order the cameras answered.
+    const std::string listed = Messages().at(0);
+    std::string expected = "GenTL::InterfaceGev::OpenDevice device ID=KSIM0099 not found in the "
+                           "list of devices.\n\t\t\t\t\t  The list of devices has the "
+                           "following device(s):\n";
+    EXPECT_EQ(listed.rfind(expected, 0), 0u) << listed;
+    for (const std::string& serial : EnvList("KESTA_CAMERA_SERIALS")) {
+        expected += "\t\t\t\t\t\t" + serial + "\n";
+        EXPECT_NE(listed.find("\t" + serial + "\n"), std::string::npos) << serial;
+    }
+    EXPECT_EQ(listed.size(), expected.size());
     char id[4];
     size_t size = sizeof(id);
     EXPECT_EQ(Lib().IFGetDeviceID(hIface, 0, id, &size), GC_ERR_BUFFER_TOO_SMALL);

@@ -15,8 +15,8 @@
 
 #include <gtest/gtest.h>
 
-#include "../hal/NetnsSupport.h"
-#include "../sim/GevClient.h"
+#include "GvcpClient.h"
+#include "NetnsSupport.h"
 #ifdef KESTA_CTI_PATH
 #include "CtiTest.h"
 #endif
@@ -85,13 +85,13 @@ inline std::vector<Command> Commands(const std::vector<kesta_netns::Captured>& p
         }
         Command c;
         c.at = p.at;
-        c.code = gevtest::be16(&p.payload[2]);
+        c.code = kesta_netns::Be16(&p.payload[2]);
         c.payload = p.payload.size() - 8;
         if (p.payload.size() >= 12) {
-            c.address = gevtest::be32(&p.payload[8]);
+            c.address = kesta_netns::Be32(&p.payload[8]);
         }
         if (p.payload.size() >= 16) {
-            c.word = gevtest::be32(&p.payload[12]);
+            c.word = kesta_netns::Be32(&p.payload[12]);
         }
         if (code == 0 || c.code == code) {
             out.push_back(c);
@@ -106,15 +106,22 @@ constexpr std::uint16_t kReadMem = 0x0084;
 constexpr std::uint16_t kWriteMem = 0x0086;
 constexpr std::uint16_t kStatusAccessDenied = 0x8006;
 
-/// Another application on the second host: a GVCP client of its own.
-inline gevtest::GvcpClient Rival() {
-    const gevtest::TestBed bed = gevtest::TestBed::fromEnvironment();
-    return gevtest::GvcpClient(bed.cameraIps.at(0), bed.host2Ip, bed.host2Namespace);
+/// Another application on the second host, or this host's own GVCP client
+/// beside the producer, talking to camera `i`.
+inline kesta_netns::GvcpClient Rival(std::size_t i = 0) {
+    return kesta_netns::GvcpClient(kesta_netns::ParseIp(EnvList("KESTA_CAMERA_IPS").at(i)),
+                                   kesta_netns::ParseIp(Env("KESTA_NETNS_HOST2_IP")),
+                                   Env("KESTA_NETNS_HOST2"));
+}
+inline kesta_netns::GvcpClient HostClient(std::size_t i = 0) {
+    return kesta_netns::GvcpClient(kesta_netns::ParseIp(EnvList("KESTA_CAMERA_IPS").at(i)),
+                                   kesta_netns::ParseIp(Env("KESTA_NETNS_HOST_IP")));
 }
 
 #ifdef KESTA_CTI_PATH
 /// A loaded producer with its System open and the interface that found the
-/// test bed's first camera; the camera and its stream 0 open on demand.
+/// test bed's cameras; a camera (the first, unless the test sets m_serial)
+/// and its stream 0 open on demand.
 /// TearDown closes all of it as a consumer does: a System left open is kept
 /// allocated by GCCloseLib for good.
 class CameraTest : public kesta::test::CtiTest {
@@ -180,15 +187,27 @@ protected:
             << Lib().TakeLastError().text;
     }
 
-    /// A camera register through the remote port, big-endian on the wire.
-    std::uint32_t CameraRegister(std::uint64_t address) {
-        PORT_HANDLE port = nullptr;
-        EXPECT_EQ(Lib().DevGetPort(m_device, &port), GC_ERR_SUCCESS);
+    /// A camera register through a remote port (m_device's by default),
+    /// big-endian on the wire.
+    std::uint32_t ReadCamera(std::uint64_t address, PORT_HANDLE port = nullptr) {
         unsigned char bytes[4] = {};
         std::size_t size = 4;
-        EXPECT_EQ(Lib().GCReadPort(port, address, bytes, &size), GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
-        return gevtest::be32(bytes);
+        EXPECT_EQ(Lib().GCReadPort(port ? port : Port(m_device), address, bytes, &size),
+                  GC_ERR_SUCCESS)
+            << std::hex << address << " " << Lib().TakeLastError().text;
+        return kesta_netns::Be32(bytes);
+    }
+    GC_ERROR WriteCamera(std::uint64_t address, std::uint32_t value, PORT_HANDLE port = nullptr) {
+        const unsigned char bytes[4] = {
+            static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
+            static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+        std::size_t size = 4;
+        return Lib().GCWritePort(port ? port : Port(m_device), address, bytes, &size);
+    }
+    PORT_HANDLE Port(DEV_HANDLE hDevice) {
+        PORT_HANDLE port = nullptr;
+        EXPECT_EQ(Lib().DevGetPort(hDevice, &port), GC_ERR_SUCCESS);
+        return port;
     }
 
     std::string m_serial;

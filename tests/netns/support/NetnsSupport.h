@@ -1,8 +1,8 @@
 #pragma once
-// Support for the control layer's network tests: the test bed from the
-// harness's environment, threads that work inside another namespace of the
-// test bed, a capture of GVCP datagrams as a namespace receives them, and a
-// scripted GVCP peer for answers that no camera would send.
+// Support for the network tests: the test bed from the harness's
+// environment, threads that work inside another namespace of the test bed, a
+// capture of UDP datagrams as a namespace receives them, and a scripted GVCP
+// peer for answers that no camera would send.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/if_ether.h>
@@ -50,6 +50,14 @@ inline std::vector<std::string> EnvList(const char* name) {
         items.push_back(item);
     }
     return items;
+}
+
+inline std::uint16_t Be16(const std::uint8_t* p) {
+    return static_cast<std::uint16_t>(p[0] << 8 | p[1]);
+}
+
+inline std::uint32_t Be32(const std::uint8_t* p) {
+    return static_cast<std::uint32_t>(Be16(p)) << 16 | Be16(p + 2);
 }
 
 /// Host order.
