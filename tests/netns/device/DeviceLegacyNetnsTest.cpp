@@ -12,6 +12,7 @@
 
 #include "CameraTestBed.h"
 #include "GenTL_KESTA.h"
+#include "HalApplication.h"
 #include "api/GenTLHandle.h"
 #include "hal/HALGev.h"
 #include "modules/DeviceGev.h"
@@ -38,29 +39,19 @@ protected:
             EnvList("KESTA_CAMERA_NETNS").at(GetParam()), 3956);
         ASSERT_TRUE(m_sniffer->Ok());
         const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(GetParam());
-        std::vector<std::string> ids;
-        ASSERT_EQ(m_hal.GetInterfaces(ids), GC_ERR_SUCCESS);
-        for (const std::string& id : ids) {
-            void* hAdapter = nullptr;
-            if (m_hal.OpenInterface(id, &hAdapter) != GC_ERR_SUCCESS) {
-                continue;
-            }
-            std::vector<GenTL::DiscoveredDevice> devices;
-            if (m_hal.GetDevices(hAdapter, devices, 500) == GC_ERR_SUCCESS && !devices.empty()) {
-                m_adapter = hAdapter;
-                break;
-            }
-            m_hal.CloseInterface(hAdapter);
-        }
-        ASSERT_NE(m_adapter, nullptr);
+        m_app.reset(new kesta_netns::HalApplication(
+            kesta_netns::ParseIp(kesta_device::Env("KESTA_NETNS_HOST_IP"))));
+        m_app->Discover(500);
         void* hDevice = nullptr;
-        ASSERT_EQ(m_hal.OpenDevice(m_adapter, serial, &hDevice), GC_ERR_SUCCESS);
+        // The module closes the device it is given.
+        GenTL::HALGev* hal = m_app->Hal();
+        ASSERT_EQ(hal->OpenDevice(m_app->Adapter(), serial, &hDevice), GC_ERR_SUCCESS);
         unsigned capabilities = 0;
-        ASSERT_EQ(m_hal.ReadReg(hDevice, 0x0934, capabilities), GC_ERR_SUCCESS);
+        ASSERT_EQ(hal->ReadReg(hDevice, 0x0934, capabilities), GC_ERR_SUCCESS);
         m_writeMem = (capabilities & 0x2) != 0;
-        m_device = std::make_unique<GenTL::DeviceGev>(&m_hal, serial, nullptr, hDevice);
+        m_device = std::make_unique<GenTL::DeviceGev>(hal, serial, nullptr, hDevice);
         // The streams want a parent; no handle of an interface exists here.
-        ASSERT_EQ(m_device->Open(DEVICE_ACCESS_CONTROL, &m_hal), GC_ERR_SUCCESS);
+        ASSERT_EQ(m_device->Open(DEVICE_ACCESS_CONTROL, hal), GC_ERR_SUCCESS);
         long legacy = 0;
         ASSERT_EQ(m_device->SetInfo(GenTL::DeviceGev::kInfoEndiannessMechanism, INFO_DATATYPE_INT64,
                                     &legacy, sizeof legacy),
@@ -74,9 +65,7 @@ protected:
             m_device->Close();
             m_device.reset();
         }
-        if (m_adapter != nullptr) {
-            m_hal.CloseInterface(m_adapter);
-        }
+        m_app.reset();
     }
     /// The commands the camera received since the last call.
     std::vector<Command> Received() {
@@ -93,8 +82,7 @@ protected:
         return out;
     }
 
-    GenTL::HALGev m_hal;
-    void* m_adapter = nullptr;
+    std::unique_ptr<kesta_netns::HalApplication> m_app;
     std::unique_ptr<GenTL::DeviceGev> m_device;
     GenTL::IBaseModule* m_port = nullptr;
     std::unique_ptr<kesta_netns::Sniffer> m_sniffer;
@@ -102,7 +90,7 @@ protected:
     bool m_writeMem = false;
 };
 
-TEST_P(Legacy, FourBytesAreOneRegisterInWireOrderOfABigEndianCamera) {
+TEST_P(Legacy, AccessesGoOutInTheWireOrderOfABigEndianCamera) {
     Received();
     unsigned char bytes[4] = {};
     unsigned long size = 4;
@@ -112,19 +100,17 @@ TEST_P(Legacy, FourBytesAreOneRegisterInWireOrderOfABigEndianCamera) {
     EXPECT_EQ(kesta_netns::Be32(bytes), 6u);
     const unsigned char width[4] = {0, 0, 0x01, 0x80}; // 384
     ASSERT_EQ(m_port->WritePort(kWidth, width, &size), GC_ERR_SUCCESS);
-    const std::vector<Command> commands = Received();
+    std::vector<Command> commands = Received();
     ASSERT_EQ(commands.size(), 2u);
     EXPECT_EQ(commands[0].code, kesta_device::kReadReg);
     EXPECT_EQ(commands[1].code, kesta_device::kWriteReg);
     EXPECT_EQ(commands[1].word, 384u);
-}
 
-TEST_P(Legacy, LongerAccessesTakeMemoryOrRegisterBlocks) {
-    Received();
+    // Longer accesses take memory, or register blocks without WRITEMEM.
     std::vector<char> data(1200);
-    unsigned long size = data.size();
+    size = data.size();
     ASSERT_EQ(m_port->ReadPort(0x00100000, data.data(), &size), GC_ERR_SUCCESS);
-    std::vector<Command> commands = Received();
+    commands = Received();
     ASSERT_EQ(commands.size(), 3u);
     for (const Command& c : commands) {
         EXPECT_EQ(c.code, kesta_device::kReadMem);

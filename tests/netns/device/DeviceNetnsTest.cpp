@@ -46,20 +46,7 @@ protected:
         return rc == GC_ERR_SUCCESS ? hDevice : nullptr;
     }
 
-    /// The texts of the calling thread's error stack, innermost first,
-    /// without their stamps ("<function>():<line>: <text>").
-    std::vector<std::string> Messages() {
-        std::vector<std::string> texts;
-        for (const auto& record : Lib().TakeLastError().Records()) {
-            const auto call = record.message.find("():");
-            const auto text =
-                call == std::string::npos ? call : record.message.find(": ", call + 3);
-            texts.push_back(text == std::string::npos ? record.message
-                                                      : record.message.substr(text + 2));
-        }
-        std::reverse(texts.begin(), texts.end());
-        return texts;
-    }
+    std::vector<std::string> Messages() { return kesta_device::ErrorTexts(Lib()); }
 
     template <typename T> T Info(DEV_HANDLE hDevice, DEVICE_INFO_CMD cmd) {
         INFO_DATATYPE type = 0;

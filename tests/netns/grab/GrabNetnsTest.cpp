@@ -225,13 +225,6 @@ protected:
         }
         return t;
     }
-    template <typename T> T StreamInfo(STREAM_INFO_CMD cmd) {
-        INFO_DATATYPE type = 0;
-        T value{};
-        size_t size = sizeof value;
-        EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
-        return value;
-    }
     template <typename T> T BufferInfo(BUFFER_HANDLE h, BUFFER_INFO_CMD cmd) {
         INFO_DATATYPE type = 0;
         T value{};
@@ -320,9 +313,9 @@ TEST_F(Grab, StarvedLoopsLoseTheStretchAndGoOn) {
         Requeue(first);
         Requeue(second);
         // Without resend, a block received into the dummy and copied into a
-        // buffer that came meanwhile stays with the engine.
-        const Tally t = Take(resend ? 4 : 2);
-        EXPECT_EQ(t.complete, resend ? 4 : 2);
+        // buffer that came meanwhile stays with the engine until a flush.
+        const Tally t = Take(resend ? 4 : 1);
+        EXPECT_EQ(t.complete, resend ? 4 : 1);
         EXPECT_GT(t.ids.front(), second.frameId + 5) << "blocks of the starved stretch are lost";
     }
 }

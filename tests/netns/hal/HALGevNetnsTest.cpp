@@ -12,7 +12,7 @@
 #include <set>
 
 #include "GenTL_KESTA.h"
-#include "NetnsSupport.h"
+#include "HalApplication.h"
 #include "api/Error.h"
 #include "hal/AdapterHandle.h"
 #include "hal/DeviceHandle.h"
@@ -46,67 +46,21 @@ protected:
         if (Env("KESTA_NETNS_HOST").empty()) {
             GTEST_SKIP() << "needs the namespaces of run-with-camera";
         }
-        m_hal.reset(new HALGev("/nonexistent/KestaGentl.cfg"));
-        m_adapter = OpenAdapterWithIp(ParseIp(Env("KESTA_NETNS_HOST_IP")));
+        m_app.reset(new HalApplication(ParseIp(Env("KESTA_NETNS_HOST_IP"))));
+        m_hal = m_app->Hal();
+        m_adapter = m_app->Adapter();
         ASSERT_NE(nullptr, m_adapter);
     }
-    void TearDown() override {
-        // Control goes back, so that later tests may take the same camera.
-        for (void* device : m_devices) {
-            m_hal->WriteReg(device, sk_addrCcp, 0);
-            m_hal->CloseDevice(device);
-        }
-        if (m_adapter != nullptr) {
-            m_hal->CloseInterface(m_adapter);
-        }
-    }
-
-    void* OpenAdapterWithIp(std::uint32_t ip, std::string* idOut = nullptr) {
-        std::vector<std::string> ids;
-        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetInterfaces(ids));
-        for (const std::string& id : ids) {
-            void* adapter = nullptr;
-            if (m_hal->OpenInterface(id, &adapter) != GC_ERR_SUCCESS) {
-                continue;
-            }
-            long own = 0;
-            m_hal->GetIPAddress(adapter, own);
-            if (static_cast<std::uint32_t>(own) == ip) {
-                if (idOut != nullptr) {
-                    *idOut = id;
-                }
-                return adapter;
-            }
-            m_hal->CloseInterface(adapter);
-        }
-        return nullptr;
-    }
-
-    std::vector<DiscoveredDevice> Discover(void* adapter = nullptr) {
-        std::vector<DiscoveredDevice> devices;
-        EXPECT_EQ(GC_ERR_SUCCESS,
-                  m_hal->GetDevices(adapter ? adapter : m_adapter, devices, kDiscoveryMs));
-        return devices;
-    }
-
-    /// Opens a discovered camera and takes control of it.
+    std::vector<DiscoveredDevice> Discover() { return m_app->Discover(kDiscoveryMs); }
     void* OpenCamera(const std::string& serial, bool control = true) {
-        void* device = nullptr;
-        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->OpenDevice(m_adapter, serial, &device));
-        if (device == nullptr) {
-            return nullptr;
-        }
-        m_devices.push_back(device);
-        m_hal->SetConnected(device, true);
-        if (control) {
-            EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, sk_addrCcp, 2));
-        }
+        void* device = m_app->OpenCamera(serial, control);
+        EXPECT_NE(nullptr, device) << serial;
         return device;
     }
 
-    std::unique_ptr<HALGev> m_hal;
+    std::unique_ptr<HalApplication> m_app;
+    HALGev* m_hal = nullptr;
     void* m_adapter = nullptr;
-    std::vector<void*> m_devices;
 };
 
 // --- Several cameras ---------------------------------------------------------------
@@ -313,6 +267,7 @@ TEST_F(Cameras, TwoAddressesOnOneAdapterAreTwoAdapters) {
     ASSERT_EQ(GC_ERR_SUCCESS, m_hal->GetInterfaces(ids));
     std::string first;
     m_hal->GetInterfaceId(m_adapter, first);
+    EXPECT_EQ(m_app->AdapterId(), first);
     const std::string base = first.substr(0, 12);
     std::vector<std::string> ours;
     for (const std::string& id : ids) {
@@ -323,15 +278,11 @@ TEST_F(Cameras, TwoAddressesOnOneAdapterAreTwoAdapters) {
     EXPECT_EQ((std::vector<std::string>{base, base + ":1", base + ":2"}), ours);
 
     // The second address discovers the same cameras on its own socket.
-    std::string secondId;
-    void* second = OpenAdapterWithIp(ParseIp("192.168.213.3"), &secondId);
-    ASSERT_NE(nullptr, second);
-    EXPECT_EQ(base + ":1", secondId);
-    std::vector<DiscoveredDevice> devices;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevices(second, devices, kDiscoveryMs));
-    EXPECT_GE(devices.size(), EnvList("KESTA_CAMERA_SERIALS").size())
-        << (devices.empty() ? std::string("none") : std::get<0>(devices[0]));
-    m_hal->CloseInterface(second);
+    {
+        HalApplication second(ParseIp("192.168.213.3"));
+        EXPECT_EQ(base + ":1", second.AdapterId());
+        EXPECT_GE(second.Discover(kDiscoveryMs).size(), EnvList("KESTA_CAMERA_SERIALS").size());
+    }
     std::system(("ip addr del 192.168.213.3/24 dev " + link).c_str());
     std::system(("ip addr del 192.168.213.4/24 dev " + link).c_str());
 }

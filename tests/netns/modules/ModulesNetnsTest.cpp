@@ -143,15 +143,7 @@ protected:
         return ids;
     }
 
-    /// The texts of the calling thread's error stack, innermost first.
-    std::vector<std::string> Messages() {
-        std::vector<std::string> texts;
-        for (const auto& record : Lib().TakeLastError().Records()) {
-            texts.push_back(record.message.substr(record.message.find(": ") + 2));
-        }
-        std::reverse(texts.begin(), texts.end());
-        return texts;
-    }
+    std::vector<std::string> Messages() { return kesta_device::ErrorTexts(Lib()); }
 
     std::string m_ifaceId;
 };

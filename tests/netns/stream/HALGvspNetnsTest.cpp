@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "GenTL_KESTA.h"
-#include "NetnsSupport.h"
+#include "HalApplication.h"
 #include "api/Error.h"
 #include "hal/HALGev.h"
 #include "hal/SocketHelper.h"
@@ -28,74 +28,33 @@ namespace {
 
 using namespace kesta_netns;
 
-constexpr unsigned sk_addrCcp = 0x0A00;
-constexpr unsigned kCcpControl = 2;
 constexpr long kDiscoveryMs = 300;
 constexpr std::uint32_t kGroup = 0xEF0A0A0A; // 239.10.10.10
 
-/// One application on one host namespace: a HALGev, the adapter with the
-/// given address, camera `camera` of the test bed opened (with control or
-/// without), and a GVSP layer. Everything is made on the calling thread, whose namespace
-/// the sockets belong to.
-class Application {
+/// One application on one host namespace: camera `camera` of the test bed
+/// opened (with control or without) and a GVSP layer.
+class Application : public HalApplication {
 public:
-    Application(std::uint32_t adapterIp, bool control, std::size_t camera) {
-        m_hal.reset(new HALGev("/nonexistent/KestaGentl.cfg"));
-        std::vector<std::string> ids;
-        m_hal->GetInterfaces(ids);
-        for (const std::string& id : ids) {
-            void* adapter = nullptr;
-            if (m_hal->OpenInterface(id, &adapter) != GC_ERR_SUCCESS) {
-                continue;
-            }
-            long own = 0;
-            m_hal->GetIPAddress(adapter, own);
-            if (static_cast<std::uint32_t>(own) == adapterIp) {
-                m_adapter = adapter;
-                break;
-            }
-            m_hal->CloseInterface(adapter);
-        }
-        if (m_adapter == nullptr) {
-            return;
-        }
-        std::vector<DiscoveredDevice> devices;
-        m_hal->GetDevices(m_adapter, devices, kDiscoveryMs);
+    Application(std::uint32_t adapterIp, bool control, std::size_t camera)
+        : HalApplication(adapterIp) {
         const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
-        if (serials.size() <= camera ||
-            m_hal->OpenDevice(m_adapter, serials[camera], &m_device) != GC_ERR_SUCCESS) {
-            m_device = nullptr;
-            return;
-        }
-        m_hal->SetConnected(m_device, true);
-        if (control && m_hal->WriteReg(m_device, sk_addrCcp, kCcpControl) != GC_ERR_SUCCESS) {
-            m_hal->CloseDevice(m_device);
-            m_device = nullptr;
-        }
-    }
-    ~Application() {
-        if (m_device != nullptr) {
-            gvsp.reset();
-            m_hal->WriteReg(m_device, sk_addrCcp, 0); // refused without control
-            m_hal->CloseDevice(m_device);
-        }
-        if (m_adapter != nullptr) {
-            m_hal->CloseInterface(m_adapter);
+        if (Adapter() != nullptr && serials.size() > camera) {
+            Discover(kDiscoveryMs);
+            m_device = OpenCamera(serials[camera], control);
         }
     }
 
     bool Ok() const { return m_device != nullptr; }
-    HALGev* Hal() { return m_hal.get(); }
     void* Device() { return m_device; }
 
     unsigned Reg(unsigned address) {
         unsigned value = 0xDEADBEEF;
-        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, address, value)) << address;
+        EXPECT_EQ(GC_ERR_SUCCESS, Hal()->ReadReg(m_device, address, value)) << address;
         return value;
     }
-    int Start(StreamStartParams& params) { return gvsp->Start(m_hal.get(), m_device, params); }
+    int Start(StreamStartParams& params) { return gvsp->Start(Hal(), m_device, params); }
     int Stop(const StreamStartParams& params) {
-        return gvsp->Stop(m_hal.get(), m_device, params.packetSize, params.accessMode);
+        return gvsp->Stop(Hal(), m_device, params.packetSize, params.accessMode);
     }
     /// The stream socket's bound port, host order.
     std::uint16_t StreamPort() const {
@@ -106,8 +65,6 @@ public:
     std::unique_ptr<HALGvspUDP> gvsp{new HALGvspUDP()};
 
 private:
-    std::unique_ptr<HALGev> m_hal;
-    void* m_adapter = nullptr;
     void* m_device = nullptr;
 };
 

@@ -119,6 +119,20 @@ inline kesta_netns::GvcpClient HostClient(std::size_t i = 0) {
 }
 
 #ifdef KESTA_CTI_PATH
+/// The texts of the calling thread's error stack, innermost first, without
+/// their stamps ("<function>():<line>: <text>").
+inline std::vector<std::string> ErrorTexts(kesta::test::CtiLibrary& lib) {
+    std::vector<std::string> texts;
+    for (const auto& record : lib.TakeLastError().Records()) {
+        const auto call = record.message.find("():");
+        const auto text = call == std::string::npos ? call : record.message.find(": ", call + 3);
+        texts.push_back(text == std::string::npos ? record.message
+                                                  : record.message.substr(text + 2));
+    }
+    std::reverse(texts.begin(), texts.end());
+    return texts;
+}
+
 /// A loaded producer with its System open and the interface that found the
 /// test bed's cameras; a camera (the first, unless the test sets m_serial)
 /// and its stream 0 open on demand.
@@ -203,6 +217,13 @@ protected:
             static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
         std::size_t size = 4;
         return Lib().GCWritePort(port ? port : Port(m_device), address, bytes, &size);
+    }
+    template <typename T> T StreamInfo(STREAM_INFO_CMD cmd) {
+        INFO_DATATYPE type = 0;
+        T value{};
+        std::size_t size = sizeof value;
+        EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
+        return value;
     }
     PORT_HANDLE Port(DEV_HANDLE hDevice) {
         PORT_HANDLE port = nullptr;

@@ -5,8 +5,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <thread>
-
 #include "NetnsSupport.h"
 
 namespace kesta_netns {
@@ -30,21 +28,11 @@ GvcpClient::GvcpClient(std::uint32_t cameraIp, std::uint32_t bindIp, const std::
         address.sin_addr.s_addr = htonl(bindIp);
         if (fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
             ::close(fd);
-            return;
+            return -1;
         }
-        m_fd = fd;
+        return fd;
     };
-    // A socket belongs to the namespace it was made in: a short-lived thread
-    // enters the other namespace and makes it there.
-    if (netns.empty()) {
-        make();
-    } else {
-        std::thread([&] {
-            if (EnterNamespace(netns)) {
-                make();
-            }
-        }).join();
-    }
+    m_fd = netns.empty() ? make() : SocketIn(netns, make);
 }
 
 GvcpClient::~GvcpClient() {
@@ -71,20 +59,15 @@ bool GvcpClient::Transact(std::uint16_t command, const std::vector<std::uint8_t>
     camera.sin_port = htons(3956);
     ::sendto(m_fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&camera),
              sizeof camera);
-    int timeoutMs = 500;
     std::uint8_t ack[1500];
     for (;;) {
         pollfd wait{m_fd, POLLIN, 0};
-        if (::poll(&wait, 1, timeoutMs) <= 0) {
+        if (::poll(&wait, 1, 500) <= 0) {
             return false;
         }
         const ssize_t n = ::recv(m_fd, ack, sizeof ack, 0);
         if (n < 8 || Be16(ack + 6) != m_id) {
             continue; // a late ack of an earlier command
-        }
-        if (Be16(ack + 2) == 0x0089 && n >= 12) {
-            timeoutMs = Be16(ack + 10); // pending: wait as long as it says
-            continue;
         }
         status = Be16(ack);
         data.assign(ack + 8, ack + n);

@@ -24,7 +24,7 @@ public:
     std::uint16_t Release() { return WriteReg(0x0A00, 0); }
 
 private:
-    /// One command and its ack, past pending acks; false when none came.
+    /// One command and its ack; false when none came.
     bool Transact(std::uint16_t command, const std::vector<std::uint8_t>& payload,
                   std::uint16_t& status, std::vector<std::uint8_t>& data);
 
