@@ -92,16 +92,7 @@ protected:
             WriteCamera(kAcquisitionStop, 1);
             WriteCamera(kVariableSize, 0);
         }
-        if (m_started) {
-            Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT);
-        }
-        if (m_stream != nullptr) {
-            Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD);
-            for (BUFFER_HANDLE h : m_buffers) {
-                Lib().DSRevokeBuffer(m_stream, h, nullptr, nullptr);
-            }
-        }
-        CameraTest::TearDown();
+        CameraTest::TearDown(); // stops the stream and closes it with its buffers
     }
 
     /// Opens m_serial and its stream 0. With control it sets the image;
@@ -152,7 +143,6 @@ protected:
     void Start(int flags = ACQ_START_FLAGS_DEFAULT) {
         ASSERT_EQ(Lib().DSStartAcquisition(m_stream, flags, GENTL_INFINITE), GC_ERR_SUCCESS)
             << Lib().TakeLastError().text;
-        m_started = true;
         if (m_control) {
             SetCamera(kAcquisitionStart, 1);
         }
@@ -169,7 +159,6 @@ protected:
         SetCamera(kAcquisitionStop, 1);
         ASSERT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS)
             << Lib().TakeLastError().text;
-        m_started = false;
         ASSERT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_TO_INPUT), GC_ERR_SUCCESS);
     }
     /// Waits for the next buffer; false on time-out.
@@ -240,7 +229,6 @@ protected:
     uint32_t m_width = 0;
     uint32_t m_height = 0;
     bool m_control = true;
-    bool m_started = false;
 };
 
 // --- a clean link ----------------------------------------------------------
@@ -264,13 +252,11 @@ TEST_F(Grab, StopWhilePacketsArrive) {
     for (int round = 0; round < 6; ++round) {
         std::this_thread::sleep_for(std::chrono::milliseconds(15 + 7 * round));
         ASSERT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
-        m_started = false;
         ASSERT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_TO_INPUT), GC_ERR_SUCCESS);
         EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_QUEUED), m_buffers.size());
         UseResend(round % 2 == 1);
         ASSERT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
                   GC_ERR_SUCCESS);
-        m_started = true;
     }
     EXPECT_EQ(Take(3).complete, 3);
 }
@@ -284,7 +270,6 @@ TEST_F(Grab, CloseTheDeviceWhileGrabbing) {
     // it frees what was left of it.
     EXPECT_EQ(Lib().DSClose(m_stream), GC_ERR_INVALID_HANDLE);
     m_stream = nullptr;
-    m_started = false;
     m_buffers.clear();
 }
 
