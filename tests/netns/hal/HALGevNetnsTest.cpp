@@ -13,7 +13,6 @@
 
 #include "GenTL_KESTA.h"
 #include "HalApplication.h"
-#include "api/Error.h"
 #include "hal/AdapterHandle.h"
 #include "hal/DeviceHandle.h"
 #include "hal/GvcpWire.h"
@@ -416,13 +415,9 @@ TEST_F(ScriptedAnswers, ForceIpJudgesTheAck) {
         return {pending, wrong};
     });
     ASSERT_TRUE(peer.Ok());
+    // The pending ack is waited past; an ack that carries a refusal is invalid.
     EXPECT_EQ(GC_ERR_INVALID_VALUE, m_hal->ForceIP(m_adapter, 0x0200, 1, ParseIp("192.168.213.9"),
                                                    ParseIp("255.255.255.0"), 0));
-    Error e;
-    ErrorCache::GetErrorCache()->Peak(e);
-    EXPECT_NE(std::string::npos,
-              e.Message().find("GenTL::HALGev::ForceIp Ack is invalid: -1019 : , ACK = 5, status = "
-                               "32774, ack_id = "));
 }
 
 } // namespace

@@ -3,18 +3,8 @@
 // beside simulated cameras. Every test opens the System, which lists the
 // adapters and discovers by broadcast: each first makes sure that it runs
 // in the host namespace of run-with-camera, whose only link is the test bed.
-#include <arpa/inet.h>
-#include <ifaddrs.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <sstream>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -40,19 +30,11 @@ using kesta_device::NotInTestBed;
 
 /// The library's id of the test bed's link: its MAC in lower-case hex.
 std::string TestBedInterfaceId() {
-    ifreq request{};
-    std::strncpy(request.ifr_name, Env("KESTA_NETNS_HOST_IF").c_str(), IFNAMSIZ - 1);
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    const int rc = ioctl(fd, SIOCGIFHWADDR, &request);
-    close(fd);
-    if (rc != 0) {
-        return "";
-    }
-    char id[13] = {};
-    const auto* mac = reinterpret_cast<const unsigned char*>(request.ifr_hwaddr.sa_data);
-    std::snprintf(id, sizeof(id), "%02x%02x%02x%02x%02x%02x", mac[0], mac[1], mac[2], mac[3],
-                  mac[4], mac[5]);
-    return id;
+    std::ifstream in("/sys/class/net/" + Env("KESTA_NETNS_HOST_IF") + "/address");
+    std::string mac;
+    std::getline(in, mac);
+    mac.erase(std::remove(mac.begin(), mac.end(), ':'), mac.end());
+    return mac;
 }
 
 long HostOrderIp(const std::string& text) {

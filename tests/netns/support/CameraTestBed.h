@@ -7,9 +7,9 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -26,17 +26,13 @@ namespace kesta_device {
 using kesta_netns::Env;
 using kesta_netns::EnvList;
 
-inline std::string CurrentNetns() {
-    std::string name;
-    if (FILE* p = popen("ip netns identify 2>/dev/null", "r")) {
-        char line[256] = {};
-        if (fgets(line, sizeof(line), p) != nullptr) {
-            name = line;
-        }
-        pclose(p);
-    }
-    name.erase(std::remove(name.begin(), name.end(), '\n'), name.end());
-    return name;
+/// Whether the calling thread is in the namespace `name`.
+inline bool InNamespace(const std::string& name) {
+    struct stat own {};
+    struct stat named {};
+    return ::stat("/proc/thread-self/ns/net", &own) == 0 &&
+           ::stat(("/var/run/netns/" + name).c_str(), &named) == 0 && own.st_dev == named.st_dev &&
+           own.st_ino == named.st_ino;
 }
 
 /// Why this process must not open the System here; empty inside the
@@ -47,7 +43,7 @@ inline std::string NotInTestBed() {
     if (host.empty()) {
         return "needs the namespaces of run-with-camera";
     }
-    if (CurrentNetns() != host) {
+    if (!InNamespace(host)) {
         return "not inside the namespace " + host;
     }
     ifaddrs* list = nullptr;

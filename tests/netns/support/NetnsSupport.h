@@ -30,8 +30,6 @@
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 namespace kesta_netns {
 
 using Bytes = std::vector<std::uint8_t>;
