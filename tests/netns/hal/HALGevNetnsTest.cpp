@@ -1,6 +1,6 @@
 // The control layer against simulated cameras and scripted peers, inside the
 // network namespaces of tests/netns/run-with-camera. The cameras of the test
-// bed differ (see CMakeLists.txt): 0 to 2 are plain, 3 delays its acks, 4
+// bed differ (see ../CMakeLists.txt): 0 to 2 are plain, 3 delays its acks, 4
 // sends every second ack with a wrong id, 5 every second with a refusal.
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 // over real links, extended ids, and multicast with a controlling and a
 // listening application at once. Camera 1 of the test bed keeps a long
 // heartbeat, so that the waits for packets keep control; camera 6 has no
-// source port register and no extended ids (see ../hal/CMakeLists.txt).
+// source port register and no extended ids (see ../CMakeLists.txt).
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
