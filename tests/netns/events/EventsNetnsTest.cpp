@@ -28,10 +28,6 @@ constexpr std::uint16_t kCameraEventId = 0x9001;
 
 class Events : public kesta_device::CameraTest {
 protected:
-    void SetUp() override {
-        CameraTest::SetUp();
-        m_bed = gevtest::TestBed::fromEnvironment();
-    }
     void Register() {
         ASSERT_EQ(Lib().IFOpenDevice(m_iface, m_serial.c_str(), DEVICE_ACCESS_CONTROL, &m_device),
                   GC_ERR_SUCCESS);
@@ -39,13 +35,8 @@ protected:
             << Lib().TakeLastError().text;
     }
     /// A camera register through the remote port; EventFire N sends N events.
-    void WriteCamera(std::uint32_t address, std::uint32_t value) {
-        PORT_HANDLE port = nullptr;
-        ASSERT_EQ(Lib().DevGetPort(m_device, &port), GC_ERR_SUCCESS);
-        Bytes bytes(4);
-        gevtest::putBe32(bytes, 0, value);
-        size_t size = 4;
-        ASSERT_EQ(Lib().GCWritePort(port, address, bytes.data(), &size), GC_ERR_SUCCESS);
+    void SetCamera(std::uint32_t address, std::uint32_t value) {
+        ASSERT_EQ(WriteCamera(address, value), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
     }
     /// The next event packet, or empty with rc set.
     Bytes Next(GC_ERROR& rc, std::uint64_t timeoutMs = 3000) {
@@ -77,10 +68,7 @@ protected:
     }
     /// The camera's register as another application on the host reads it.
     std::uint32_t SeenByCamera(std::uint32_t address) {
-        std::uint32_t value = 0xFFFFFFFF;
-        EXPECT_EQ(gevtest::GvcpClient(m_bed.cameraIps.at(0), m_bed.hostIp).readReg(address, value),
-                  0);
-        return value;
+        return kesta_device::HostClient().Reg(address);
     }
     /// A consumer thread waiting without limit; its result lands in waited.
     std::thread Consumer(std::atomic<GC_ERROR>& waited) {
@@ -91,18 +79,18 @@ protected:
         });
     }
 
-    gevtest::TestBed m_bed;
+    const std::uint32_t m_hostIp = kesta_netns::ParseIp(kesta_device::Env("KESTA_NETNS_HOST_IP"));
     EVENT_HANDLE m_event = nullptr;
 };
 
 TEST_F(Events, ABurstLargerThanTheQueueArrivesByteForByteAndInOrder) {
     Register();
     kesta_netns::Sniffer capture(kesta_device::Env("KESTA_NETNS_HOST"),
-                                 static_cast<std::uint16_t>(CameraRegister(kMcp)));
+                                 static_cast<std::uint16_t>(ReadCamera(kMcp)));
     ASSERT_TRUE(capture.Ok());
-    WriteCamera(kEventDataSize, 40);
+    SetCamera(kEventDataSize, 40);
     constexpr std::size_t kBurst = 100;
-    WriteCamera(kEventFire, kBurst);
+    SetCamera(kEventFire, kBurst);
     // The producer holds part of the burst, the socket the rest.
     const std::uint64_t queued = SettledQueue();
     EXPECT_GT(queued, 0u);
@@ -116,7 +104,7 @@ TEST_F(Events, ABurstLargerThanTheQueueArrivesByteForByteAndInOrder) {
         const Bytes packet = Next(rc);
         ASSERT_EQ(rc, GC_ERR_SUCCESS) << i << Lib().TakeLastError().text;
         ASSERT_EQ(packet, sent[i].payload) << "event " << i;
-        commands.push_back(gevtest::be16(&packet[2]));
+        commands.push_back(kesta_netns::Be16(&packet[2]));
     }
     // EVENT_CMD, and EVENTDATA_CMD with its 40 bytes.
     EXPECT_EQ(std::count(commands.begin(), commands.end(), 0x00C2), 50);
@@ -130,7 +118,7 @@ TEST_F(Events, FlushKillAndTimeOut) {
     GC_ERROR rc = GC_ERR_SUCCESS;
     Next(rc, 100);
     EXPECT_EQ(rc, GC_ERR_TIMEOUT);
-    WriteCamera(kEventFire, 3);
+    SetCamera(kEventFire, 3);
     ASSERT_EQ(SettledQueue(), 3u);
     EXPECT_EQ(Info(EVENT_NUM_FIRED), 0u); // fired counts deliveries
     EXPECT_EQ(Lib().EventFlush(m_event), GC_ERR_SUCCESS);
@@ -152,20 +140,20 @@ TEST_F(Events, FlushKillAndTimeOut) {
 
 TEST_F(Events, OnlyTheCamerasEventPacketsAreDelivered) {
     Register();
-    const auto mcp = static_cast<std::uint16_t>(CameraRegister(kMcp));
-    gevtest::Socket fromCamera(m_bed.cameraIps.at(0), 0, EnvList("KESTA_CAMERA_NETNS").at(0));
-    gevtest::Socket fromElsewhere(m_bed.hostIp);
+    const auto mcp = static_cast<std::uint16_t>(ReadCamera(kMcp));
+    const kesta_netns::UdpSocket fromCamera(kesta_netns::ParseIp(EnvList("KESTA_CAMERA_IPS").at(0)),
+                                            EnvList("KESTA_CAMERA_NETNS").at(0));
+    const kesta_netns::UdpSocket fromElsewhere(m_hostIp);
     const auto event = [](std::uint16_t command, std::size_t size) {
         Bytes d(size, 0);
-        d[0] = 0x42;
-        gevtest::putBe16(d, 2, command);
-        gevtest::putBe16(d, 4, static_cast<std::uint16_t>(size - 8));
-        gevtest::putBe16(d, 10, 0x0BAD); // event id
+        kesta_netns::PutBe32(d, 0, 0x42000000u | command);
+        kesta_netns::PutBe32(d, 4, static_cast<std::uint32_t>(size - 8) << 16);
+        kesta_netns::PutBe32(d, 8, 0x0BAD); // event id
         return d;
     };
     const struct {
         const char* what;
-        gevtest::Socket& from;
+        const kesta_netns::UdpSocket& from;
         Bytes datagram;
     } rows[] = {
         {"another command", fromCamera, event(0x00C1, 24)},
@@ -174,12 +162,12 @@ TEST_F(Events, OnlyTheCamerasEventPacketsAreDelivered) {
         {"an event from another address", fromElsewhere, event(0x00C0, 24)},
     };
     for (const auto& row : rows) {
-        ASSERT_TRUE(row.from.send(m_bed.hostIp, mcp, row.datagram)) << row.what;
-        WriteCamera(kEventFire, 1); // behind the stray datagram on the link
+        ASSERT_TRUE(row.from.Send(m_hostIp, mcp, row.datagram)) << row.what;
+        SetCamera(kEventFire, 1); // behind the stray datagram on the link
         GC_ERROR rc = GC_ERR_ERROR;
         const Bytes packet = Next(rc);
         ASSERT_GE(packet.size(), 12u) << row.what << Lib().TakeLastError().text;
-        EXPECT_EQ(gevtest::be16(&packet[10]), kCameraEventId) << row.what;
+        EXPECT_EQ(kesta_netns::Be16(&packet[10]), kCameraEventId) << row.what;
         Next(rc, 200);
         EXPECT_EQ(rc, GC_ERR_TIMEOUT) << row.what;
     }
@@ -190,17 +178,17 @@ TEST_F(Events, TheCameraSeesWhereToSendAndAStopBeforeTheRelease) {
     const std::string cameraNetns = EnvList("KESTA_CAMERA_NETNS").at(0);
     kesta_netns::Sniffer gvcp(cameraNetns, 3956);
     Register();
-    kesta_netns::Sniffer firewall(cameraNetns, static_cast<std::uint16_t>(CameraRegister(kMcsp)));
+    kesta_netns::Sniffer firewall(cameraNetns, static_cast<std::uint16_t>(ReadCamera(kMcsp)));
     ASSERT_TRUE(gvcp.Ok() && firewall.Ok());
     // Opened after the registration: the firewall datagram went before it.
     ASSERT_EQ(Lib().GCUnregisterEvent(m_device, EVENT_REMOTE_DEVICE), GC_ERR_SUCCESS);
     EXPECT_EQ(SeenByCamera(kMcp), 0u);
     ASSERT_EQ(Lib().GCRegisterEvent(m_device, EVENT_REMOTE_DEVICE, &m_event), GC_ERR_SUCCESS);
     const std::uint32_t port = SeenByCamera(kMcp);
-    EXPECT_EQ(SeenByCamera(kMcda), m_bed.hostIp);
+    EXPECT_EQ(SeenByCamera(kMcda), m_hostIp);
     const auto opened = firewall.WaitFor(1, 1000);
     ASSERT_EQ(opened.size(), 1u);
-    EXPECT_EQ(opened[0].sourceIp, m_bed.hostIp);
+    EXPECT_EQ(opened[0].sourceIp, m_hostIp);
     EXPECT_EQ(opened[0].sourcePort, port);
     EXPECT_EQ(opened[0].payload, Bytes(4, 0));
 
@@ -225,8 +213,8 @@ TEST_F(Events, TheCameraSeesWhereToSendAndAStopBeforeTheRelease) {
     // Claim; first registration and its end; second one; close; release.
     // clang-format off
     const std::vector<Write> expected = {
-        {kCcp, 0}, {kMcda, m_bed.hostIp}, {kMcp, writes[2].second}, {kMcp, 0},
-        {kMcda, m_bed.hostIp}, {kMcp, port}, {kMcp, 0}, {kCcp, 0}};
+        {kCcp, 0}, {kMcda, m_hostIp}, {kMcp, writes[2].second}, {kMcp, 0},
+        {kMcda, m_hostIp}, {kMcp, port}, {kMcp, 0}, {kCcp, 0}};
     // clang-format on
     EXPECT_EQ(writes, expected);
 

@@ -1,11 +1,18 @@
-// The interface's and the device's GenApi views through the exported
-// functions of the loaded producer, beside simulated cameras: the XML of
-// each port, the registers against the info commands, the device selector
-// over several cameras, ForceIP and a unicast action command through the
-// registers, and the refusals of the register spaces.
+// The modules' GenApi views through the exported functions of the loaded
+// producer, as a consumer's GenApi engine uses them, beside simulated
+// cameras: each port's XML found through its URL, the registers against the
+// info commands, the system's interface selector and the interface's device
+// selector, the settings that the grab loops take and the frame generator of
+// the stream, the refusals of the four spaces, and ForceIP and action
+// commands through the registers as the cameras saw them. Register widths
+// and the tables against the XML are the unit tests' part (tests/registers).
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -15,9 +22,10 @@
 
 namespace {
 
-using kesta_device::ReadNumber;
+using kesta_device::EnvList;
 using kesta_device::ReadText;
-using kesta_device::WriteNumber;
+using kesta_netns::Env;
+using kesta_netns::ParseIp;
 
 constexpr uint64_t kXml = 0xF0F00000;
 // Interface space.
@@ -34,114 +42,152 @@ constexpr uint64_t kActionFire = 0x4000;
 constexpr uint64_t kActionDeviceKey = 0x4200;
 constexpr uint64_t kActionGroupKey = 0x4300;
 constexpr uint64_t kActionGroupMask = 0x4400;
-// The simulated camera's action registers and its count of accepted ones.
-constexpr uint64_t kCameraActionDeviceKey = 0x090C;
-constexpr uint64_t kCameraActionGroupKey = 0x9800;
-constexpr uint64_t kCameraActionGroupMask = 0x9804;
-constexpr uint64_t kCameraActionCount = 0x10030;
+// Stream space.
+constexpr uint64_t kMode = 0x0400;
+constexpr uint64_t kIsGrabbing = 0x1200;
+constexpr uint64_t kMulticast = 0x2400;
+constexpr uint64_t kAccumTime = 0x2502;
+constexpr uint64_t kFps = 0x2503;
+constexpr uint64_t kPreset = 0x2510;
+// The simulated camera's action keys, its count of the actions it acted on,
+// and its record of the last one it received (times: high word first).
+constexpr uint32_t kCameraDeviceKey = 0x090C;
+constexpr uint32_t kCameraGroupKey = 0x9800;
+constexpr uint32_t kCameraGroupMask = 0x9804;
+constexpr uint32_t kCameraActionCount = 0x10030;
+constexpr uint32_t kCameraRecord[] = {0x10100, 0x10030, 0x10104, 0x10108, 0x1010C,
+                                      0x10110, 0x10114, 0x10118, 0x10124};
 
-/// The camera opened on demand; the process works in a directory of the
-/// test's own.
+/// The four ports on demand, and the system's XML; the process works in a
+/// directory of the test's own (the library writes persist.json there).
 class ModuleRegisters : public kesta_device::CameraTest {
 protected:
-    void OpenDevice() {
-        ASSERT_EQ(Lib().IFOpenDevice(m_iface, m_serial.c_str(), DEVICE_ACCESS_CONTROL, &m_device),
-                  GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
+    void SetUp() override {
+        CameraTest::SetUp();
+        if (!IsSkipped() && !HasFatalFailure()) {
+            ASSERT_NO_FATAL_FAILURE(m_systemXml.Load(Lib(), m_system));
+        }
     }
-    /// A camera register through the remote port, big-endian on the wire.
-    void WriteCamera(uint64_t address, uint32_t value) {
-        PORT_HANDLE port = nullptr;
-        ASSERT_EQ(Lib().DevGetPort(m_device, &port), GC_ERR_SUCCESS);
-        const unsigned char bytes[4] = {
-            static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
-            static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
-        size_t size = sizeof bytes;
-        ASSERT_EQ(Lib().GCWritePort(port, address, bytes, &size), GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
+    uint64_t Read(void* port, uint64_t address) {
+        return kesta_device::ReadNumber(Lib(), port, address);
     }
-    uint64_t Read(void* port, uint64_t address) { return ReadNumber(Lib(), port, address); }
     GC_ERROR Write(void* port, uint64_t address, uint64_t value) {
-        return WriteNumber(Lib(), port, address, value);
+        return kesta_device::WriteNumber(Lib(), port, address, value);
     }
-
-    kesta_device::TemporaryWorkingDirectory m_dir;
-};
-
-TEST_F(ModuleRegisters, EachPortServesItsXmlWhole) {
-    ASSERT_NO_FATAL_FAILURE(OpenDevice());
-    const struct {
-        void* port;
-        const char* file;
-    } modules[] = {
-        {m_iface, "SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml"},
-        {m_device, "SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml"},
-    };
-    for (const auto& m : modules) {
-        SCOPED_TRACE(m.file);
-        kesta_device::PortXml xml;
-        ASSERT_NO_FATAL_FAILURE(kesta_device::LoadPortXml(Lib(), m.port, xml));
-        EXPECT_EQ(xml.fileName, m.file);
-        const std::string end = "</RegisterDescription>\n";
-        EXPECT_EQ(std::string(xml.bytes.end() - end.size(), xml.bytes.end()), end);
-        EXPECT_EQ(xml.root.child("Port").attribute("Name").as_string(),
-                  kesta_device::PortName(Lib(), m.port));
-        // Any larger size gets the same whole file.
-        std::vector<char> more(xml.bytes.size() + 64, '\x55');
-        size_t size = more.size();
-        ASSERT_EQ(Lib().GCReadPort(m.port, kXml, more.data(), &size), GC_ERR_SUCCESS);
-        EXPECT_TRUE(std::equal(xml.bytes.begin(), xml.bytes.end(), more.begin()));
-    }
-}
-
-/// Expects the register at address to give the bytes that an info command
-/// gave, in the same order: a string in 512 bytes, a number zero-extended
-/// to the register's 8.
-void ExpectRegisterIsInfo(kesta::test::CtiLibrary& lib, void* port, uint64_t address,
-                          INFO_DATATYPE type, std::vector<unsigned char> info) {
-    info.resize(type == INFO_DATATYPE_STRING ? 512 : 8);
-    std::vector<unsigned char> reg(info.size(), 0xAA);
-    size_t size = reg.size();
-    ASSERT_EQ(lib.GCReadPort(port, address, reg.data(), &size), GC_ERR_SUCCESS)
-        << std::hex << address << " " << lib.TakeLastError().text;
-    EXPECT_EQ(reg, info) << "0x" << std::hex << address;
-}
-
-TEST_F(ModuleRegisters, RegistersAnswerAsTheInfoCommands) {
-    ASSERT_NO_FATAL_FAILURE(OpenDevice());
-    const struct {
-        bool iface;
-        uint64_t address;
-        int cmd;
-    } rows[] = {
-        {true, 0x0100, INTERFACE_INFO_ID},
-        {true, 0x0200, INTERFACE_INFO_DISPLAYNAME},
-        {true, 0x0600, INTERFACE_INFO_GEV_MAC_ADDRESS},
-        {true, 0x0800, INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS},
-        {true, 0x0900, INTERFACE_INFO_GEV_SUBNET_MASK},
-        {false, 0x0100, DEVICE_INFO_ID},
-        {false, 0x0200, DEVICE_INFO_SERIAL_NUMBER},
-        {false, 0x0300, DEVICE_INFO_USER_DEFINED_NAME},
-        {false, 0x0400, DEVICE_INFO_VENDOR},
-        {false, 0x0500, DEVICE_INFO_MODEL},
-        {false, 0x0700, DEVICE_INFO_VERSION},
-        {false, 0x1000, DEVICE_INFO_DISPLAYNAME},
-        {false, 0x1100, DEVICE_INFO_ACCESS_STATUS},
-        {false, 0x1200, 1001}, // endianness mechanism
-        {false, 0x1400, DEVICE_INFO_GEV_IP_ADDRESS},
-        {false, 0x1500, DEVICE_INFO_GEV_SUBNET_MASK},
-        {false, 0x1600, DEVICE_INFO_GEV_MAC_ADDRESS},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.iface ? "interface" : "device");
-        void* port = row.iface ? m_iface : m_device;
+    /// A system feature's register.
+    uint64_t At(const char* feature) { return m_systemXml.AddressOf(feature); }
+    /// The bytes an info command gives, a string in 512, a number in 8.
+    std::vector<unsigned char> Info(void* port, int cmd, const char* id = nullptr) {
         INFO_DATATYPE type = -1;
         std::vector<unsigned char> info(512, 0);
         size_t size = info.size();
-        ASSERT_EQ(row.iface ? Lib().IFGetInfo(port, row.cmd, &type, info.data(), &size)
-                            : Lib().DevGetInfo(port, row.cmd, &type, info.data(), &size),
-                  GC_ERR_SUCCESS);
-        ExpectRegisterIsInfo(Lib(), port, row.address, type, info);
+        const GC_ERROR rc =
+            id != nullptr      ? Lib().IFGetDeviceInfo(port, id, cmd, &type, info.data(), &size)
+            : port == m_system ? Lib().TLGetInfo(port, cmd, &type, info.data(), &size)
+            : port == m_iface  ? Lib().IFGetInfo(port, cmd, &type, info.data(), &size)
+                               : Lib().DevGetInfo(port, cmd, &type, info.data(), &size);
+        EXPECT_EQ(rc, GC_ERR_SUCCESS) << cmd;
+        info.resize(type == INFO_DATATYPE_STRING ? 512 : 8);
+        return info;
+    }
+    /// Expects the register to hold these bytes, and no more.
+    void ExpectRegisterHolds(void* port, uint64_t address,
+                             const std::vector<unsigned char>& bytes) {
+        std::vector<unsigned char> reg(bytes.size(), 0xAA);
+        size_t size = reg.size();
+        ASSERT_EQ(Lib().GCReadPort(port, address, reg.data(), &size), GC_ERR_SUCCESS)
+            << std::hex << address << " " << Lib().TakeLastError().text;
+        EXPECT_EQ(reg, bytes) << "0x" << std::hex << address;
+    }
+    /// The camera's record of action commands (received, acted on, device
+    /// key, group key, mask, time, length, sender), read through a client of
+    /// this host's once it has received `received` or after two seconds.
+    std::vector<uint32_t> Record(std::size_t camera, uint32_t received = 0) {
+        kesta_netns::GvcpClient client = kesta_device::HostClient(camera);
+        for (int i = 0; i < 100 && client.Reg(kCameraRecord[0]) < received; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        std::vector<uint32_t> record;
+        for (uint32_t address : kCameraRecord) {
+            record.push_back(client.Reg(address));
+        }
+        return record;
+    }
+
+    kesta_device::TemporaryWorkingDirectory m_dir;
+    kesta_device::PortXml m_systemXml;
+};
+
+TEST_F(ModuleRegisters, EachPortServesItsXmlWhole) {
+    ASSERT_NO_FATAL_FAILURE(OpenStream());
+    const std::pair<void*, const char*> modules[] = {{m_system, "System"},
+                                                     {m_iface, "Interface"},
+                                                     {m_device, "Device"},
+                                                     {m_stream, "DataStream"}};
+    for (const auto& [port, module] : modules) {
+        SCOPED_TRACE(module);
+        uint32_t urls = 0;
+        ASSERT_EQ(Lib().GCGetNumPortURLs(port, &urls), GC_ERR_SUCCESS);
+        EXPECT_EQ(urls, 1u);
+        kesta_device::PortXml xml;
+        ASSERT_NO_FATAL_FAILURE(xml.Load(Lib(), port));
+        EXPECT_EQ(xml.fileName,
+                  std::string("SFNC_GenTL") + module + "_Reference_Version_1_0_0_Schema_1_1.xml");
+        EXPECT_EQ(xml.address, kXml);
+        const std::string end = "</RegisterDescription>\n";
+        EXPECT_EQ(std::string(xml.bytes.end() - end.size(), xml.bytes.end()), end);
+        EXPECT_EQ(xml.root.child("Port").attribute("Name").as_string(),
+                  kesta_device::PortName(Lib(), port));
+        // Any larger size gets the same whole file.
+        std::vector<char> more(xml.bytes.size() + 64, '\x55');
+        size_t size = more.size();
+        ASSERT_EQ(Lib().GCReadPort(port, kXml, more.data(), &size), GC_ERR_SUCCESS);
+        EXPECT_TRUE(std::equal(xml.bytes.begin(), xml.bytes.end(), more.begin()));
+    }
+    EXPECT_EQ(kesta_device::PortName(Lib(), m_stream), "StreamPort");
+}
+
+TEST_F(ModuleRegisters, RegistersAnswerAsTheInfoCommands) {
+    ASSERT_NO_FATAL_FAILURE(OpenStream());
+    const std::pair<const char*, int> system[] = {
+        {"TLID", TL_INFO_ID},           {"TLVendorName", TL_INFO_VENDOR},
+        {"TLModelName", TL_INFO_MODEL}, {"TLVersion", TL_INFO_VERSION},
+        {"TLFileName", TL_INFO_NAME},   {"TLDisplayName", TL_INFO_DISPLAYNAME},
+        {"TLPath", TL_INFO_PATHNAME}};
+    for (const auto& [feature, cmd] : system) {
+        ExpectRegisterHolds(m_system, At(feature), Info(m_system, cmd));
+    }
+    const std::pair<const char*, uint64_t> numbers[] = {
+        {"GenTLVersionMajor", 1},        {"GenTLVersionMinor", 5},
+        {"GenTLSFNCVersionMajor", 1},    {"GenTLSFNCVersionMinor", 1},
+        {"GenTLSFNCVersionSubMinor", 1}, {"GevVersionMajor", 2},
+        {"GevVersionMinor", 0},          {"TLType_Reg", 0}};
+    for (const auto& [feature, expected] : numbers) {
+        std::vector<unsigned char> bytes(8);
+        std::memcpy(bytes.data(), &expected, 8);
+        ExpectRegisterHolds(m_system, At(feature), bytes);
+    }
+    const std::tuple<void*, uint64_t, int> rows[] = {
+        {m_iface, 0x0100, INTERFACE_INFO_ID},
+        {m_iface, 0x0200, INTERFACE_INFO_DISPLAYNAME},
+        {m_iface, 0x0600, INTERFACE_INFO_GEV_MAC_ADDRESS},
+        {m_iface, 0x0800, INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS},
+        {m_iface, 0x0900, INTERFACE_INFO_GEV_SUBNET_MASK},
+        {m_device, 0x0100, DEVICE_INFO_ID},
+        {m_device, 0x0200, DEVICE_INFO_SERIAL_NUMBER},
+        {m_device, 0x0300, DEVICE_INFO_USER_DEFINED_NAME},
+        {m_device, 0x0400, DEVICE_INFO_VENDOR},
+        {m_device, 0x0500, DEVICE_INFO_MODEL},
+        {m_device, 0x0700, DEVICE_INFO_VERSION},
+        {m_device, 0x1000, DEVICE_INFO_DISPLAYNAME},
+        {m_device, 0x1100, DEVICE_INFO_ACCESS_STATUS},
+        {m_device, 0x1200, 1001}, // endianness mechanism
+        {m_device, 0x1400, DEVICE_INFO_GEV_IP_ADDRESS},
+        {m_device, 0x1500, DEVICE_INFO_GEV_SUBNET_MASK},
+        {m_device, 0x1600, DEVICE_INFO_GEV_MAC_ADDRESS},
+    };
+    for (const auto& [port, address, cmd] : rows) {
+        ExpectRegisterHolds(port, address, Info(port, cmd));
     }
     // The stream list: the selected id, and the action values unwritten.
     EXPECT_EQ(ReadText(Lib(), m_device, kStreamId), "0");
@@ -150,90 +196,39 @@ TEST_F(ModuleRegisters, RegistersAnswerAsTheInfoCommands) {
     EXPECT_EQ(Read(m_device, kActionGroupKey), 0u);
 }
 
-TEST_F(ModuleRegisters, UnicastActionCommandReachesTheCamera) {
-    ASSERT_NO_FATAL_FAILURE(OpenDevice());
-    ASSERT_NO_FATAL_FAILURE(WriteCamera(kCameraActionDeviceKey, 0x11223344));
-    ASSERT_NO_FATAL_FAILURE(WriteCamera(kCameraActionGroupKey, 0x55));
-    ASSERT_NO_FATAL_FAILURE(WriteCamera(kCameraActionGroupMask, 0x0F));
-    ASSERT_EQ(Write(m_device, kActionDeviceKey, 0x11223344), GC_ERR_SUCCESS);
-    ASSERT_EQ(Write(m_device, kActionGroupKey, 0x55), GC_ERR_SUCCESS);
-    ASSERT_EQ(Write(m_device, kActionGroupMask, 0x01), GC_ERR_SUCCESS);
-    EXPECT_EQ(Read(m_device, kActionDeviceKey), 0x11223344u);
-
-    EXPECT_EQ(Write(m_device, kActionFire, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-    EXPECT_EQ(CameraRegister(kCameraActionCount), 1u);
-}
-
-TEST_F(ModuleRegisters, RefusalsOfBothSpaces) {
-    ASSERT_NO_FATAL_FAILURE(OpenDevice());
-    enum Op { kRead, kWrite };
-    const struct {
-        bool iface;
-        Op op;
-        uint64_t address;
-        size_t size;
-        GC_ERROR expected;
-    } rows[] = {
-        // No register there: exact addresses only.
-        {true, kRead, 0x0101, 8, GC_ERR_INVALID_ADDRESS},
-        {false, kRead, 0x0600, 8, GC_ERR_INVALID_ADDRESS},
-        {false, kWrite, kXml + 1, 8, GC_ERR_INVALID_ADDRESS},
-        // Against the access of the register.
-        {true, kWrite, 0x0100, 8, GC_ERR_ACCESS_DENIED},
-        {true, kWrite, 0x1500, 8, GC_ERR_ACCESS_DENIED},
-        {true, kRead, kDeviceUpdateList, 8, GC_ERR_ACCESS_DENIED},
-        {true, kWrite, kXml, 8, GC_ERR_ACCESS_DENIED},
-        {false, kWrite, 0x0900, 8, GC_ERR_ACCESS_DENIED},
-        {false, kRead, kActionFire, 8, GC_ERR_ACCESS_DENIED},
-        // Buffer too small for the value.
-        {false, kRead, 0x5000, 1, GC_ERR_BUFFER_TOO_SMALL},
-        {false, kWrite, kActionGroupKey, 2, GC_ERR_BUFFER_TOO_SMALL},
-        {true, kWrite, kDeviceSelector, 4, GC_ERR_BUFFER_TOO_SMALL},
-        // Not implemented on this transport.
-        {true, kRead, 0x0400, 8, GC_ERR_NOT_IMPLEMENTED},
-        {true, kRead, 0x0500, 8, GC_ERR_NOT_IMPLEMENTED},
-        {false, kRead, 0x1700, 8, GC_ERR_NOT_IMPLEMENTED},
-        // ForceIP without an address to give.
-        {true, kWrite, kForceIp, 8, GC_ERR_INVALID_PARAMETER},
-    };
-    for (const auto& row : rows) {
-        void* port = row.iface ? m_iface : m_device;
-        uint64_t value = 0;
-        size_t size = row.size;
-        const GC_ERROR rc = row.op == kRead ? Lib().GCReadPort(port, row.address, &value, &size)
-                                            : Lib().GCWritePort(port, row.address, &value, &size);
-        EXPECT_EQ(rc, row.expected)
-            << (row.iface ? "interface" : "device") << " 0x" << std::hex << row.address;
-        EXPECT_EQ(Lib().TakeLastError().code, row.expected);
-    }
-    uint64_t value = 0;
-    EXPECT_EQ(Lib().GCReadPort(m_device, kStreamSelector, &value, nullptr),
-              GC_ERR_INVALID_PARAMETER);
-    // A stream index past the list is refused, and kept: StreamID refuses too.
-    EXPECT_EQ(Write(m_device, kStreamSelector, 2), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(Read(m_device, kStreamSelector), 2u);
-    char id[512];
-    size_t size = sizeof id;
-    EXPECT_EQ(Lib().GCReadPort(m_device, kStreamId, id, &size), GC_ERR_INVALID_INDEX);
-    // The device selector keeps its value on a refusal.
-    EXPECT_EQ(Write(m_iface, kDeviceSelector, 1), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(Read(m_iface, kDeviceSelector), 0u);
-}
-
-/// With several cameras on the link.
-using SeveralCameraRegisters = ModuleRegisters;
-
-TEST_F(SeveralCameraRegisters, DeviceSelectorWalksTheList) {
+TEST_F(ModuleRegisters, SelectorsWalkTheInterfacesAndTheDevices) {
     uint32_t count = 0;
-    ASSERT_EQ(Lib().IFGetNumDevices(m_iface, &count), GC_ERR_SUCCESS);
-    const auto expected = kesta_device::EnvList("KESTA_CAMERA_SERIALS").size();
-    ASSERT_EQ(count, expected) << "the discovery missed a camera";
-    EXPECT_EQ(Read(m_iface, kDeviceSelectorMax), count - 1);
+    ASSERT_EQ(Lib().TLGetNumInterfaces(m_system, &count), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(m_system, At("InterfaceSelector_Max_Reg")), count - 1);
+    for (uint32_t i = 0; i < count; ++i) {
+        ASSERT_EQ(Write(m_system, At("InterfaceSelector"), i), GC_ERR_SUCCESS);
+        EXPECT_EQ(Read(m_system, At("InterfaceSelector")), i);
+        EXPECT_EQ(Read(m_system, At("InterfaceID_Available_Reg")), 1u);
+        char listed[512] = {};
+        size_t size = sizeof listed;
+        ASSERT_EQ(Lib().TLGetInterfaceID(m_system, i, listed, &size), GC_ERR_SUCCESS);
+        const std::string id = ReadText(Lib(), m_system, At("InterfaceID"));
+        EXPECT_EQ(id, listed);
+        // The id is the key of the interface's other facts.
+        for (const auto& [cmd, expected] :
+             {std::pair<int, std::string>{INTERFACE_INFO_DISPLAYNAME,
+                                          "GigE Interface ( MAC:" + id + " )"},
+              {INTERFACE_INFO_TLTYPE, "GEV"}}) {
+            char text[512] = {};
+            INFO_DATATYPE type = -1;
+            size = sizeof text;
+            ASSERT_EQ(Lib().TLGetInterfaceInfo(m_system, id.c_str(), cmd, &type, text, &size),
+                      GC_ERR_SUCCESS);
+            EXPECT_EQ(text, expected);
+        }
+    }
+    EXPECT_EQ(Write(m_system, At("InterfaceSelector"), count), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(Read(m_system, At("InterfaceSelector")), count - 1);
 
-    const struct {
-        uint64_t address;
-        int cmd;
-    } rows[] = {
+    ASSERT_EQ(Lib().IFGetNumDevices(m_iface, &count), GC_ERR_SUCCESS);
+    ASSERT_EQ(count, EnvList("KESTA_CAMERA_SERIALS").size()) << "the discovery missed a camera";
+    EXPECT_EQ(Read(m_iface, kDeviceSelectorMax), count - 1);
+    const std::pair<uint64_t, int> rows[] = {
         {0x1200, DEVICE_INFO_ID},
         {0x1300, DEVICE_INFO_VENDOR},
         {0x1400, DEVICE_INFO_MODEL},
@@ -245,23 +240,17 @@ TEST_F(SeveralCameraRegisters, DeviceSelectorWalksTheList) {
     };
     for (uint32_t i = 0; i < count; ++i) {
         char id[256] = {};
-        size_t idSize = sizeof id;
-        ASSERT_EQ(Lib().IFGetDeviceID(m_iface, i, id, &idSize), GC_ERR_SUCCESS);
+        size_t size = sizeof id;
+        ASSERT_EQ(Lib().IFGetDeviceID(m_iface, i, id, &size), GC_ERR_SUCCESS);
         ASSERT_EQ(Write(m_iface, kDeviceSelector, i), GC_ERR_SUCCESS);
         SCOPED_TRACE(id);
-        for (const auto& row : rows) {
-            INFO_DATATYPE type = -1;
-            std::vector<unsigned char> info(512, 0);
-            size_t size = info.size();
-            ASSERT_EQ(Lib().IFGetDeviceInfo(m_iface, id, row.cmd, &type, info.data(), &size),
-                      GC_ERR_SUCCESS);
-            ExpectRegisterIsInfo(Lib(), m_iface, row.address, type, info);
-            EXPECT_EQ(Read(m_iface, row.address + 1), 1u) << std::hex << row.address;
+        for (const auto& [address, cmd] : rows) {
+            ExpectRegisterHolds(m_iface, address, Info(m_iface, cmd, id));
+            EXPECT_EQ(Read(m_iface, address + 1), 1u) << std::hex << address;
         }
     }
     EXPECT_EQ(Write(m_iface, kDeviceSelector, count), GC_ERR_INVALID_INDEX);
     EXPECT_EQ(Read(m_iface, kDeviceSelector), count - 1);
-
     // DeviceUpdateList discovers for 100 ms: a loaded machine may miss a
     // camera once, not every time.
     uint32_t found = 0;
@@ -272,33 +261,256 @@ TEST_F(SeveralCameraRegisters, DeviceSelectorWalksTheList) {
     EXPECT_EQ(found, count);
 }
 
-TEST_F(SeveralCameraRegisters, ForceIpThroughTheRegistersMovesTheSelectedCamera) {
-    const std::string serial = kesta_device::EnvList("KESTA_CAMERA_SERIALS").back();
-    uint32_t count = 0;
-    ASSERT_EQ(Lib().IFGetNumDevices(m_iface, &count), GC_ERR_SUCCESS);
-    uint32_t index = count;
-    for (uint32_t i = 0; i < count; ++i) {
-        ASSERT_EQ(Write(m_iface, kDeviceSelector, i), GC_ERR_SUCCESS);
-        if (ReadText(Lib(), m_iface, 0x1200) == serial) {
-            index = i;
-            break;
+TEST_F(ModuleRegisters, SettingsOfTheGrabLoopsAndTheFrameGenerator) {
+    ASSERT_NO_FATAL_FAILURE(OpenStream());
+    kesta_device::PortXml xml;
+    ASSERT_NO_FATAL_FAILURE(xml.Load(Lib(), m_stream));
+    const uint64_t resend = xml.AddressOf("StreamPacketResendEnable");
+    const uint64_t autoSize = xml.AddressOf("StreamAutoNegotiatePacketSize");
+    for (const uint64_t on : {0, 1}) {
+        ASSERT_EQ(Write(m_stream, resend, on), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        EXPECT_EQ(StreamInfo<bool8_t>(STREAM_INFO_PACKET_RESEND_ENABLE), on);
+        EXPECT_EQ(Read(m_stream, resend) & 0xFF, on);
+        ASSERT_EQ(Write(m_stream, autoSize, on), GC_ERR_SUCCESS);
+        EXPECT_EQ(StreamInfo<bool8_t>(STREAM_INFO_AUTO_PACKET_SIZE_ENABLE), on);
+    }
+    ASSERT_EQ(Write(m_stream, xml.AddressOf("StreamBufferHandlingMode"), 2), GC_ERR_SUCCESS);
+    EXPECT_EQ(StreamInfo<int64_t>(STREAM_INFO_BUFFER_HANDLING_MODE), 2);
+    EXPECT_EQ(Write(m_stream, kMode, 3), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(Read(m_stream, kMode), 2u);
+    ASSERT_EQ(Write(m_stream, xml.AddressOf("StreamMaxNumResendRequestsPerImage"), 17),
+              GC_ERR_SUCCESS);
+    EXPECT_EQ(StreamInfo<uint32_t>(STREAM_INFO_MAX_RESEND_REQUESTS), 17u);
+
+    // A fixed preset is the time; the rate leaves it alone.
+    const auto rate = [this](double fps) {
+        size_t size = sizeof fps;
+        return Lib().GCWritePort(m_stream, kFps, &fps, &size);
+    };
+    ASSERT_EQ(Write(m_stream, kPreset, 1000), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(m_stream, kAccumTime), 1000u);
+    ASSERT_EQ(rate(50.0), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(m_stream, kAccumTime), 1000u);
+    // Auto: the time follows the rate.
+    ASSERT_EQ(Write(m_stream, kPreset, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(m_stream, kAccumTime), 20000u);
+    ASSERT_EQ(rate(25.0), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(m_stream, kAccumTime), 40000u);
+    // A time of its own makes the preset custom.
+    ASSERT_EQ(Write(m_stream, kAccumTime, 5000), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(m_stream, kPreset), 100000000u);
+    // A preset that no entry names is taken as a time.
+    ASSERT_EQ(Write(m_stream, kPreset, 12345), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(m_stream, kAccumTime), 12345u);
+
+    // A running stream refuses every write but the multicast switch.
+    ASSERT_EQ(Write(m_stream, kMode, 0), GC_ERR_SUCCESS);
+    BUFFER_HANDLE buffer = nullptr;
+    ASSERT_EQ(Lib().DSAllocAndAnnounceBuffer(m_stream, 4096, nullptr, &buffer), GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().DSQueueBuffer(m_stream, buffer), GC_ERR_SUCCESS);
+    ASSERT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
+              GC_ERR_SUCCESS)
+        << Lib().TakeLastError().text;
+    EXPECT_EQ(Read(m_stream, kIsGrabbing) & 0xFF, 1u);
+    EXPECT_EQ(Write(m_stream, kMode, 1), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(Lib().TakeLastError().code, GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(rate(10.0), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(Read(m_stream, kMode), 0u);
+    EXPECT_EQ(Write(m_stream, kMulticast, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+    EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_MULTICAST_ENABLE));
+    ASSERT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
+    ASSERT_EQ(Write(m_stream, kMulticast, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(Write(m_stream, kMode, 1), GC_ERR_SUCCESS);
+    EXPECT_EQ(StreamInfo<int64_t>(STREAM_INFO_BUFFER_HANDLING_MODE), 1);
+}
+
+TEST_F(ModuleRegisters, RefusalsOfTheFourSpaces) {
+    ASSERT_NO_FATAL_FAILURE(OpenStream());
+    void* const tl = m_system;
+    void* const in = m_iface;
+    void* const dev = m_device;
+    void* const ds = m_stream;
+    const struct {
+        void* port;
+        bool write;
+        uint64_t address;
+        size_t size;
+        uint64_t value;
+        GC_ERROR code;
+    } rows[] = {
+        // No register there, or inside one: exact addresses only.
+        {tl, false, 0x0101, 8, 0, GC_ERR_INVALID_ADDRESS},
+        {tl, false, At("TLID") + 4, 8, 0, GC_ERR_INVALID_ADDRESS},
+        {in, false, 0x0101, 8, 0, GC_ERR_INVALID_ADDRESS},
+        {dev, false, 0x0600, 8, 0, GC_ERR_INVALID_ADDRESS},
+        {dev, true, kXml + 1, 8, 0, GC_ERR_INVALID_ADDRESS},
+        {ds, false, 0x2200, 8, 0, GC_ERR_INVALID_ADDRESS},
+        {ds, true, kXml + 1, 8, 0, GC_ERR_INVALID_ADDRESS},
+        // Against the access of the register.
+        {tl, true, At("TLID"), 8, 0, GC_ERR_ACCESS_DENIED},
+        {tl, true, kXml, 8, 0, GC_ERR_ACCESS_DENIED},
+        {tl, false, At("ActionCommandFireCommand"), 8, 0, GC_ERR_ACCESS_DENIED},
+        {in, true, 0x0100, 8, 0, GC_ERR_ACCESS_DENIED},
+        {in, false, kDeviceUpdateList, 8, 0, GC_ERR_ACCESS_DENIED},
+        {dev, true, 0x0900, 8, 0, GC_ERR_ACCESS_DENIED},
+        {dev, false, kActionFire, 8, 0, GC_ERR_ACCESS_DENIED},
+        {ds, true, kIsGrabbing, 8, 0, GC_ERR_ACCESS_DENIED},
+        // Buffers too small for the value.
+        {tl, false, At("TLVendorName"), 8, 0, GC_ERR_BUFFER_TOO_SMALL},
+        {tl, false, At("InterfaceSelector"), 4, 0, GC_ERR_BUFFER_TOO_SMALL},
+        {tl, true, At("InterfaceSelector"), 4, 0, GC_ERR_BUFFER_TOO_SMALL},
+        {in, true, kDeviceSelector, 4, 0, GC_ERR_BUFFER_TOO_SMALL},
+        {dev, false, 0x5000, 1, 0, GC_ERR_BUFFER_TOO_SMALL},
+        {dev, true, kActionGroupKey, 2, 0, GC_ERR_BUFFER_TOO_SMALL},
+        // Values, and what this transport or this state does not have.
+        {tl, true, At("ThreadSelection"), 8, 3, GC_ERR_INVALID_VALUE},
+        {tl, true, At("ThreadPriority"), 8, 4, GC_ERR_INVALID_VALUE},
+        {tl, false, At("GevInterfaceMACAddress"), 8, 0, GC_ERR_NOT_AVAILABLE},
+        {tl, false, At("DriverVersion"), 256, 0, GC_ERR_NOT_IMPLEMENTED},
+        {tl, true, At("LwfDriverLogLevel"), 8, 400, GC_ERR_NOT_IMPLEMENTED},
+        {in, false, 0x0400, 8, 0, GC_ERR_NOT_IMPLEMENTED},
+        {in, false, 0x0500, 8, 0, GC_ERR_NOT_IMPLEMENTED},
+        {dev, false, 0x1700, 8, 0, GC_ERR_NOT_IMPLEMENTED},
+        {in, true, kForceIp, 8, 0, GC_ERR_INVALID_PARAMETER}, // no address to give
+        {dev, true, kStreamSelector, 8, 2, GC_ERR_INVALID_INDEX},
+    };
+    for (const auto& row : rows) {
+        std::vector<char> data(512, '\0');
+        std::memcpy(data.data(), &row.value, sizeof row.value);
+        size_t size = row.size;
+        const GC_ERROR rc = row.write ? Lib().GCWritePort(row.port, row.address, data.data(), &size)
+                                      : Lib().GCReadPort(row.port, row.address, data.data(), &size);
+        EXPECT_EQ(rc, row.code) << row.port << " 0x" << std::hex << row.address;
+        EXPECT_EQ(Lib().TakeLastError().code, row.code);
+    }
+    uint64_t value = 0;
+    size_t size = sizeof value;
+    EXPECT_EQ(Lib().GCReadPort(dev, kStreamSelector, &value, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Lib().GCWritePort(ds, kMode, nullptr, &size), GC_ERR_INVALID_PARAMETER);
+    // What the refused writes would have changed is as it was, but a stream
+    // index past the list, which is kept: StreamID refuses then.
+    EXPECT_EQ(Read(tl, At("InterfaceSelector")), 0u);
+    EXPECT_EQ(Read(tl, At("ThreadSelection")), 0u);
+    EXPECT_EQ(Read(in, kDeviceSelector), 0u);
+    EXPECT_EQ(Read(ds, kMode), 0u);
+    EXPECT_EQ(Read(dev, kStreamSelector), 2u);
+    char id[512];
+    size = sizeof id;
+    EXPECT_EQ(Lib().GCReadPort(dev, kStreamId, id, &size), GC_ERR_INVALID_INDEX);
+}
+
+TEST_F(ModuleRegisters, UnicastActionCommandReachesTheCamera) {
+    ASSERT_NO_FATAL_FAILURE(OpenStream());
+    const std::pair<uint32_t, uint32_t> keys[] = {
+        {kCameraDeviceKey, 0x11223344}, {kCameraGroupKey, 0x55}, {kCameraGroupMask, 0x0F}};
+    for (const auto& [address, value] : keys) {
+        ASSERT_EQ(WriteCamera(address, value), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+    }
+    ASSERT_EQ(Write(m_device, kActionDeviceKey, 0x11223344), GC_ERR_SUCCESS);
+    ASSERT_EQ(Write(m_device, kActionGroupKey, 0x55), GC_ERR_SUCCESS);
+    ASSERT_EQ(Write(m_device, kActionGroupMask, 0x01), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(m_device, kActionDeviceKey), 0x11223344u);
+    EXPECT_EQ(Write(m_device, kActionFire, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+    EXPECT_EQ(ReadCamera(kCameraActionCount), 1u);
+}
+
+// Camera 1 moves to another address and back.
+TEST_F(ModuleRegisters, ForceIpThroughTheRegistersMovesTheSelectedCamera) {
+    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(1);
+    for (const std::string& ip : {std::string("192.168.213.77"), EnvList("KESTA_CAMERA_IPS")[1]}) {
+        uint32_t count = 0;
+        ASSERT_EQ(Lib().IFGetNumDevices(m_iface, &count), GC_ERR_SUCCESS);
+        bool selected = false;
+        for (uint32_t i = 0; i < count && !selected; ++i) {
+            ASSERT_EQ(Write(m_iface, kDeviceSelector, i), GC_ERR_SUCCESS);
+            selected = ReadText(Lib(), m_iface, 0x1200) == serial;
+        }
+        ASSERT_TRUE(selected) << serial << " not listed";
+        ASSERT_EQ(Write(m_iface, kForceIpAddress, ParseIp(ip)), GC_ERR_SUCCESS);
+        ASSERT_EQ(Write(m_iface, kForceSubnetMask, ParseIp(Env("KESTA_NETNS_NETMASK"))),
+                  GC_ERR_SUCCESS);
+        ASSERT_EQ(Write(m_iface, kForceIp, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        ASSERT_EQ(Lib().IFUpdateDeviceList(m_iface, nullptr, kDiscoveryMs), GC_ERR_SUCCESS);
+        long moved = 0;
+        INFO_DATATYPE type = -1;
+        size_t size = sizeof moved;
+        ASSERT_EQ(Lib().IFGetDeviceInfo(m_iface, serial.c_str(), DEVICE_INFO_GEV_IP_ADDRESS, &type,
+                                        &moved, &size),
+                  GC_ERR_SUCCESS);
+        EXPECT_EQ(static_cast<uint32_t>(moved), ParseIp(ip));
+    }
+}
+
+// --- Broadcast action commands through the system's port -----------------------
+
+class BroadcastAction : public ModuleRegisters {
+protected:
+    static constexpr uint32_t kDeviceKey = 0x11223344;
+    static constexpr uint32_t kGroupKey = 0x55667788;
+
+    /// Camera 0 acts on these keys; camera 1 has none.
+    void SetUp() override {
+        ModuleRegisters::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
+        }
+        kesta_netns::GvcpClient controller = kesta_device::HostClient(0);
+        ASSERT_EQ(controller.Claim(), 0);
+        for (const auto& [address, value] :
+             {std::pair<uint32_t, uint32_t>{kCameraDeviceKey, kDeviceKey},
+              {kCameraGroupKey, kGroupKey},
+              {kCameraGroupMask, 0x0F}}) {
+            ASSERT_EQ(controller.WriteReg(address, value), 0);
+        }
+        ASSERT_EQ(controller.Release(), 0);
+    }
+    /// The five values through their features, then the fire command.
+    GC_ERROR Fire(uint32_t groupMask, uint64_t time) {
+        const std::pair<const char*, uint64_t> values[] = {
+            {"ActionCommandDeviceKey", kDeviceKey}, {"ActionCommandGroupKey", kGroupKey},
+            {"ActionCommandGroupMask", groupMask},  {"ActionCommandTargetIP", 0xFFFFFFFF},
+            {"ActionCommandExecuteTime", time},     {"ActionCommandFireCommand", 1}};
+        for (const auto& [feature, value] : values) {
+            if (GC_ERROR rc = Write(m_system, At(feature), value)) {
+                return rc;
+            }
+        }
+        return GC_ERR_SUCCESS;
+    }
+};
+
+TEST_F(BroadcastAction, EveryCameraOfAnAdapterThatIsUpGetsOneInEitherForm) {
+    // 20 bytes acting at once; 28 with a time years ahead, which camera 0
+    // holds.
+    for (const uint64_t time : {0ULL, 0x0102030405060708ULL}) {
+        const uint32_t length = time == 0 ? 20 : 28;
+        const std::vector<uint32_t> before[] = {Record(0), Record(1)};
+        ASSERT_EQ(Fire(0x03, time), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+        for (std::size_t camera : {0, 1}) {
+            const uint32_t acted = before[camera][1] + (camera == 0 && time == 0 ? 1 : 0);
+            EXPECT_EQ(Record(camera, before[camera][0] + 1),
+                      (std::vector<uint32_t>{before[camera][0] + 1, acted, kDeviceKey, kGroupKey,
+                                             0x03, static_cast<uint32_t>(time >> 32),
+                                             static_cast<uint32_t>(time), length,
+                                             ParseIp(Env("KESTA_NETNS_HOST_IP"))}))
+                << "camera " << camera << ", " << length << " bytes";
         }
     }
-    ASSERT_LT(index, count) << serial << " not listed";
-    const uint32_t moved = kesta_netns::ParseIp("192.168.213.77");
-    ASSERT_EQ(Write(m_iface, kForceIpAddress, moved), GC_ERR_SUCCESS);
-    ASSERT_EQ(Write(m_iface, kForceSubnetMask, kesta_netns::ParseIp("255.255.255.0")),
-              GC_ERR_SUCCESS);
-    ASSERT_EQ(Write(m_iface, kForceIp, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
+}
 
-    ASSERT_EQ(Lib().IFUpdateDeviceList(m_iface, nullptr, kDiscoveryMs), GC_ERR_SUCCESS);
-    long ip = 0;
-    INFO_DATATYPE type = -1;
-    size_t size = sizeof ip;
-    ASSERT_EQ(Lib().IFGetDeviceInfo(m_iface, serial.c_str(), DEVICE_INFO_GEV_IP_ADDRESS, &type, &ip,
-                                    &size),
-              GC_ERR_SUCCESS);
-    EXPECT_EQ(static_cast<uint32_t>(ip), moved);
+TEST_F(BroadcastAction, NoneLeavesAnAdapterThatIsDown) {
+    const uint32_t before[] = {Record(0)[0], Record(1)[0]};
+    // Only in this namespace, which the fixture made sure of.
+    const std::string link = "ip link set " + Env("KESTA_NETNS_HOST_IF");
+    ASSERT_EQ(std::system((link + " down").c_str()), 0);
+    const GC_ERROR rc = Fire(0x01, 0);
+    EXPECT_EQ(std::system((link + " up").c_str()), 0);
+    // Taking the link down dropped the test bed's multicast route.
+    std::system(("ip route replace 224.0.0.0/4 dev " + Env("KESTA_NETNS_HOST_IF")).c_str());
+    EXPECT_EQ(rc, GC_ERR_SUCCESS) << "nothing to send through is no failure";
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(Record(0)[0], before[0]);
+    EXPECT_EQ(Record(1)[0], before[1]);
 }
 
 } // namespace

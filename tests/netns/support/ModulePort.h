@@ -1,8 +1,8 @@
 #pragma once
-// A module's own port as a consumer's GenApi engine uses it: the XML found
-// through the URL and read whole in one port read, and the 8-byte
-// little-endian number and 512-byte string registers of the modules'
-// register spaces.
+// A module's own port of the loaded producer (system, interface, device,
+// stream) as a consumer's GenApi engine uses it: the XML found through its
+// URL "local:NAME;ADDR;LEN[?...]" and read whole in one port read, and the
+// 8-byte little-endian number and 512-byte string registers.
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -15,47 +15,50 @@
 
 namespace kesta_device {
 
-/// The XML of a module's port, as its URL "local:name;ADDR;LEN[?...]" tells.
 struct PortXml {
     std::string fileName;
+    std::uint64_t address = 0;
     std::vector<char> bytes;
     pugi::xml_document doc;
-    pugi::xml_node root;
+    pugi::xml_node root; ///< RegisterDescription
+
+    /// Reads and parses; fails the test (use ASSERT_NO_FATAL_FAILURE).
+    void Load(kesta::test::CtiLibrary& lib, void* port) {
+        INFO_DATATYPE type = -1;
+        size_t size = 0;
+        ASSERT_EQ(lib.GCGetPortURLInfo(port, 0, URL_INFO_URL, &type, nullptr, &size),
+                  GC_ERR_SUCCESS);
+        std::vector<char> text(size + 1, '\0');
+        ASSERT_EQ(lib.GCGetPortURLInfo(port, 0, URL_INFO_URL, &type, text.data(), &size),
+                  GC_ERR_SUCCESS);
+        EXPECT_EQ(type, INFO_DATATYPE_STRING);
+        const std::string url = text.data();
+        const std::string scheme = "local:";
+        const size_t first = url.find(';');
+        const size_t second = url.find(';', first + 1);
+        ASSERT_TRUE(url.rfind(scheme, 0) == 0 && second != std::string::npos) << url;
+        fileName = url.substr(scheme.size(), first - scheme.size());
+        address = std::stoull(url.substr(first + 1, second - first - 1), nullptr, 16);
+        bytes.assign(std::stoull(url.substr(second + 1), nullptr, 16), '\0');
+        size = bytes.size();
+        ASSERT_EQ(lib.GCReadPort(port, address, bytes.data(), &size), GC_ERR_SUCCESS)
+            << lib.TakeLastError().text;
+        const pugi::xml_parse_result parsed = doc.load_buffer(bytes.data(), bytes.size());
+        ASSERT_TRUE(parsed) << parsed.description() << " at " << parsed.offset;
+        root = doc.child("RegisterDescription");
+        ASSERT_TRUE(root);
+    }
+
+    /// The address of a register node, or of the register behind a feature.
+    std::uint64_t AddressOf(const std::string& name) const {
+        pugi::xml_node node = root.find_child_by_attribute("Name", name.c_str());
+        if (node.child("pValue")) {
+            node = root.find_child_by_attribute("Name", node.child("pValue").text().as_string());
+        }
+        EXPECT_TRUE(node.child("Address")) << "no register for " << name;
+        return std::stoull(node.child("Address").text().as_string("0"), nullptr, 0);
+    }
 };
-
-/// URL_INFO_URL of the port's one URL.
-inline std::string PortUrl(kesta::test::CtiLibrary& lib, void* port) {
-    INFO_DATATYPE type = -1;
-    size_t size = 0;
-    EXPECT_EQ(lib.GCGetPortURLInfo(port, 0, URL_INFO_URL, &type, nullptr, &size), GC_ERR_SUCCESS);
-    std::vector<char> url(size + 1);
-    EXPECT_EQ(lib.GCGetPortURLInfo(port, 0, URL_INFO_URL, &type, url.data(), &size),
-              GC_ERR_SUCCESS);
-    return url.data();
-}
-
-/// Reads exactly LEN bytes at ADDR of the URL in one port read and parses them.
-inline void LoadPortXml(kesta::test::CtiLibrary& lib, void* port, PortXml& xml) {
-    const std::string url = PortUrl(lib, port);
-    const std::string scheme = "local:";
-    ASSERT_EQ(url.compare(0, scheme.size(), scheme), 0) << url;
-    const size_t first = url.find(';');
-    const size_t second = url.find(';', first + 1);
-    ASSERT_NE(second, std::string::npos) << url;
-    xml.fileName = url.substr(scheme.size(), first - scheme.size());
-    const uint64_t address = std::stoull(url.substr(first + 1, second - first - 1), nullptr, 16);
-    const size_t length = std::stoull(url.substr(second + 1), nullptr, 16);
-    ASSERT_EQ(address, 0xF0F00000u);
-    ASSERT_GT(length, 0u);
-    xml.bytes.assign(length, '\0');
-    size_t size = length;
-    ASSERT_EQ(lib.GCReadPort(port, address, xml.bytes.data(), &size), GC_ERR_SUCCESS)
-        << lib.TakeLastError().text;
-    const pugi::xml_parse_result parsed = xml.doc.load_buffer(xml.bytes.data(), xml.bytes.size());
-    ASSERT_TRUE(parsed) << parsed.description() << " at " << parsed.offset;
-    xml.root = xml.doc.child("RegisterDescription");
-    ASSERT_TRUE(xml.root);
-}
 
 /// PORT_INFO_PORTNAME of the port.
 inline std::string PortName(kesta::test::CtiLibrary& lib, void* port) {
@@ -66,23 +69,23 @@ inline std::string PortName(kesta::test::CtiLibrary& lib, void* port) {
     return name;
 }
 
-/// A number register, read at its 8 bytes; a failure is the test's.
-inline uint64_t ReadNumber(kesta::test::CtiLibrary& lib, void* port, uint64_t address) {
-    uint64_t value = 0;
+/// A number register, read at 8 bytes.
+inline std::uint64_t ReadNumber(kesta::test::CtiLibrary& lib, void* port, std::uint64_t address) {
+    std::uint64_t value = 0;
     size_t size = sizeof value;
     EXPECT_EQ(lib.GCReadPort(port, address, &value, &size), GC_ERR_SUCCESS)
         << std::hex << "0x" << address << " " << lib.TakeLastError().text;
     return value;
 }
 
-inline GC_ERROR WriteNumber(kesta::test::CtiLibrary& lib, void* port, uint64_t address,
-                            uint64_t value) {
+inline GC_ERROR WriteNumber(kesta::test::CtiLibrary& lib, void* port, std::uint64_t address,
+                            std::uint64_t value) {
     size_t size = sizeof value;
     return lib.GCWritePort(port, address, &value, &size);
 }
 
 /// A string register, read at its 512 bytes.
-inline std::string ReadText(kesta::test::CtiLibrary& lib, void* port, uint64_t address) {
+inline std::string ReadText(kesta::test::CtiLibrary& lib, void* port, std::uint64_t address) {
     char text[512];
     std::memset(text, 0x55, sizeof text);
     size_t size = sizeof text;
