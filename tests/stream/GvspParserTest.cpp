@@ -1,6 +1,7 @@
-// The GVSP parsing steps on hand-built packets: both header forms, every
-// payload type, and packets that are truncated or claim more than they
-// carry or than the buffer holds.
+// The GVSP parsing steps on hand-built packets: reserved header bits, chunk
+// payloads, and packets that are truncated, of a type the loop does not
+// take, or claim more than they carry or than the buffer holds. Images of
+// both header forms are parsed end to end by the grab tests in tests/netns.
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -17,7 +18,6 @@ namespace {
 
 using namespace GenTL;
 using StreamTest::ErrorCacheTest;
-using StreamTest::LastErrorText;
 
 // Builds one datagram, big-endian.
 class Packet {
@@ -125,8 +125,6 @@ TEST_F(GvspParserTest, HeaderRefusesNullEmptyAndTruncatedPackets) {
     ParsedGvspHeader h;
     char raw[20] = {};
     EXPECT_EQ(GetPktHeaderInfo(nullptr, 20, 20, h), GC_ERR_INVALID_BUFFER);
-    EXPECT_NE(LastErrorText().find("anonymous::GetPktHeaderInfo pPacket == nullptr !"),
-              std::string::npos);
     for (auto sizes : {std::make_pair(0, 20), {20, 0}, {20, 7}, {7, 20}, {20, -3}}) {
         EXPECT_EQ(GetPktHeaderInfo(raw, sizes.first, sizes.second, h), GC_ERR_INVALID_BUFFER);
     }
@@ -136,28 +134,6 @@ TEST_F(GvspParserTest, HeaderRefusesNullEmptyAndTruncatedPackets) {
 }
 
 // --- leader -------------------------------------------------------------------------
-
-TEST_F(GvspParserTest, ImageLeaderFillsGeometryInBothForms) {
-    for (bool extended : {false, true}) {
-        for (std::uint16_t type : {std::uint16_t{1}, std::uint16_t{0x4001}}) {
-            Buffer b;
-            b.missingPackets = 4;
-            Packet p = ImageLeader(extended, type, 0x1122334455667788ULL, 0x01100003, 640, 480);
-            ASSERT_EQ(ParseGVSPLeader(info, p.data(), p.size(), &b, p.Header()), GC_ERR_SUCCESS);
-            EXPECT_EQ(info.payloadType, type);
-            const std::vector<std::uint64_t> got = {
-                b.timestamp, b.pixelFormat, b.width,
-                b.height,    b.xOffset,     b.yOffset,
-                b.xPadding,  b.yPadding,    b.deliveredImageHeight,
-                b.dataSize};
-            const std::vector<std::uint64_t> want = {
-                0x1122334455667788ULL, 0x01100003, 640, 480, 3, 4, 5, 6, 480, 640 * 480 * 2};
-            EXPECT_EQ(got, want);
-            EXPECT_TRUE(b.leaderSeen);
-            EXPECT_EQ(b.missingPackets, 3);
-        }
-    }
-}
 
 TEST_F(GvspParserTest, ChunkLeaderReadsTheTimestampAndZeroTakesTheHostClock) {
     Packet p(false, GVSP_PACKET_LEADER, 9, 0);
@@ -183,12 +159,7 @@ TEST_F(GvspParserTest, LeaderRefusesOtherPayloadTypesAndShortPackets) {
         Packet p = ImageLeader(false, type, 1, 0x01080001, 8, 8);
         EXPECT_EQ(Leader(p), GC_ERR_NOT_IMPLEMENTED) << type;
     }
-    EXPECT_NE(LastErrorText().find("anonymous::ParseLeader payload type not supported: 32768"),
-              std::string::npos);
     EXPECT_EQ(Leader(ImageLeader(true, 6, 1, 0x01080001, 8, 8)), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_NE(
-        LastErrorText().find("anonymous::ParseGVSPLeaderResend payload type not supported: 6"),
-        std::string::npos);
     EXPECT_FALSE(buffer.leaderSeen);
     EXPECT_EQ(info.payloadType, 0);
 
@@ -207,28 +178,6 @@ TEST_F(GvspParserTest, LeaderRefusesOtherPayloadTypesAndShortPackets) {
 }
 
 // --- trailer ------------------------------------------------------------------------
-
-TEST_F(GvspParserTest, ImageTrailerRecomputesTheSizeUnlessSizeYIsZero) {
-    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 10, 6)), GC_ERR_SUCCESS);
-    ASSERT_EQ(buffer.dataSize, 60U);
-    bool done = false;
-    Packet zero(false, GVSP_PACKET_TRAILER, 9, 5);
-    zero.Put32(0).Put32(0);
-    ASSERT_EQ(Trailer(zero, done), GC_ERR_SUCCESS);
-    EXPECT_EQ(buffer.dataSize, 60U);
-    EXPECT_TRUE(done) << "without resend the trailer ends the block";
-    EXPECT_TRUE(buffer.trailerSeen);
-
-    info.packetResendEnable = true;
-    done = false;
-    Packet shorter(false, GVSP_PACKET_TRAILER, 9, 5);
-    shorter.Put32(0).Put32(4);
-    ASSERT_EQ(Trailer(shorter, done), GC_ERR_SUCCESS);
-    EXPECT_FALSE(done);
-    EXPECT_EQ(buffer.trailerSizeY, 4U);
-    EXPECT_EQ(buffer.dataSize, 40U);
-    EXPECT_EQ(buffer.missingPackets, 7);
-}
 
 TEST_F(GvspParserTest, ChunkTrailersCarryLengthAndLayout) {
     ASSERT_EQ(Leader(ImageLeader(true, 0x4001, 1, 0x01080001, 10, 6)), GC_ERR_SUCCESS);
@@ -265,8 +214,6 @@ TEST_F(GvspParserTest, TrailerFollowsTheLeadersTypeAndRefusesOthers) {
         info.payloadType = type;
         EXPECT_EQ(Trailer(p, done), GC_ERR_NOT_IMPLEMENTED) << type;
     }
-    EXPECT_NE(LastErrorText().find("ParseGVSPTrailer():  Payload type [32769] not supported"),
-              std::string::npos);
     EXPECT_FALSE(done);
     EXPECT_FALSE(buffer.trailerSeen);
     info.payloadType = 1;
@@ -276,29 +223,6 @@ TEST_F(GvspParserTest, TrailerFollowsTheLeadersTypeAndRefusesOthers) {
 }
 
 // --- payload ------------------------------------------------------------------------
-
-TEST_F(GvspParserTest, PayloadLandsAtItsPlaceInBothForms) {
-    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 8, 8)), GC_ERR_SUCCESS);
-    ASSERT_EQ(Payload(Data(2, 16, 0xB2)), GC_ERR_SUCCESS);
-    ASSERT_EQ(Payload(Data(1, 16, 0xA1)), GC_ERR_SUCCESS);
-    EXPECT_EQ(memory[0], 0xA1);
-    EXPECT_EQ(memory[15], 0xA1);
-    EXPECT_EQ(memory[16], 0xB2);
-    EXPECT_EQ(memory[32], 0);
-    EXPECT_EQ(buffer.receivedBytes, 32U);
-    EXPECT_EQ(buffer.receivedPackets, 2U);
-    EXPECT_EQ(buffer.missingPackets, 10 - 3);
-    EXPECT_EQ(buffer.nextExpectedPacket, 3U);
-    EXPECT_TRUE(buffer.IsPacketSeen(1));
-    EXPECT_TRUE(buffer.IsPacketSeen(2));
-
-    // Extended ids leave 12 fewer bytes per packet.
-    info.packetSize = 28 + 20 + 8;
-    ASSERT_EQ(Payload(Data(5, 8, 0xE5, true)), GC_ERR_SUCCESS);
-    EXPECT_EQ(memory[32], 0xE5);
-    EXPECT_EQ(memory[39], 0xE5);
-    EXPECT_EQ(buffer.nextExpectedPacket, 6U);
-}
 
 TEST_F(GvspParserTest, OversizedBlockIsCutAtTheBufferEnd) {
     // The leader claims 100 bytes; the buffer holds 64.
@@ -334,9 +258,6 @@ TEST_F(GvspParserTest, PayloadRefusesBadPlacesAndTypes) {
     // Packet id 0 lies before the buffer; id 4 starts beyond dataSize.
     EXPECT_EQ(Payload(Data(0, 16, 1)), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(Payload(Data(4, 16, 1)), GC_ERR_INVALID_PARAMETER);
-    EXPECT_NE(LastErrorText().find("ParseGVSPPayload(): Destination offset invalid for Bid:Pid "
-                                   "[9]:[4]"),
-              std::string::npos);
     // An id whose place wraps the 32-bit offset negative.
     EXPECT_EQ(Payload(Data(0xFFFFFF, 16, 1, false)), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(Payload(Data(0xFFFFFFFF, 16, 1, true)), GC_ERR_INVALID_PARAMETER);
@@ -348,8 +269,6 @@ TEST_F(GvspParserTest, PayloadRefusesBadPlacesAndTypes) {
         info.payloadType = type;
         EXPECT_EQ(Payload(Data(1, 16, 1)), GC_ERR_NOT_IMPLEMENTED) << type;
     }
-    EXPECT_NE(LastErrorText().find("ParseGVSPPayload(): Payload type [32768] not supported"),
-              std::string::npos);
     info.payloadType = 4;
     EXPECT_EQ(Payload(Data(1, 16, 1)), GC_ERR_SUCCESS);
     info.payloadType = 0x4001;
