@@ -231,28 +231,5 @@ TEST_F(LoggerTest, AnyConfigurationFaultLeavesTheLayerOffWithoutThrowing) {
     }
 }
 
-TEST_F(LoggerTest, ConcurrentLoggingFromManyThreads) {
-    dir.WriteConfig(kGoodConfig);
-    HLogger h;
-    GLogger g;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 50; ++i) {
-                if (t % 2 != 0) {
-                    HLogger::Info("h", i);
-                } else {
-                    GLogger::Info("g", i);
-                }
-            }
-        });
-    }
-    for (auto& t : threads) {
-        t.join();
-    }
-    EXPECT_EQ(100u, lib.At(0).kept.size());
-    EXPECT_EQ(100u, lib.At(1).kept.size());
-}
-
 } // namespace
 } // namespace GenTL
