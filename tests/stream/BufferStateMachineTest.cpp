@@ -85,48 +85,6 @@ TEST_F(StateMachineTest, RevokeOnlyFromAnnounceAndGivesMemoryBack) {
     EXPECT_EQ(sm.RevokeBuffer(foreign, nullptr, nullptr), GC_ERR_INVALID_HANDLE);
 }
 
-TEST_F(StateMachineTest, OneBufferRunsTheWholeCycle) {
-    Announce(2);
-    void* h = handles[0];
-    Buffer* b = BufferOf(h);
-    QueueAll();
-    bool dummyInUse = true;
-    ASSERT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), h);
-    EXPECT_FALSE(dummyInUse);
-    EXPECT_EQ(b->state, BS_FILL);
-    EXPECT_TRUE(b->isAcquiring && b->isIncomplete && b->isQueued);
-    EXPECT_EQ(sm.GetQueuedBufferCount(), 2UL);
-    b->isNewData = true;
-    b->width = 640;
-
-    ASSERT_EQ(sm.QueueBufferToOutput(H(h)), GC_ERR_SUCCESS);
-    EXPECT_EQ(b->state, BS_OUTPUT);
-    EXPECT_FALSE(b->isAcquiring);
-    EXPECT_EQ(sm.GetOutputBufferQueueSize(), 1UL);
-    EXPECT_EQ(sm.GetFillBufferQueueSize(), 0UL);
-
-    void* got = nullptr;
-    ASSERT_EQ(sm.WaitOnNewBuffer(&got, 0), GC_ERR_SUCCESS);
-    EXPECT_EQ(got, h);
-    EXPECT_EQ(b->state, BS_USER);
-    EXPECT_FALSE(b->isQueued);
-    EXPECT_EQ(b->width, 640U);
-
-    // Back to input clears the block's metadata, and queues at the back.
-    ASSERT_EQ(sm.QueueBufferToInput(h), GC_ERR_SUCCESS);
-    EXPECT_EQ(b->state, BS_INPUT);
-    EXPECT_FALSE(b->isNewData);
-    EXPECT_EQ(b->width, 0U);
-    // A block given up by the grab loop goes from fill back to input.
-    GenTLHandle* second = sm.PopNextBuffer(nullptr, dummyInUse);
-    ASSERT_EQ(second, handles[1]);
-    ASSERT_EQ(sm.QueueBufferToInput(second), GC_ERR_SUCCESS);
-    EXPECT_EQ(sm.GetFillBufferQueueSize(), 0UL);
-    EXPECT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), h);
-    EXPECT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), second);
-    EXPECT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), nullptr);
-}
-
 TEST_F(StateMachineTest, QueueingRefusesWrongStatesAndStrangers) {
     Announce(1);
     std::uint64_t garbage[2] = {1, 2};

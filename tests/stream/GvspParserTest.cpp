@@ -19,49 +19,15 @@ namespace {
 using namespace GenTL;
 using StreamTest::ErrorCacheTest;
 
-// Builds one datagram, big-endian.
-class Packet {
-public:
-    Packet(bool extended, std::uint8_t format, std::uint64_t blockId, std::uint32_t packetId,
-           std::uint16_t status = 0) {
-        Put16(status);
-        if (extended) {
-            Put16(0);
-            Put32(0x80000000U | (std::uint32_t{format} << 24));
-            Put64(blockId);
-            Put32(packetId);
-        } else {
-            Put16(static_cast<std::uint16_t>(blockId));
-            Put32((std::uint32_t{format} << 24) | (packetId & 0xFFFFFF));
-        }
-    }
-    Packet& Put16(std::uint16_t v) { return PutBytes(v, 2); }
-    Packet& Put32(std::uint32_t v) { return PutBytes(v, 4); }
-    Packet& Put64(std::uint64_t v) { return PutBytes(v, 8); }
-    Packet& Fill(std::size_t n, std::uint8_t value) {
-        bytes.insert(bytes.end(), n, value);
-        return *this;
-    }
-    const char* data() const { return reinterpret_cast<const char*>(bytes.data()); }
-    unsigned long size() const { return bytes.size(); }
-    ParsedGvspHeader Header() const {
-        ParsedGvspHeader header;
-        EXPECT_EQ(
-            GetPktHeaderInfo(data(), static_cast<int>(size()), static_cast<int>(size()), header),
-            GC_ERR_SUCCESS);
-        return header;
-    }
+using StreamTest::Packet;
 
-    std::vector<std::uint8_t> bytes;
-
-private:
-    Packet& PutBytes(std::uint64_t v, int n) {
-        for (int i = n - 1; i >= 0; --i) {
-            bytes.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
-        }
-        return *this;
-    }
-};
+ParsedGvspHeader HeaderOf(const Packet& p) {
+    ParsedGvspHeader header;
+    EXPECT_EQ(
+        GetPktHeaderInfo(p.data(), static_cast<int>(p.size()), static_cast<int>(p.size()), header),
+        GC_ERR_SUCCESS);
+    return header;
+}
 
 Packet ImageLeader(bool extended, std::uint16_t type, std::uint64_t timestamp,
                    std::uint32_t pixelFormat, std::uint32_t width, std::uint32_t height) {
@@ -83,13 +49,13 @@ protected:
         info.packetSize = 28 + 8 + 16; // 16 payload bytes per normal packet
     }
     int Leader(const Packet& p) {
-        return ParseGVSPLeader(info, p.data(), p.size(), &buffer, p.Header());
+        return ParseGVSPLeader(info, p.data(), p.size(), &buffer, HeaderOf(p));
     }
     int Trailer(const Packet& p, bool& done) {
-        return ParseGVSPTrailer(info, p.data(), p.size(), &buffer, done, p.Header());
+        return ParseGVSPTrailer(info, p.data(), p.size(), &buffer, done, HeaderOf(p));
     }
     int Payload(const Packet& p) {
-        return ParseGVSPPayload(info, p.data(), p.size(), &buffer, p.Header());
+        return ParseGVSPPayload(info, p.data(), p.size(), &buffer, HeaderOf(p));
     }
     Packet Data(std::uint32_t packetId, std::size_t bytes, std::uint8_t value,
                 bool extended = false) {
@@ -112,7 +78,7 @@ TEST_F(GvspParserTest, HeaderInExtendedFormReadsOnlyItsFields) {
     p.bytes[2] = 0xAB;  // flags: kept raw, not the id
     p.bytes[4] |= 0x70; // bits 28 to 30 are not read
     p.bytes[7] = 0x55;  // nor the low bits of the word
-    h = p.Header();
+    h = HeaderOf(p);
     EXPECT_TRUE(h.extendedId);
     EXPECT_EQ(h.status, 0x8001);
     EXPECT_EQ(h.blockId, 0x0102030405060708ULL);
@@ -165,9 +131,9 @@ TEST_F(GvspParserTest, LeaderRefusesOtherPayloadTypesAndShortPackets) {
 
     // Cut one byte short of each field set.
     Packet image = ImageLeader(false, 1, 1, 0x01080001, 8, 8);
-    EXPECT_EQ(ParseGVSPLeader(info, image.data(), image.size() - 1, &buffer, image.Header()),
+    EXPECT_EQ(ParseGVSPLeader(info, image.data(), image.size() - 1, &buffer, HeaderOf(image)),
               GC_ERR_INVALID_BUFFER);
-    EXPECT_EQ(ParseGVSPLeader(info, image.data(), 11, &buffer, image.Header()),
+    EXPECT_EQ(ParseGVSPLeader(info, image.data(), 11, &buffer, HeaderOf(image)),
               GC_ERR_INVALID_BUFFER);
     Packet chunk(false, GVSP_PACKET_LEADER, 9, 0);
     chunk.Put16(0).Put16(4).Put32(1).Put16(0).Fill(1, 0); // 7 of 8 timestamp bytes
@@ -192,14 +158,14 @@ TEST_F(GvspParserTest, ChunkTrailersCarryLengthAndLayout) {
     EXPECT_TRUE(buffer.containsChunkData);
     // One byte short of the layout id.
     EXPECT_EQ(ParseGVSPTrailer(info, withChunks.data(), withChunks.size() - 1, &buffer, done,
-                               withChunks.Header()),
+                               HeaderOf(withChunks)),
               GC_ERR_INVALID_BUFFER);
 
     Buffer chunkOnly;
     info.payloadType = 4;
     Packet chunk(false, GVSP_PACKET_TRAILER, 9, 5);
     chunk.Put32(0).Put32(99);
-    ASSERT_EQ(ParseGVSPTrailer(info, chunk.data(), chunk.size(), &chunkOnly, done, chunk.Header()),
+    ASSERT_EQ(ParseGVSPTrailer(info, chunk.data(), chunk.size(), &chunkOnly, done, HeaderOf(chunk)),
               GC_ERR_SUCCESS);
     EXPECT_EQ(chunkOnly.deliveredChunkPayloadSize, 99U);
     EXPECT_EQ(chunkOnly.dataSize, 99U);
@@ -217,7 +183,7 @@ TEST_F(GvspParserTest, TrailerFollowsTheLeadersTypeAndRefusesOthers) {
     EXPECT_FALSE(done);
     EXPECT_FALSE(buffer.trailerSeen);
     info.payloadType = 1;
-    EXPECT_EQ(ParseGVSPTrailer(info, p.data(), 15, &buffer, done, p.Header()),
+    EXPECT_EQ(ParseGVSPTrailer(info, p.data(), 15, &buffer, done, HeaderOf(p)),
               GC_ERR_INVALID_BUFFER);
     EXPECT_FALSE(buffer.trailerSeen);
 }
@@ -246,7 +212,7 @@ TEST_F(GvspParserTest, OversizedBlockIsCutAtTheBufferEnd) {
     other.size = 56;
     other.dataSize = 64;
     Packet p = Data(3, 40, 0x33); // starts at 32: 24 bytes fit
-    ASSERT_EQ(ParseGVSPPayload(info, p.data(), p.size(), &other, p.Header()), GC_ERR_SUCCESS);
+    ASSERT_EQ(ParseGVSPPayload(info, p.data(), p.size(), &other, HeaderOf(p)), GC_ERR_SUCCESS);
     EXPECT_TRUE(other.dataLargerThanBuffer);
     EXPECT_EQ(other.receivedBytes, 24U);
     EXPECT_EQ(memory[55], 0x33);

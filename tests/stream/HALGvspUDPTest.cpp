@@ -332,18 +332,5 @@ TEST_F(PacketSize, FailingWritesEndTheSearchWithTheirValue) {
     EXPECT_EQ(1500u, params.packetSize) << "the found size was stored before the write";
 }
 
-TEST_F(PacketSize, FixedModeTestsTheCamerasOwnSizeOnly) {
-    hal.SetReg(kScps, 0x80000000u | 1400); // bits above the size are dropped
-    GenTL::StreamStartParams params = Unicast(false);
-    ASSERT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), params));
-    EXPECT_EQ(1400u, params.packetSize);
-    EXPECT_EQ(std::vector<unsigned>{1400 | kTest}, hal.Values(kScps));
-    layer.Stop(&hal, Device(), params.packetSize, params.accessMode);
-
-    hal.Fail(kScps, GC_ERR_IO, true);
-    EXPECT_EQ(GC_ERR_IO, layer.Start(&hal, Device(), params));
-    EXPECT_FALSE(link.socketOpen);
-}
-
 } // namespace
 } // namespace StreamTest

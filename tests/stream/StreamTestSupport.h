@@ -1,6 +1,7 @@
 #pragma once
 // Shared fixtures of the stream tests, with no traffic at all:
 //  - a state machine with a few announced buffers;
+//  - Packet: a GVSP datagram in either header form;
 //  - FakeStreamSocket: the stream socket. Its unicast open binds on
 //    127.0.0.1 (so that it has a real local address and port, and sends
 //    nothing); multicast opens, sends and receives are only recorded or
@@ -85,6 +86,43 @@ public:
 
     GenTL::BufferStateMachineGev sm;
     std::vector<void*> handles;
+};
+
+/// One GVSP datagram, built big-endian field by field.
+class Packet {
+public:
+    Packet(bool extended, std::uint8_t format, std::uint64_t blockId, std::uint32_t packetId,
+           std::uint16_t status = 0) {
+        Put16(status);
+        if (extended) {
+            Put16(0);
+            Put32(0x80000000U | (std::uint32_t{format} << 24));
+            Put64(blockId);
+            Put32(packetId);
+        } else {
+            Put16(static_cast<std::uint16_t>(blockId));
+            Put32((std::uint32_t{format} << 24) | (packetId & 0xFFFFFF));
+        }
+    }
+    Packet& Put16(std::uint16_t v) { return PutBytes(v, 2); }
+    Packet& Put32(std::uint32_t v) { return PutBytes(v, 4); }
+    Packet& Put64(std::uint64_t v) { return PutBytes(v, 8); }
+    Packet& Fill(std::size_t n, std::uint8_t value) {
+        bytes.insert(bytes.end(), n, value);
+        return *this;
+    }
+    const char* data() const { return reinterpret_cast<const char*>(bytes.data()); }
+    unsigned long size() const { return bytes.size(); }
+
+    std::vector<std::uint8_t> bytes;
+
+private:
+    Packet& PutBytes(std::uint64_t v, int n) {
+        for (int i = n - 1; i >= 0; --i) {
+            bytes.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+        }
+        return *this;
+    }
 };
 
 /// Datagrams that the camera sent towards the stream socket: their sizes.
