@@ -202,25 +202,6 @@ TEST_F(OverlappedSocketTest, NoCopySplitsHeaderFromPayload) {
     EXPECT_EQ("pay", std::string(body, static_cast<size_t>(bodyGot)));
 }
 
-TEST_F(OverlappedSocketTest, CloseFromAnotherThreadEndsTheWaitAndTheSocketReopens) {
-    auto receiving = std::async(std::launch::async, [this] {
-        char buffer[8];
-        int received = 0;
-        return socket.GetNextResult(buffer, sizeof(buffer), received, 0);
-    });
-    EXPECT_EQ(std::future_status::timeout, receiving.wait_for(std::chrono::milliseconds(100)));
-    socket.Close();
-    ASSERT_EQ(std::future_status::ready, receiving.wait_for(std::chrono::seconds(5)));
-    EXPECT_EQ(GC_ERR_IO, receiving.get());
-
-    ASSERT_EQ(0, socket.OpenAndBindSocket(Loopback()));
-    peer.SendTo("again", PortOf(socket.LocalAddress()));
-    char buffer[8];
-    int received = 0;
-    ASSERT_EQ(0, socket.GetNextResult(buffer, sizeof(buffer), received, 500));
-    EXPECT_EQ(5, received);
-}
-
 // --- TCPSocket -------------------------------------------------------------
 
 /// A TCP server on 127.0.0.1 that accepts one connection.
