@@ -80,6 +80,20 @@ TEST_F(HALGevTransactionTest, BlockCountsBeyondTheCommandBufferAreRefused) {
     EXPECT_EQ(2, m_peer->Count());
 }
 
+// The simulated camera takes a command with bytes to spare; a stricter one may not.
+TEST_F(HALGevTransactionTest, MemoryCommandsCarryNoByteTooMany) {
+    Start([](const Bytes&, int) { return std::vector<Reply>{}; });
+    m_hal.SetGvcpRetries(0);
+    char data[5] = {};
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_hal.ReadMem(Device(), 0x40, data, sizeof data));
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_hal.WriteMem(Device(), 0x40, data, sizeof data));
+    const std::vector<Bytes> sent = m_peer->Received();
+    ASSERT_EQ(2u, sent.size());
+    EXPECT_EQ(16u, sent[0].size());
+    EXPECT_EQ(8u, gvcp::GetU16(sent[0].data(), sent[0].size(), 14)) << "the padded count";
+    EXPECT_EQ(12u + 8u, sent[1].size());
+}
+
 TEST_F(HALGevTransactionTest, TimeoutsCountAcrossTransactionsUntilAnyDatagram) {
     // Two timeouts per transaction with one retry; an answer resets the count.
     Start(
