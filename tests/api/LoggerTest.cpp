@@ -123,24 +123,6 @@ long long TimestampOf(const json& record) {
     return std::stoll(s);
 }
 
-TEST_F(LoggerTest, ConnectsWithTheLayersOwnPortsAndLevelAndDisconnects) {
-    dir.WriteConfig(kGoodConfig);
-    {
-        HLogger h;
-        GLogger g;
-        ASSERT_EQ(2, lib.Made());
-        EXPECT_EQ(500, g.Level());
-        EXPECT_EQ(std::vector<uint16_t>{5100}, lib.At(0).outPorts);
-        EXPECT_EQ(std::vector<uint16_t>{5200}, lib.At(1).outPorts);
-        EXPECT_EQ((std::vector<uint16_t>{5300, 5400}), lib.At(0).inPorts);
-        EXPECT_EQ(&h, lib.At(0).filter);
-    }
-    EXPECT_EQ(std::vector<uint16_t>{5100}, lib.At(0).removedPorts);
-    EXPECT_EQ(0, lib.Live());
-    EXPECT_FALSE(HLogger::IsOn());
-    EXPECT_FALSE(HLogger::SendLog(json{{"level", 100}}));
-}
-
 TEST_F(LoggerTest, RecordCarriesItsKeysInAllThreeForms) {
     dir.WriteConfig(kGoodConfig);
     HLogger h;

@@ -51,36 +51,7 @@ private:
     unsigned long m_extra;
 };
 
-class BaseModuleTest : public ::testing::Test {
-protected:
-    void SetUp() override { CachedError::Clear(); }
-    void TearDown() override { GenTL::ErrorCache::ReleaseErrorCache(); }
-
-    static std::string PortText(GenTL::IBaseModule& m, int cmd) {
-        int type = -1;
-        unsigned long size = 0;
-        EXPECT_EQ(m.GetPortInfo(cmd, &type, nullptr, &size), 0);
-        EXPECT_EQ(type, INFO_DATATYPE_STRING);
-        std::string text(size, '?');
-        EXPECT_EQ(m.GetPortInfo(cmd, &type, text.data(), &size), 0);
-        return text.substr(0, size - 1);
-    }
-};
-
-TEST_F(BaseModuleTest, PortInfoAnswersTheCommonFactsAndTheModulesOwn) {
-    GenTL::BaseModule plain;
-    EXPECT_EQ(PortText(plain, PORT_INFO_ID), "Unknown ID");
-
-    PortModule own(GenTL::kPortUrlExtraTwo);
-    EXPECT_EQ(PortText(own, PORT_INFO_ID), "an id");
-    EXPECT_EQ(PortText(own, PORT_INFO_PORTNAME), "APort");
-
-    int type = 0;
-    unsigned long size = 0;
-    for (int cmd : {13, -1, static_cast<int>(PORT_INFO_CUSTOM_ID)}) {
-        EXPECT_EQ(own.GetPortInfo(cmd, &type, nullptr, &size), GC_ERR_INVALID_INDEX);
-    }
-}
+using BaseModuleTest = kesta::test::ErrorCacheTest;
 
 TEST_F(BaseModuleTest, DefaultsRefuseAsNotImplementedWithTheStampedCodeName) {
     GenTL::BaseModule m;

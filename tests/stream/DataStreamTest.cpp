@@ -97,41 +97,6 @@ TEST_F(UdpStreamTest, ClosedStreamRefusesEverythingAndAnOpenOneRefusesASecondOpe
     EXPECT_EQ(parent, &g_parent);
 }
 
-TEST_F(UdpStreamTest, AnnounceQueueAndRevokeRefusals) {
-    Open();
-    char memory[128];
-    void* h = nullptr;
-    EXPECT_EQ(stream.AnnounceBuffer(nullptr, 128, nullptr, &h), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(stream.AnnounceBuffer(memory, 128, nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
-    ASSERT_EQ(stream.AnnounceBuffer(memory, 128, &userTags[0], &h), GC_ERR_SUCCESS);
-    EXPECT_EQ(stream.AnnounceBuffer(memory, 128, nullptr, &h), GC_ERR_RESOURCE_IN_USE);
-    std::vector<void*> more = Announce(1);
-    EXPECT_EQ(stream.QueueBuffer(nullptr), GC_ERR_INVALID_PARAMETER);
-    ASSERT_EQ(stream.QueueBuffer(more[0]), GC_ERR_SUCCESS);
-    EXPECT_EQ(stream.QueueBuffer(more[0]), GC_ERR_INVALID_BUFFER); // already queued
-    EXPECT_EQ(stream.RevokeBuffer(more[0], nullptr, nullptr), GC_ERR_BUSY);
-
-    void* memoryBack = nullptr;
-    void* userBack = nullptr;
-    ASSERT_EQ(stream.RevokeBuffer(h, &memoryBack, &userBack), GC_ERR_SUCCESS);
-    EXPECT_EQ(memoryBack, memory);
-    EXPECT_EQ(userBack, &userTags[0]);
-    EXPECT_EQ(Info<std::uint64_t>(stream, STREAM_INFO_NUM_ANNOUNCED), 1u);
-}
-
-TEST_F(UdpStreamTest, StartRefusalsInTheirOrder) {
-    Open();
-    EXPECT_EQ(stream.StartAcquisition(0, 1), GC_ERR_INVALID_BUFFER);
-    Announce(1);
-    EXPECT_EQ(stream.StartAcquisition(0, 0), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(stream.StartAcquisition(5, 1), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(gvsp->starts, 0);
-
-    gvsp->startResult = GC_ERR_IO;
-    EXPECT_EQ(stream.StartAcquisition(0, 1), GC_ERR_IO);
-    EXPECT_FALSE(Info<bool>(stream, STREAM_INFO_IS_GRABBING));
-}
-
 TEST_F(UdpStreamTest, StartAndStopHandTheSettingsToTheLayer) {
     Open();
     std::vector<void*> h = Announce(3, 4096);
@@ -252,16 +217,6 @@ TEST_F(UdpStreamTest, BufferInfoByPayloadType) {
     EXPECT_EQ(stream.GetBufferInfo(other, BUFFER_INFO_SIZE, &type, &value, &size),
               GC_ERR_INVALID_HANDLE);
     GenTL::DeleteHandle(other);
-}
-
-TEST_F(UdpStreamTest, EventRegistrationRefusals) {
-    Open();
-    void* event = nullptr;
-    EXPECT_EQ(stream.RegisterEvent(EVENT_NEW_BUFFER, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(stream.RegisterEvent(EVENT_ERROR, &event), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(stream.RegisterEvent(EVENT_REMOTE_DEVICE, &event), GC_ERR_NOT_AVAILABLE);
-    EXPECT_EQ(stream.UnregisterEvent(EVENT_FEATURE_CHANGE), GC_ERR_NOT_AVAILABLE);
-    EXPECT_EQ(stream.RegisterEvent(9, &event), GC_ERR_INVALID_INDEX);
 }
 
 TEST_F(UdpStreamTest, NewBufferEventRefusesAShortRecordAndItsFlushDiscardsTheOutput) {

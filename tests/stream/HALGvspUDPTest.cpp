@@ -30,22 +30,6 @@ using kesta::test::FakeHALGev;
 
 using StartPaths = StreamBed;
 
-TEST_F(StartPaths, AViewerWithoutMulticastOrANullArgumentIsRefusedBeforeAnythingIsOpened) {
-    for (const int mode : {static_cast<int>(DEVICE_ACCESS_READONLY), 0, 5}) {
-        GenTL::StreamStartParams params = Unicast();
-        params.accessMode = mode;
-        EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, layer.Start(&hal, Device(), params)) << mode;
-    }
-    GenTL::StreamStartParams params = Unicast();
-    EXPECT_EQ(GC_ERR_INVALID_HANDLE, layer.Start(nullptr, Device(), params));
-    EXPECT_EQ(GC_ERR_INVALID_HANDLE, layer.Start(&hal, nullptr, params));
-    EXPECT_EQ(0, socket->unicastOpens);
-    EXPECT_TRUE(hal.CallsTo("WriteReg").empty());
-    GenTL::StreamStartParams exclusive = Unicast();
-    exclusive.accessMode = DEVICE_ACCESS_EXCLUSIVE;
-    EXPECT_EQ(GC_ERR_SUCCESS, layer.Start(&hal, Device(), exclusive)) << "counts as control";
-}
-
 TEST_F(StartPaths, AFailingTraversalDoesNotEndTheStart) {
     hal.Fail(0x0D1C);
     GenTL::StreamStartParams params = Unicast();
