@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../stream/FakeGvcpForStream.h"
+#include "../stream/StreamTestSupport.h"
 #include "events/HALGvmc.h"
 
 namespace {
@@ -37,18 +37,19 @@ TEST(HALGvmc, EachApplicationAimsTheCameraAsItMay) {
         {"multicast listener", true, DEVICE_ACCESS_READONLY, 0x80000000u, 0, {}, 1},
     };
     for (const auto& row : rows) {
-        kesta::test::FakeStreamLink link;
-        kesta::test::FakeGvcpForStream hal(link);
-        auto socket = std::make_shared<kesta::test::FakeStreamSocket>(link);
+        StreamTest::FakeStreamLink link;
+        kesta::test::FakeHALGev hal;
+        hal.cameras["cam"].ip = INADDR_LOOPBACK;
+        auto socket = std::make_shared<StreamTest::FakeStreamSocket>(link);
         GenTL::HALGvmc layer(socket);
         GenTL::DeviceHandle device; // the stand-in socket binds on loopback
         device.socket.reset(new GenTL::CommSocket());
-        hal.regs[kCaps] = row.caps;
-        hal.regs[kMcp] = kListenerPort; // a controlling application's port
+        hal.SetReg(kCaps, row.caps);
+        hal.SetReg(kMcp, kListenerPort); // a controlling application's port
 
         void* hDevice = GenTL::ToOpaque(&device);
         EXPECT_EQ(layer.Start(&hal, hDevice, row.multicast, row.access), row.result) << row.what;
-        EXPECT_EQ(hal.WritesTo(kMcda), row.mcda) << row.what;
+        EXPECT_EQ(hal.Values(kMcda), row.mcda) << row.what;
         EXPECT_EQ(hal.WritesTo(kMcp).size(), row.mcda.size()) << row.what;
         EXPECT_EQ(socket->sent.size(), row.firewall) << row.what;
         EXPECT_EQ(link.socketOpen, row.result == 0) << row.what;
@@ -56,10 +57,10 @@ TEST(HALGvmc, EachApplicationAimsTheCameraAsItMay) {
             EXPECT_EQ(socket->joinedGroup, kGroup) << row.what;
             EXPECT_EQ(socket->listenerPort, row.mcda.empty() ? kListenerPort : 0) << row.what;
         }
-        hal.log.clear();
+        hal.ClearCalls();
         EXPECT_EQ(layer.Stop(&hal, hDevice, row.access), 0) << row.what;
         const bool control = row.access != DEVICE_ACCESS_READONLY;
-        EXPECT_EQ(hal.WritesTo(kMcp), std::vector<unsigned>(control ? 1 : 0, 0)) << row.what;
+        EXPECT_EQ(hal.Values(kMcp), std::vector<unsigned>(control ? 1 : 0, 0)) << row.what;
         EXPECT_FALSE(link.socketOpen) << row.what;
     }
 }

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../modules/FakeHALGev.h"
+#include "FakeHALGev.h"
 #include "GenTL_KESTA.h"
 #include "modules/System.h"
 
