@@ -1,8 +1,6 @@
 // The device module's StreamSelector kept in persist.json of the working
-// directory: across two processes, and from files that a person or a crash
-// left in every shape. Each test works in a directory made for it.
-#include <unistd.h>
-
+// directory: read from files that a person or a crash left in every shape,
+// and written back as JSON. Each test works in a directory made for it.
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -16,7 +14,6 @@
 namespace {
 
 constexpr uint64_t kStreamSelector = 0x1800;
-constexpr uint64_t kStreamId = 0x1900;
 const char* const kFile = "persist.json";
 
 std::string Slurp(const char* path) {
@@ -50,43 +47,6 @@ protected:
         m_system = nullptr;
     }
 };
-
-// The two halves of the restart, each run as a process of its own by
-// StreamSelectorSurvivesARestart.
-TEST_F(Persisted, DISABLED_WriteHalf) {
-    ASSERT_NO_FATAL_FAILURE(OpenDevice());
-    EXPECT_EQ(kesta_device::ReadNumber(Lib(), m_device, kStreamSelector), 0u);
-    ASSERT_EQ(kesta_device::WriteNumber(Lib(), m_device, kStreamSelector, 1), GC_ERR_SUCCESS);
-}
-
-TEST_F(Persisted, DISABLED_ReadHalf) {
-    ASSERT_NO_FATAL_FAILURE(OpenDevice());
-    EXPECT_EQ(kesta_device::ReadNumber(Lib(), m_device, kStreamSelector), 1u);
-    EXPECT_EQ(kesta_device::ReadText(Lib(), m_device, kStreamId), "1");
-}
-
-int RunHalf(const char* name) {
-    char self[4096] = {};
-    if (readlink("/proc/self/exe", self, sizeof self - 1) <= 0) {
-        return -1;
-    }
-    return std::system(
-        (std::string(self) + " --gtest_also_run_disabled_tests --gtest_filter=" + name + " >&2")
-            .c_str());
-}
-
-TEST(PersistedRestart, StreamSelectorSurvivesARestart) {
-    const std::string why = kesta_device::NotInTestBed();
-    if (!why.empty()) {
-        GTEST_SKIP() << why;
-    }
-    kesta_device::TemporaryWorkingDirectory dir;
-    ASSERT_TRUE(dir.Ok());
-    ASSERT_EQ(RunHalf("Persisted.DISABLED_WriteHalf"), 0);
-    const std::string serial = kesta_device::EnvList("KESTA_CAMERA_SERIALS").at(0);
-    EXPECT_EQ(Slurp(kFile), "{\"" + serial + "\":{\"StreamSelector\":1}}");
-    EXPECT_EQ(RunHalf("Persisted.DISABLED_ReadHalf"), 0);
-}
 
 /// A persist.json as found at GCInitLib, and what the camera's selector
 /// then reads; after a write of 1 and GCCloseLib the file is JSON again,
