@@ -113,31 +113,6 @@ TEST_F(Events, ABurstLargerThanTheQueueArrivesByteForByteAndInOrder) {
     EXPECT_EQ(Info(EVENT_NUM_IN_QUEUE), 0u);
 }
 
-TEST_F(Events, FlushKillAndTimeOut) {
-    Register();
-    GC_ERROR rc = GC_ERR_SUCCESS;
-    Next(rc, 100);
-    EXPECT_EQ(rc, GC_ERR_TIMEOUT);
-    SetCamera(kEventFire, 3);
-    ASSERT_EQ(SettledQueue(), 3u);
-    EXPECT_EQ(Info(EVENT_NUM_FIRED), 0u); // fired counts deliveries
-    EXPECT_EQ(Lib().EventFlush(m_event), GC_ERR_SUCCESS);
-    EXPECT_EQ(Info(EVENT_NUM_IN_QUEUE), 0u);
-
-    // A kill ends a wait without limit; one that finds nobody waiting ends
-    // the next wait at once.
-    std::atomic<GC_ERROR> waited{GC_ERR_SUCCESS};
-    std::thread consumer = Consumer(waited);
-    std::this_thread::sleep_for(300ms);
-    EXPECT_EQ(Lib().EventKill(m_event), GC_ERR_SUCCESS);
-    consumer.join();
-    EXPECT_EQ(waited.load(), GC_ERR_ABORT);
-    EXPECT_EQ(Lib().EventKill(m_event), GC_ERR_SUCCESS);
-    Next(rc);
-    EXPECT_EQ(rc, GC_ERR_ABORT);
-    Lib().TakeLastError();
-}
-
 TEST_F(Events, OnlyTheCamerasEventPacketsAreDelivered) {
     Register();
     const auto mcp = static_cast<std::uint16_t>(ReadCamera(kMcp));

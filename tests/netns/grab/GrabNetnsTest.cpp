@@ -239,6 +239,8 @@ TEST_F(Multicast, ControllerAndListenerTakeTheSameStream) {
                 text.find("[       OK ] Multicast.ListenerTakesTheGroupsImages") !=
                     std::string::npos)
         << text;
+    // The listener's stop left the stream to the controller.
+    EXPECT_EQ(Take(3).complete, 3);
 }
 
 // Run only by the test above, in the second host.
