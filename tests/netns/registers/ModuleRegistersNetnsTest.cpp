@@ -143,16 +143,6 @@ TEST_F(ModuleRegisters, RegistersAnswerAsTheInfoCommands) {
     for (const auto& [feature, cmd] : system) {
         ExpectRegisterHolds(m_system, At(feature), Info(m_system, cmd));
     }
-    const std::pair<const char*, uint64_t> numbers[] = {
-        {"GenTLVersionMajor", 1},        {"GenTLVersionMinor", 5},
-        {"GenTLSFNCVersionMajor", 1},    {"GenTLSFNCVersionMinor", 1},
-        {"GenTLSFNCVersionSubMinor", 1}, {"GevVersionMajor", 2},
-        {"GevVersionMinor", 0},          {"TLType_Reg", 0}};
-    for (const auto& [feature, expected] : numbers) {
-        std::vector<unsigned char> bytes(8);
-        std::memcpy(bytes.data(), &expected, 8);
-        ExpectRegisterHolds(m_system, At(feature), bytes);
-    }
     const std::tuple<void*, uint64_t, int> rows[] = {
         {m_iface, 0x0100, INTERFACE_INFO_ID},
         {m_iface, 0x0200, INTERFACE_INFO_DISPLAYNAME},
