@@ -4,8 +4,8 @@
 // and multicast sockets are exercised by the tests in tests/netns.
 #include "hal/SocketHelper.h"
 
-#include "GenTL_KESTA.h"
 #include "CachedError.h"
+#include "GenTL_KESTA.h"
 #include "api/Error.h"
 
 #include <gtest/gtest.h>
