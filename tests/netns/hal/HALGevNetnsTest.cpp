@@ -30,7 +30,6 @@ constexpr unsigned sk_addrUserName = 0x00E8;
 constexpr unsigned sk_addrHeartbeatTimeout = 0x0938;
 constexpr unsigned sk_addrTickHigh = 0x093C;
 constexpr unsigned sk_addrGvcpConfig = 0x0954;
-constexpr unsigned sk_addrCcp = 0x0A00;
 constexpr unsigned sk_addrXmlFile = 0x00100000;
 constexpr long kDiscoveryMs = 400;
 
