@@ -179,8 +179,16 @@ protected:
                          const std::function<bool()>& more = nullptr) {
         Open(128, 32, kFps, access);
         if (!HasFatalFailure()) {
-            SetStream(kStreamMulticastEnable, 1);
             AnnounceAndQueue(4);
+        }
+        if (!HasFatalFailure() && access == DEVICE_ACCESS_READONLY) {
+            // A viewer may not aim the camera's channel at itself.
+            EXPECT_EQ(Lib().DSStartAcquisition(m_stream, 0, GENTL_INFINITE),
+                      GC_ERR_RESOURCE_IN_USE);
+            Lib().TakeLastError();
+        }
+        if (!HasFatalFailure()) {
+            SetStream(kStreamMulticastEnable, 1);
         }
         if (!HasFatalFailure()) {
             Start();

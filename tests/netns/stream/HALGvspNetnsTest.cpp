@@ -98,8 +98,7 @@ protected:
 
 using Unicast = StreamBed;
 
-// Where SCDA and SCP point after Start and Stop is checked through the
-// exported functions (netns/datastream), the images by the grab tests.
+// The images, and so where SCDA points, are the grab tests' part.
 TEST_F(Unicast, StartTakesTheCamerasFactsAndStopClosesTheSocket) {
     StreamStartParams params = ControllerParams(false);
     ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
@@ -111,6 +110,7 @@ TEST_F(Unicast, StartTakesTheCamerasFactsAndStopClosesTheSocket) {
     ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
     EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
     EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+    EXPECT_EQ(0u, m_app->Reg(sk_addrScp) & 0xFFFF);
 }
 
 TEST_F(Unicast, FirewallDatagramReachesTheCamerasSourcePort) {
