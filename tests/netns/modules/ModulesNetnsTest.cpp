@@ -97,16 +97,6 @@ protected:
         return value;
     }
 
-    std::string DeviceText(IF_HANDLE hIface, const std::string& id, DEVICE_INFO_CMD cmd) {
-        return Text([&](auto t, auto b, auto s) {
-            return Lib().IFGetDeviceInfo(hIface, id.c_str(), cmd, t, b, s);
-        });
-    }
-    int64_t DeviceValue(IF_HANDLE hIface, const std::string& id, DEVICE_INFO_CMD cmd) {
-        return Value<int64_t>([&](auto t, auto b, auto s) {
-            return Lib().IFGetDeviceInfo(hIface, id.c_str(), cmd, t, b, s);
-        });
-    }
     int64_t InterfaceValue(IF_HANDLE hIface, INTERFACE_INFO_CMD cmd) {
         return Value<int64_t>(
             [&](auto t, auto b, auto s) { return Lib().IFGetInfo(hIface, cmd, t, b, s); });
@@ -226,6 +216,9 @@ TEST_F(OneCamera, SystemAndInterfaceFactsPortsAndRefusals) {
         << Lib().TakeLastError().text;
     EXPECT_TRUE(changed);
     EXPECT_EQ(DeviceIds(hIface), EnvList("KESTA_CAMERA_SERIALS"));
+    // The same cameras again, answering in whatever order: no change.
+    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS);
+    EXPECT_FALSE(changed);
     EXPECT_EQ(Lib().IFOpenDevice(hIface, "KSIM0099", DEVICE_ACCESS_CONTROL, &hDevice),
               GC_ERR_INVALID_ID);
     // The list, in the order the cameras answered.
@@ -304,67 +297,6 @@ TEST_F(OneCamera, DeviceOpensOnceAndTheLibraryClosesItWhenLeftOpen) {
     ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, nullptr, kDiscoveryMs), GC_ERR_SUCCESS);
     EXPECT_EQ(accessStatus(), DEVICE_ACCESS_STATUS_READWRITE);
     EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS);
-}
-
-// --- Several cameras ---------------------------------------------------------
-
-using SeveralCameras = TestBed;
-
-TEST_F(SeveralCameras, EveryCameraIsListedWithItsFactsAndOpensOnce) {
-    TL_HANDLE hTL = OpenSystem();
-    IF_HANDLE hIface = OpenTestBedInterface(hTL);
-    ASSERT_NE(hIface, nullptr);
-    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
-    const std::vector<std::string> ips = EnvList("KESTA_CAMERA_IPS");
-    ASSERT_GE(serials.size(), 3u);
-
-    bool8_t changed = 0;
-    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS)
-        << Lib().TakeLastError().text;
-    EXPECT_TRUE(changed);
-    std::vector<std::string> sorted = serials;
-    std::sort(sorted.begin(), sorted.end());
-    EXPECT_EQ(DeviceIds(hIface), sorted);
-    // The same cameras again, answering in whatever order: no change.
-    changed = 1;
-    ASSERT_EQ(Lib().IFUpdateDeviceList(hIface, &changed, kDiscoveryMs), GC_ERR_SUCCESS);
-    EXPECT_FALSE(changed);
-
-    std::vector<DEV_HANDLE> devices;
-    for (size_t i = 0; i < serials.size(); ++i) {
-        SCOPED_TRACE(serials[i]);
-        EXPECT_EQ(DeviceText(hIface, serials[i], DEVICE_INFO_TLTYPE), "GEV");
-        const std::string model = DeviceText(hIface, serials[i], DEVICE_INFO_MODEL);
-        EXPECT_FALSE(model.empty());
-        EXPECT_EQ(DeviceText(hIface, serials[i], DEVICE_INFO_DISPLAYNAME),
-                  model + " ( " + serials[i] + " ) ");
-        EXPECT_EQ(DeviceValue(hIface, serials[i], DEVICE_INFO_GEV_IP_ADDRESS), HostOrderIp(ips[i]));
-        EXPECT_EQ(DeviceValue(hIface, serials[i], DEVICE_INFO_GEV_SUBNET_MASK),
-                  HostOrderIp(Env("KESTA_NETNS_NETMASK")));
-
-        DEV_HANDLE hDevice = nullptr;
-        ASSERT_EQ(Lib().IFOpenDevice(hIface, serials[i].c_str(), DEVICE_ACCESS_CONTROL, &hDevice),
-                  GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
-        EXPECT_EQ(Text([&](auto t, auto b, auto s) {
-                      return Lib().DevGetInfo(hDevice, DEVICE_INFO_ID, t, b, s);
-                  }),
-                  serials[i]);
-        devices.push_back(hDevice);
-    }
-    // Each is registered under its own id: all are refused a second time,
-    // and one that is closed opens again.
-    for (const std::string& serial : serials) {
-        DEV_HANDLE again = nullptr;
-        EXPECT_EQ(Lib().IFOpenDevice(hIface, serial.c_str(), DEVICE_ACCESS_CONTROL, &again),
-                  GC_ERR_RESOURCE_IN_USE);
-    }
-    ASSERT_EQ(Lib().DevClose(devices[1]), GC_ERR_SUCCESS);
-    DEV_HANDLE reopened = nullptr;
-    EXPECT_EQ(Lib().IFOpenDevice(hIface, serials[1].c_str(), DEVICE_ACCESS_READONLY, &reopened),
-              GC_ERR_SUCCESS);
-    // The system closes its interface and the three devices.
-    EXPECT_EQ(Lib().TLClose(hTL), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
 }
 
 } // namespace
