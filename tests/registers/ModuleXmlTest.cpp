@@ -1,14 +1,12 @@
-// The modules' embedded GenApi descriptions, one row of kModules each: the
-// very bytes of the file in the source tree, a register description of the
-// module's own port whose references all name nodes, and in step with the
+// The modules' embedded GenApi descriptions, one row of kModules each: a
+// register description of the module's own port whose references all name
+// nodes, and in step with the
 // module's register table both ways (what the table serves is in the XML at
 // its address, width and access; what the XML names is served). Then what
 // the stream's XML must tell beyond its map.
 #include <cctype>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -48,44 +46,33 @@ template <class Reg> std::vector<Row> RowsOf() {
 struct Module {
     const char* name;
     const GenTL::ModuleXml* xml;
-    const char* file; ///< beside the register classes
     std::string (*portName)();
-    std::vector<std::string> categories; ///< of Root, in order
     std::vector<Row> (*rows)();
 };
 
 const Module kModules[] = {
     {"Stream",
      &GenTL::g_streamXml,
-     "SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1.xml",
      [] {
          int parent = 0;
          return GenTL::DataStreamGevUDP(nullptr, nullptr, &parent, 0, DEVICE_ACCESS_CONTROL)
              .GetPortInfoRecord()
              .portName;
      },
-     {"StreamInformation", "BufferHandlingControl", "EvsFeatures"},
      RowsOf<GenTL::StreamReg>},
     {"System",
      &GenTL::g_systemXml,
-     "SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml",
      [] { return GenTL::System().GetPortInfoRecord().portName; },
-     {"SystemInformation", "InterfaceEnumeration", "ActionCommandControl", "ThreadControl",
-      "Driver"},
      RowsOf<GenTL::SystemReg>},
     // Their modules need an open adapter or camera: the network tests compare
     // these port names with PORT_INFO_PORTNAME.
     {"Interface",
      &GenTL::g_interfaceXml,
-     "SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1.xml",
      [] { return std::string("InterfacePort"); },
-     {"InterfaceInformation", "DeviceEnumeration"},
      RowsOf<GenTL::InterfaceReg>},
     {"Device",
      &GenTL::g_deviceXml,
-     "SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml",
      [] { return std::string("DevicePort"); },
-     {"DeviceInformation", "StreamEnumeration", "ActionCommandControl", "DeviceControl"},
      RowsOf<GenTL::DeviceReg>},
 };
 
@@ -133,23 +120,7 @@ protected:
     pugi::xml_node root;
 };
 
-TEST_P(ModuleXml, EmbeddedBytesAreTheSourceFile) {
-    const GenTL::ModuleXml& xml = *GetParam().xml;
-    const std::string path = std::string(KESTA_SOURCE_DIR "/src/registers/") + GetParam().file;
-    std::ifstream in(path, std::ios::binary);
-    ASSERT_TRUE(in) << path;
-    std::ostringstream file;
-    file << in.rdbuf();
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(xml.data), xml.size), file.str());
-    EXPECT_EQ(xml.data[xml.size], 0);
-}
-
 TEST_P(ModuleXml, DescribesTheModulesPortWithNoDanglingReference) {
-    EXPECT_STREQ(root.attribute("SchemaMajorVersion").as_string(), "1");
-    EXPECT_STREQ(root.attribute("SchemaMinorVersion").as_string(), "1");
-    EXPECT_STREQ(root.attribute("ModelName").as_string(), "SFNC_Camera");
-    EXPECT_STREQ(root.attribute("VendorName").as_string(), "Generic");
-
     const std::string portName = GetParam().portName();
     std::vector<std::string> ports;
     std::set<std::string> names;
@@ -173,12 +144,6 @@ TEST_P(ModuleXml, DescribesTheModulesPortWithNoDanglingReference) {
             }
         }
     }
-    std::vector<std::string> top;
-    for (pugi::xml_node f :
-         root.find_child_by_attribute("Category", "Name", "Root").children("pFeature")) {
-        top.push_back(f.text().as_string());
-    }
-    EXPECT_EQ(top, GetParam().categories);
 }
 
 TEST_P(ModuleXml, RegistersMatchTheTable) {
