@@ -149,6 +149,21 @@ TEST_F(Events, OnlyTheCamerasEventPacketsAreDelivered) {
     Lib().TakeLastError();
 }
 
+// Camera 1 sends every second event packet 600 bytes long: no consumer gets
+// those, the others come through.
+TEST_F(Events, OversizedPacketsOfTheCameraAreDropped) {
+    UseCamera(1);
+    Register();
+    SetCamera(kEventFire, 4);
+    GC_ERROR rc = GC_ERR_ERROR;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_LE(Next(rc).size(), 576u);
+        EXPECT_EQ(rc, GC_ERR_SUCCESS) << i;
+    }
+    Next(rc, 300);
+    EXPECT_EQ(rc, GC_ERR_TIMEOUT);
+}
+
 TEST_F(Events, TheCameraSeesWhereToSendAndAStopBeforeTheRelease) {
     const std::string cameraNetns = EnvList("KESTA_CAMERA_NETNS").at(0);
     kesta_netns::Sniffer gvcp(cameraNetns, 3956);
