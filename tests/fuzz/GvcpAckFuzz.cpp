@@ -1,22 +1,30 @@
 // Fuzz target of the GVCP ack path: the six register and memory transactions
 // and the action command against a device that answers with datagrams of any
 // content and length (pending acks, acks of this or an older request id,
-// short, long and empty ones). The sanitizers report any read outside the
-// ack buffer; the checks below that the transaction ends within its sends,
-// and that whatever it hands out as data came from the last datagram, which
-// carried all of it.
+// short, long and empty ones), and the answers that a discovery collects.
+// The sanitizers report any read outside the ack buffer; the checks below
+// that the transaction ends within its sends, that whatever it hands out as
+// data came from the last datagram, which carried all of it, and that a
+// discovery makes a row only of an answer with a payload and puts nothing in
+// it that did not arrive in that answer.
 //
 // Input: the operation and retry count (1 byte), an address offset and a
 // length or count (2 bytes), then datagrams as ScriptedSocket reads them.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "ScriptedSocket.h"
 #include "api/Error.h"
+#include "hal/AdapterHandle.h"
 #include "hal/DeviceHandle.h"
+#include "hal/DiscoveryCollector.h"
+#include "hal/GvcpWire.h"
 #include "hal/HALGev.h"
 
 namespace {
@@ -44,6 +52,50 @@ void RequireFromLastDatagram(const kesta_fuzz::ScriptedSocket& socket, const std
     Require(std::equal(data, data + length, last.begin() + static_cast<long>(from)));
 }
 
+/// The answers of a discovery, then every fact read from the rows by id.
+void Discover(GenTL::HALGev& hal, kesta_fuzz::Input& in) {
+    using namespace GenTL;
+    AdapterHandle adapter;
+    auto* socket = new kesta_fuzz::ScriptedSocket(in);
+    adapter.socket.reset(socket);
+    std::vector<DiscoveredDevice> devices;
+    ProcessDiscoveryAck(&adapter, devices, 1000, false);
+    std::size_t answers = 0;
+    for (const Bytes& datagram : socket->handedOut) {
+        if (datagram.size() <= gvcp::kHeaderSize) {
+            continue;
+        }
+        Require(answers < adapter.deviceList.size());
+        const DeviceData& row = adapter.deviceList[answers++];
+        const std::size_t arrived = std::min(datagram.size(), kDiscoveryAckSize);
+        for (std::size_t i = 0; i < row.discoveryPayload.size(); ++i) {
+            const std::size_t at = gvcp::kHeaderSize + i;
+            Require(row.discoveryPayload[i] == (at < arrived ? datagram[at] : 0));
+        }
+        Require(row.id == gvcp::GetString(datagram.data(), arrived, gvcp::kHeaderSize + 0xD8));
+    }
+    Require(answers == adapter.deviceList.size() && answers == devices.size());
+    void* h = ToOpaque(&adapter);
+    for (const DiscoveredDevice& device : devices) {
+        const std::string& id = std::get<0>(device);
+        std::string text;
+        long number = 0;
+        bool flag = false;
+        hal.GetModelName(h, id, text);
+        hal.GetVendorName(h, id, text);
+        hal.GetSerialNumber(h, id, text);
+        hal.GetUserDefinedName(h, id, text);
+        hal.GetDeviceVersion(h, id, text);
+        hal.GetDevMACAddress(h, id, number);
+        hal.GetDevIPAddress(h, id, number);
+        hal.GetDevSubnetMask(h, id, number);
+        hal.GetDevDefaultGateway(h, id, number);
+        hal.GetDevIpConfigDHCP(h, id, flag);
+        hal.GetDevIpConfigPersistentIp(h, id, flag);
+        hal.GetDevIpConfigLLA(h, id, flag);
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -51,9 +103,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static HALGev hal("/nonexistent/KestaGentl.cfg");
     kesta_fuzz::Input in(data, size);
     const std::uint32_t selector = in.Take(1);
-    const std::uint32_t operation = selector % 7;
+    const std::uint32_t operation = selector % 8;
     const unsigned long retries = (selector >> 3) % 4;
     const std::uint32_t parameter = in.Take(2);
+    if (operation == 7) {
+        Discover(hal, in);
+        ErrorCache::GetErrorCache()->Clear();
+        return 0;
+    }
 
     DeviceHandle device;
     auto* socket = new kesta_fuzz::ScriptedSocket(in);
