@@ -99,35 +99,27 @@ protected:
 using Unicast = StreamBed;
 
 // The images, and so where SCDA points, are the grab tests' part.
-TEST_F(Unicast, StartTakesTheCamerasFactsAndStopClosesTheSocket) {
-    StreamStartParams params = ControllerParams(false);
-    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
-    EXPECT_NE(0u, m_app->StreamPort());
-    EXPECT_EQ(1500u, params.packetSize) << "the camera's own size, tested";
-    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
-    EXPECT_FALSE(m_app->StreamOpen());
-    // The layer starts again on the same socket object.
-    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
-    EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
-    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
-    EXPECT_EQ(0u, m_app->Reg(sk_addrScp) & 0xFFFF);
-}
-
-TEST_F(Unicast, FirewallDatagramReachesTheCamerasSourcePort) {
+TEST_F(Unicast, StartSendsTheFirewallDatagramAndStopClosesTheSocket) {
     const unsigned sourcePort = m_app->Reg(sk_addrScsp) & 0xFFFF;
     ASSERT_NE(0u, sourcePort);
-    const std::vector<std::string> cameraNs = EnvList("KESTA_CAMERA_NETNS");
-    ASSERT_FALSE(cameraNs.empty());
-    Sniffer sniffer(cameraNs.at(m_camera), static_cast<std::uint16_t>(sourcePort));
+    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(m_camera),
+                    static_cast<std::uint16_t>(sourcePort));
     ASSERT_TRUE(sniffer.Ok());
-
     StreamStartParams params = ControllerParams(false);
     ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    EXPECT_EQ(1500u, params.packetSize) << "the camera's own size, tested";
+    EXPECT_EQ(m_app->StreamPort(), m_app->Reg(sk_addrScp));
     const std::vector<Captured> packets = sniffer.WaitFor(1, 1000);
     ASSERT_EQ(1u, packets.size());
     EXPECT_EQ(Bytes(4, 0), packets[0].payload);
     EXPECT_EQ(m_hostIp, packets[0].sourceIp);
     EXPECT_EQ(m_app->StreamPort(), packets[0].sourcePort) << "sent from the stream socket";
+    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
+    EXPECT_FALSE(m_app->StreamOpen());
+    EXPECT_EQ(0u, m_app->Reg(sk_addrScp) & 0xFFFF);
+    // The layer starts again on the same socket object.
+    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
+    EXPECT_NE(0u, m_app->StreamPort());
     EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
 }
 
