@@ -26,8 +26,6 @@ namespace {
 using namespace kesta_netns;
 
 constexpr unsigned sk_addrVersion = 0x0000;
-constexpr unsigned sk_addrUserName = 0x00E8;
-constexpr unsigned sk_addrHeartbeatTimeout = 0x0938;
 constexpr unsigned sk_addrTickHigh = 0x093C;
 constexpr unsigned sk_addrGvcpConfig = 0x0954;
 constexpr unsigned sk_addrXmlFile = 0x00100000;
@@ -107,13 +105,6 @@ TEST_F(Cameras, DiscoveryFindsEveryCameraAndAsksUnicastAddressesAfterTheBroadcas
                          [&](const DiscoveredDevice& d) { return std::get<0>(d) == serials[i]; });
         ASSERT_NE(devices.end(), found);
         EXPECT_EQ(ParseIp(ips[i]), ntohl(std::get<1>(*found)));
-        // The camera reports persistent IP and LLA (0x5): by id the number's
-        // bits are read.
-        bool on = false;
-        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevIpConfigPersistentIp(m_adapter, serials[i], on));
-        EXPECT_TRUE(on);
-        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevIpConfigDHCP(m_adapter, serials[i], on));
-        EXPECT_FALSE(on);
     }
 }
 
@@ -124,25 +115,12 @@ Bytes XmlFile() {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-TEST_F(Cameras, OpensACameraAndReadsAndWritesRegistersAndMemory) {
+TEST_F(Cameras, MemoryReadsOfAnyLengthAndTheCamerasRefusal) {
     const Bytes xml = XmlFile();
     ASSERT_GT(xml.size(), 2000u);
     Discover();
     void* device = OpenCamera(Serial(0));
     ASSERT_NE(nullptr, device);
-    unsigned short port = 0;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevPort(device, port));
-    EXPECT_EQ(3956, port);
-
-    unsigned value = 0;
-    unsigned block[2] = {};
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadRegBlock(device, sk_addrTickHigh, block, 2));
-    EXPECT_GT((static_cast<unsigned long>(block[0]) << 32) | block[1], 0u);
-    const unsigned writes[2] = {htonl(5000), htonl(0)};
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteRegBlock(device, sk_addrHeartbeatTimeout, writes, 1));
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrHeartbeatTimeout, value));
-    EXPECT_EQ(5000u, value);
-
     // Lengths that are no multiple of 4 are padded on the wire and cut here.
     for (std::size_t length : {1u, 3u, 4u, 5u, 533u, 536u}) {
         SCOPED_TRACE(length);
@@ -153,18 +131,9 @@ TEST_F(Cameras, OpensACameraAndReadsAndWritesRegistersAndMemory) {
             std::equal(xml.begin() + 8, xml.begin() + 8 + static_cast<long>(length), data.begin()));
         EXPECT_EQ(Bytes(4, 0xA5), Bytes(data.end() - 4, data.end()));
     }
-    char big[537] = {};
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_hal->ReadMem(device, sk_addrXmlFile, big, 537));
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_hal->WriteMem(device, sk_addrXmlFile, big, 537));
     // Read-only memory: the camera's status comes back mapped.
+    char big[536] = {};
     EXPECT_EQ(GC_ERR_ACCESS_DENIED, m_hal->WriteMem(device, sk_addrXmlFile, big, 536));
-
-    const std::string name = "fifteen chars!!";
-    EXPECT_EQ(GC_ERR_SUCCESS,
-              m_hal->WriteMem(device, sk_addrUserName, name.c_str(), name.size() + 1));
-    char back[16] = {};
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadMem(device, sk_addrUserName, back, sizeof back));
-    EXPECT_EQ(name, std::string(back));
 }
 
 TEST_F(Cameras, ResendAndActionCommandsReachTheCameraByteForByte) {
@@ -208,10 +177,6 @@ TEST_F(Cameras, ResendAndActionCommandsReachTheCameraByteForByte) {
     for (const Captured& packet : packets) {
         EXPECT_EQ(ParseIp(Env("KESTA_NETNS_HOST_IP")), packet.sourceIp);
     }
-    // The control socket is left at 2 s after an action command.
-    int former = 0;
-    handle->socket->SetTimeout(200, former);
-    EXPECT_EQ(2000, former);
 }
 
 TEST_F(Cameras, TwoAddressesOnOneAdapterAreTwoAdapters) {
