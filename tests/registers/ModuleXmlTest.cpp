@@ -16,9 +16,9 @@
 #include "GenTL_KESTA.h"
 #include "modules/BaseModule.h"
 #include "modules/System.h"
-#include "registers/ModuleXml.h"
 #include "registers/DeviceReg.h"
 #include "registers/InterfaceReg.h"
+#include "registers/ModuleXml.h"
 #include "registers/StreamReg.h"
 #include "registers/SystemReg.h"
 #include "stream/DataStreamGevUDP.h"
@@ -51,8 +51,7 @@ struct Module {
 };
 
 const Module kModules[] = {
-    {"Stream",
-     &GenTL::g_streamXml,
+    {"Stream", &GenTL::g_streamXml,
      [] {
          int parent = 0;
          return GenTL::DataStreamGevUDP(nullptr, nullptr, &parent, 0, DEVICE_ACCESS_CONTROL)
@@ -60,19 +59,13 @@ const Module kModules[] = {
              .portName;
      },
      RowsOf<GenTL::StreamReg>},
-    {"System",
-     &GenTL::g_systemXml,
-     [] { return GenTL::System().GetPortInfoRecord().portName; },
+    {"System", &GenTL::g_systemXml, [] { return GenTL::System().GetPortInfoRecord().portName; },
      RowsOf<GenTL::SystemReg>},
     // Their modules need an open adapter or camera: the network tests compare
     // these port names with PORT_INFO_PORTNAME.
-    {"Interface",
-     &GenTL::g_interfaceXml,
-     [] { return std::string("InterfacePort"); },
+    {"Interface", &GenTL::g_interfaceXml, [] { return std::string("InterfacePort"); },
      RowsOf<GenTL::InterfaceReg>},
-    {"Device",
-     &GenTL::g_deviceXml,
-     [] { return std::string("DevicePort"); },
+    {"Device", &GenTL::g_deviceXml, [] { return std::string("DevicePort"); },
      RowsOf<GenTL::DeviceReg>},
 };
 
