@@ -123,20 +123,6 @@ TEST_F(Unicast, StartSendsTheFirewallDatagramAndStopClosesTheSocket) {
     EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
 }
 
-TEST_F(Unicast, AutomaticNegotiationSettlesOn1500) {
-    StreamStartParams params = ControllerParams(true);
-    const auto start = Clock::now();
-    ASSERT_EQ(GC_ERR_SUCCESS, m_app->Start(params));
-    const auto took = Clock::now() - start;
-    EXPECT_EQ(1500u, params.packetSize);
-    const unsigned scps = m_app->Reg(sk_addrScps);
-    EXPECT_EQ(1500u, scps & sk_scpsSizeMask);
-    EXPECT_NE(0u, scps & sk_scpsDoNotFragment);
-    EXPECT_EQ(0u, scps & sk_scpsFireTestPacket);
-    EXPECT_GE(took, std::chrono::milliseconds(450)) << "five sizes timed out first";
-    EXPECT_EQ(GC_ERR_SUCCESS, m_app->Stop(params));
-}
-
 TEST_F(Unicast, AFixedSizeAboveTheMtuFailsAndLeavesTheChannelCleared) {
     ASSERT_EQ(GC_ERR_SUCCESS, m_app->Hal()->WriteReg(m_app->Device(), sk_addrScps, 9000));
     StreamStartParams params = ControllerParams(false);
