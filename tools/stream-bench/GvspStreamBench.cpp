@@ -721,7 +721,10 @@ private:
             return false;
         }
         const int seconds = static_cast<int>(m_c.seconds + 0.999);
-        const std::vector<std::string> args = {"arv-camera-test-0.8",
+        // Line-buffered, so that each per-second line comes when printed.
+        const std::vector<std::string> args = {"stdbuf",
+                                               "-oL",
+                                               "arv-camera-test-0.8",
                                                "-w",
                                                std::to_string(m_c.width),
                                                "-h",
