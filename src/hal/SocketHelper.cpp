@@ -677,15 +677,25 @@ unsigned InterfaceIndexOf(in_addr address) {
     return index;
 }
 
-/// One's complement sum of 16-bit big-endian words.
+/// One's complement sum of 16-bit big-endian words, added to `sum`. The
+/// words are summed in memory order, four bytes at a time, and the folded
+/// result turned to host order once: the sum does not depend on byte order.
 std::uint32_t Sum16(const std::uint8_t* p, std::size_t length, std::uint32_t sum) {
-    for (; length > 1; p += 2, length -= 2) {
-        sum += static_cast<std::uint32_t>(p[0] << 8 | p[1]);
+    std::uint64_t words = 0;
+    for (; length >= 4; p += 4, length -= 4) {
+        std::uint32_t w = 0;
+        std::memcpy(&w, p, 4);
+        words += w;
     }
-    if (length == 1) {
-        sum += static_cast<std::uint32_t>(p[0] << 8);
+    if (length > 0) {
+        std::uint32_t w = 0; // the tail, padded with zeros
+        std::memcpy(&w, p, length);
+        words += w;
     }
-    return sum;
+    while (words >> 16) {
+        words = (words & 0xFFFF) + (words >> 16);
+    }
+    return sum + ntohs(static_cast<std::uint16_t>(words));
 }
 
 std::uint16_t Fold(std::uint32_t sum) {
@@ -806,15 +816,6 @@ int PacketRingSocket::Close() {
     return GC_ERR_SUCCESS;
 }
 
-unsigned PacketRingSocket::Drops() {
-    tpacket_stats_v3 stats{};
-    socklen_t length = sizeof stats;
-    if (m_fd < 0 || ::getsockopt(m_fd, SOL_PACKET, PACKET_STATISTICS, &stats, &length) != 0) {
-        return 0;
-    }
-    return stats.tp_drops;
-}
-
 bool PacketRingSocket::ReadFrame(const char* frame, Datagram& out) {
     const auto* h = reinterpret_cast<const tpacket3_hdr*>(frame);
     if (h->tp_snaplen != h->tp_len) {
@@ -865,6 +866,9 @@ int PacketRingSocket::Next(Datagram* out, int count, int& got, int timeoutMs) {
     }
     while (got < count) {
         if (m_framesLeft == 0) {
+            if (m_handedOut == m_blocks) {
+                break; // the whole ring is handed out: the next block is one of them
+            }
             auto* block = reinterpret_cast<tpacket_block_desc*>(Block(m_block));
             if ((__atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE) &
                  TP_STATUS_USER) == 0) {

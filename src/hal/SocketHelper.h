@@ -302,9 +302,6 @@ public:
     /// Unmaps the ring and closes the socket.
     int Close();
     bool IsOpen() const { return m_fd >= 0; }
-    /// Datagrams the kernel dropped since the last call because the ring
-    /// was full.
-    unsigned Drops();
 
 private:
     /// Whether the frame holds a sound datagram; fills `out` if so.

@@ -279,9 +279,12 @@ void GrabThreadNoCopy::ClaimPlace(const Buffer* buffer, std::uint64_t place) {
 }
 
 void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
-    boost::this_thread::interruption_point();
-    if (m_cursor == m_count && !ReceiveBatch(buffer)) {
-        return;
+    if (m_cursor == m_count) {
+        // Once per read: the point takes a lock, too dear per packet.
+        boost::this_thread::interruption_point();
+        if (!ReceiveBatch(buffer)) {
+            return;
+        }
     }
     const std::size_t index = m_cursor++;
     GvspDatagram& d = m_batch[index];

@@ -57,8 +57,9 @@ void GrabThreadResend::Run() {
             m_context.buffers.RequeOldestBufferIfNeeded(m_context.bufferHandlingMode);
             m_blockCompleted = false;
             while (!m_blockCompleted) {
-                boost::this_thread::interruption_point();
                 if (m_next == m_received) {
+                    // Once per read: the point takes a lock, too dear per packet.
+                    boost::this_thread::interruption_point();
                     ReceiveBatch();
                     continue;
                 }

@@ -251,7 +251,10 @@ private:
             }
             const std::size_t ip = static_cast<std::size_t>(packet[0] & 0x0F) * 4;
             const std::uint8_t* d = packet + ip + 8;
-            if (static_cast<std::size_t>(got) < ip + 8 + 20) {
+            // The header: 8 bytes, or 20 with extended ids (a camera not
+            // yet switched by the producer sends the short form).
+            const std::size_t size = static_cast<std::size_t>(got);
+            if (size < ip + 8 + 8 || ((d[4] & 0x80) != 0 && size < ip + 8 + 20)) {
                 continue;
             }
             std::uint64_t block = 0;
