@@ -286,6 +286,7 @@ int RemoteDeviceGev::GetNumPortURLs(unsigned int* count) {
     }
     if ((m_gvcpCapabilities & kCapManifest) == 0) {
         m_numManifestEntries = 0;
+        m_manifestRead = true;
         *count = 0;
         return GC_ERR_SUCCESS;
     }
@@ -306,12 +307,21 @@ int RemoteDeviceGev::GetNumPortURLs(unsigned int* count) {
         m_manifestEntries[i][1] = entry[1];
     }
     m_numManifestEntries = entries;
+    m_manifestRead = true;
     *count = entries;
     return GC_ERR_SUCCESS;
 }
 
 int RemoteDeviceGev::GetPortURLInfo(unsigned int index, int cmd, int* type, void* buffer,
                                     unsigned long* size) {
+    // Consumers that ask for URL 0 straight away, without counting first,
+    // get the answer a count would have given them.
+    if (!m_manifestRead) {
+        unsigned int count = 0;
+        if (int rc = GetNumPortURLs(&count)) {
+            return ChainError(rc);
+        }
+    }
     if (index >= m_numManifestEntries) {
         return ReportError(GC_ERR_INVALID_INDEX, "iURLIndex is out of range");
     }

@@ -70,7 +70,8 @@ public:
     int GetPortInfo(int cmd, int* type, void* buffer, unsigned long* size) override;
     /// The manifest's entry count; 0 without the manifest capability.
     int GetNumPortURLs(unsigned int* count) override;
-    /// A fact of manifest entry index (below the count GetNumPortURLs found).
+    /// A fact of manifest entry index (below the count GetNumPortURLs found);
+    /// the manifest is read first if no count has been asked for yet.
     int GetPortURLInfo(unsigned int index, int cmd, int* type, void* buffer,
                        unsigned long* size) override;
     /// GC_ERR_NOT_AVAILABLE.
@@ -119,6 +120,7 @@ private:
     std::uint32_t m_manifestHead[2] = {0, 0};
     std::uint32_t m_manifestEntries[kMaxManifestEntries][2] = {};
     unsigned m_numManifestEntries = 0;
+    bool m_manifestRead = false; ///< GetNumPortURLs has succeeded once
     std::uint32_t m_deviceMode = 0;
     std::atomic<long> m_accessStatus;
 };

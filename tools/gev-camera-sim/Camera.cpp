@@ -3,6 +3,7 @@
 #include "GenApiXml.h"
 #include "GevConstants.h"
 #include "Log.h"
+#include "StoredZip.h"
 #include "Wire.h"
 
 #include <algorithm>
@@ -37,10 +38,17 @@ float toFloat(uint32_t bits) {
     return f;
 }
 
-std::string xmlUrl() {
+// The description as the camera keeps it: the XML, or a zip archive of it.
+std::vector<uint8_t> xmlFile(bool zipped) {
+    if (zipped)
+        return storedZip("KestaSimCamera.xml", kGenApiXml, kGenApiXmlSize);
+    return std::vector<uint8_t>(kGenApiXml, kGenApiXml + kGenApiXmlSize);
+}
+
+std::string xmlUrl(bool zipped, size_t size) {
     char url[96];
-    std::snprintf(url, sizeof url, "Local:KestaSimCamera.xml;%X;%zX", reg::kXmlFile,
-                  kGenApiXmlSize);
+    std::snprintf(url, sizeof url, "Local:KestaSimCamera.%s;%X;%zX", zipped ? "zip" : "xml",
+                  reg::kXmlFile, size);
     return url;
 }
 } // namespace
@@ -115,8 +123,9 @@ void Camera::buildRegisters(const SimConfig& c) {
     r.addString(reg::kManufacturerInfo, 48, "simulated GigE Vision camera", Access::ReadOnly);
     r.addString(reg::kSerialNumber, 16, m_name, Access::ReadOnly);
     r.addString(reg::kUserName, 16, "", can("user-name") ? Access::ReadWrite : Access::ReadOnly);
-    r.addString(reg::kFirstUrl, 512, xmlUrl(), Access::ReadOnly);
-    r.addString(reg::kSecondUrl, 512, xmlUrl(), Access::ReadOnly);
+    const std::vector<uint8_t> xml = xmlFile(c.zipXml);
+    r.addString(reg::kFirstUrl, 512, xmlUrl(c.zipXml, xml.size()), Access::ReadOnly);
+    r.addString(reg::kSecondUrl, 512, xmlUrl(c.zipXml, xml.size()), Access::ReadOnly);
     r.addRegister(reg::kNumInterfaces, 1, Access::ReadOnly);
     r.addRegister(0x064C, 0, Access::ReadWrite); // persistent IP, mask, gateway
     r.addRegister(0x065C, 0, Access::ReadWrite);
@@ -192,8 +201,8 @@ void Camera::buildRegisters(const SimConfig& c) {
     r.addRegister(reg::kEventDataSize, c.eventDataSize, Access::ReadWrite);
     for (uint32_t a = reg::kActionsReceived; a <= reg::kLastActionSource; a += 4)
         r.addRegister(a, 0, Access::ReadOnly);
-    r.addMemory(reg::kXmlFile, (kGenApiXmlSize + 3) / 4 * 4, Access::ReadOnly);
-    r.setBytes(reg::kXmlFile, kGenApiXml, kGenApiXmlSize);
+    r.addMemory(reg::kXmlFile, (xml.size() + 3) / 4 * 4, Access::ReadOnly);
+    r.setBytes(reg::kXmlFile, xml.data(), xml.size());
     updatePayloadSize();
 }
 

@@ -87,6 +87,7 @@ enum Option {
     kPixelFormat,
     kFps,
     kVariable,
+    kZipXml,
     kMaxPacket,
     kPacketSize,
     kRing,
@@ -180,6 +181,7 @@ std::string CommandLine::usage() {
            "           --vendor S --model S --gev-version MAJOR.MINOR (default 2.0)\n"
            "Image:     --width N --height N --pixel-format Mono8|Mono16|RGB8 --fps F\n"
            "           --variable-size (width-1 carrier blocks, real height in the trailer)\n"
+           "           --zip-xml (the GenApi description served as KestaSimCamera.zip)\n"
            "Channels:  --packet-size N (1500) --max-packet-size N (9000) --ring BLOCKS (64)\n"
            "           --first-block-id N (1): id of the first block after the channel opens\n"
            "           --event-rate HZ (0) --event-id N (0x9001) --event-data BYTES (8, up to\n"
@@ -226,6 +228,7 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
                                       {"pixel-format", required_argument, nullptr, kPixelFormat},
                                       {"fps", required_argument, nullptr, kFps},
                                       {"variable-size", no_argument, nullptr, kVariable},
+                                      {"zip-xml", no_argument, nullptr, kZipXml},
                                       {"max-packet-size", required_argument, nullptr, kMaxPacket},
                                       {"packet-size", required_argument, nullptr, kPacketSize},
                                       {"ring", required_argument, nullptr, kRing},
@@ -350,6 +353,9 @@ bool CommandLine::parse(int argc, char** argv, SimConfig& config) {
             break;
         case kVariable:
             config.variableSize = true;
+            break;
+        case kZipXml:
+            config.zipXml = true;
             break;
         case kMaxPacket:
         case kPacketSize:

@@ -104,6 +104,7 @@ struct SimConfig {
     uint32_t pixelFormat = 0x01080001;
     double frameRate = 10.0;
     bool variableSize = false;
+    bool zipXml = false; // the description served as a zip archive
     uint32_t maxPacketSize = 9000;
     uint32_t packetSize = 1500;
     uint32_t ringBlocks = 64;

@@ -4,13 +4,10 @@
 #include <iostream>
 #include <string>
 
-#include "CameraXml.h"
 #include "Commands.h"
-#include "FeatureMap.h"
+#include "NodeMap.h"
 #include "Options.h"
-#include "PortRegisters.h"
 #include "Session.h"
-#include "XmlFeatureResolver.h"
 
 namespace kesta::gentl {
 
@@ -65,18 +62,11 @@ int RunAction(Producer& producer, const Arguments& arguments) {
         return 1;
     }
     // Through the system module's features, as a GenApi consumer fires one.
-    CameraXml xml;
-    if (!ReadCameraXml(producer, session.System(), xml)) {
+    NodeMap features(producer, session.System());
+    if (!features.Load()) {
         return 1;
     }
-    XmlFeatureResolver resolver;
     std::string error;
-    if (!resolver.Load(xml.data.data(), xml.data.size(), error)) {
-        std::cerr << error << "\n";
-        return 1;
-    }
-    PortRegisters registers(producer, session.System());
-    FeatureMap features(resolver, registers);
     bool ok = true;
     for (const Value& v : values) {
         ok = ok && features.SetInteger(v.feature, static_cast<std::int64_t>(v.number), error);

@@ -33,7 +33,8 @@ int RunOpen(Producer& producer, const Arguments& arguments);
 
 /**
  * grab [--device SERIAL|INDEX] [image, stream and output options]: opens
- * one camera with control, sets its image through the features of its XML,
+ * one camera with control, sets its image through its node map and the
+ * stream's features through the stream's,
  * grabs images with a live progress line and prints a summary. Exit status
  * 0 when every image came whole, 3 when images were lost, 1 on a failure,
  * 2 on bad arguments.
@@ -50,11 +51,13 @@ int RunEvents(Producer& producer, const Arguments& arguments);
 
 /**
  * features [--module system|interface|device|stream|remote] [--device
- * SERIAL|INDEX] [--access ...] [--timeout MS]: reads the module's XML from
- * its port and prints every feature with its value, read through the port
- * (see FeatureListing.h). The interface is the camera's (or the first one),
- * the device is opened for it; stream is the camera's first stream, remote
- * the camera itself. Exit status 1 when a value could not be read.
+ * SERIAL|INDEX] [--set NAME=VALUE[,...]] [--access ...] [--timeout MS]:
+ * builds the module's node map with the GenApi engine over its port, sets
+ * the features given in order, and prints every feature under Root with its
+ * value, access and availability (see FeatureListing.h). The interface is
+ * the camera's (or the first one), the device is opened for it; stream is
+ * the camera's first stream, remote the camera itself. Exit status 1 when a
+ * value could not be read or set.
  */
 int RunFeatures(Producer& producer, const Arguments& arguments);
 

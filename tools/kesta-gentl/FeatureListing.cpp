@@ -1,257 +1,146 @@
 #include "FeatureListing.h"
 
-#include <algorithm>
+#include <arv.h>
+
 #include <cstdio>
-#include <cstdlib>
 #include <set>
 #include <string>
-#include <vector>
-
-#include "InfoValue.h"
 
 namespace kesta::gentl {
 
 namespace {
 
-/// Values a selector is stepped through at most.
-constexpr std::int64_t kMaxSelectorValues = 256;
+std::string Integer(ArvGcInteger* node, gint64 value) {
+    char text[64];
+    const auto u = static_cast<unsigned long long>(value);
+    switch (arv_gc_integer_get_representation(node)) {
+    case ARV_GC_REPRESENTATION_HEX_NUMBER:
+        std::snprintf(text, sizeof text, "0x%llX", u);
+        break;
+    case ARV_GC_REPRESENTATION_IPV4_ADDRESS:
+        std::snprintf(text, sizeof text, "%llu.%llu.%llu.%llu", u >> 24 & 0xFF, u >> 16 & 0xFF,
+                      u >> 8 & 0xFF, u & 0xFF);
+        break;
+    case ARV_GC_REPRESENTATION_MAC_ADDRESS:
+        std::snprintf(text, sizeof text, "%02llx:%02llx:%02llx:%02llx:%02llx:%02llx",
+                      u >> 40 & 0xFF, u >> 32 & 0xFF, u >> 24 & 0xFF, u >> 16 & 0xFF, u >> 8 & 0xFF,
+                      u & 0xFF);
+        break;
+    default:
+        std::snprintf(text, sizeof text, "%lld", static_cast<long long>(value));
+        break;
+    }
+    const char* unit = arv_gc_integer_get_unit(node);
+    return unit != nullptr && *unit != '\0' ? std::string(text) + " " + unit : text;
+}
 
-std::string FirstLine(const std::string& text) {
-    return text.substr(0, text.find('\n'));
+/// The node's value as text; empty for a node that has none to show (a
+/// command, a write-only feature). Sets failure when the read fails.
+std::string Value(ArvGcNode* node, GError** failure) {
+    if (ARV_IS_GC_ENUMERATION(node)) {
+        const char* entry = arv_gc_enumeration_get_string_value(ARV_GC_ENUMERATION(node), failure);
+        const char* name = arv_gc_feature_node_get_name(ARV_GC_FEATURE_NODE(node));
+        return "'" + Symbolic(name, entry != nullptr ? entry : "") + "'";
+    }
+    if (ARV_IS_GC_STRING(node)) {
+        const char* text = arv_gc_string_get_value(ARV_GC_STRING(node), failure);
+        return std::string("'") + (text != nullptr ? text : "") + "'";
+    }
+    if (ARV_IS_GC_INTEGER(node)) {
+        const gint64 value = arv_gc_integer_get_value(ARV_GC_INTEGER(node), failure);
+        return Integer(ARV_GC_INTEGER(node), value);
+    }
+    if (ARV_IS_GC_FLOAT(node)) {
+        char text[48];
+        std::snprintf(text, sizeof text, "%g", arv_gc_float_get_value(ARV_GC_FLOAT(node), failure));
+        const char* unit = arv_gc_float_get_unit(ARV_GC_FLOAT(node));
+        return unit != nullptr && *unit != '\0' ? std::string(text) + " " + unit : text;
+    }
+    if (ARV_IS_GC_BOOLEAN(node)) {
+        return arv_gc_boolean_get_value(ARV_GC_BOOLEAN(node), failure) ? "true" : "false";
+    }
+    return "";
+}
+
+/// The first line of a failure's message, which is freed.
+std::string FirstLine(GError* failure) {
+    std::string message = failure->message;
+    g_error_free(failure);
+    return message.substr(0, message.find('\n'));
 }
 
 class Lister {
 public:
-    Lister(const XmlFeatureResolver& resolver, FeatureMap& features, std::ostream& out)
-        : m_resolver(resolver), m_features(features), m_out(out) {}
+    Lister(ArvGc* gc, std::ostream& out) : m_gc(gc), m_out(out) {}
 
-    bool Run() {
-        FeatureNode root;
-        if (!m_resolver.Describe("Root", root) || root.kind != "Category") {
-            m_out << "the XML has no Root category\n";
+    /// Lists name and, for a category, its features; false if a read failed.
+    bool List(const char* name, int level) {
+        ArvGcNode* node = arv_gc_get_node(m_gc, name);
+        if (!ARV_IS_GC_FEATURE_NODE(node)) {
+            Line(level, "?", name) << " (no such node)\n";
             return false;
         }
-        m_visited.insert("Root");
-        for (const std::string& name : root.features) {
-            Show(name, 0);
+        auto* feature = ARV_GC_FEATURE_NODE(node);
+        const char* kind = arv_dom_node_get_node_name(ARV_DOM_NODE(node));
+        GError* failure = nullptr;
+        const bool implemented = arv_gc_feature_node_is_implemented(feature, &failure);
+        const bool available = failure == nullptr && implemented &&
+                               arv_gc_feature_node_is_available(feature, &failure);
+        if (failure != nullptr) {
+            Line(level, kind, name) << " (error: " << FirstLine(failure) << ")\n";
+            return false;
         }
-        return m_ok;
+        if (ARV_IS_GC_CATEGORY(node)) {
+            Line(level, kind, name) << (implemented ? "" : " (not implemented)") << "\n";
+            bool ok = true;
+            // A category that lists itself, directly or not, is walked once.
+            if (implemented && m_categories.insert(name).second) {
+                for (const GSList* f = arv_gc_category_get_features(ARV_GC_CATEGORY(node));
+                     f != nullptr; f = f->next) {
+                    ok = List(static_cast<const char*>(f->data), level + 1) && ok;
+                }
+            }
+            return ok;
+        }
+        if (!implemented || !available) {
+            Line(level, kind, name)
+                << (implemented ? " (not available)" : " (not implemented)") << "\n";
+            return true;
+        }
+        const ArvGcAccessMode access = arv_gc_feature_node_get_actual_access_mode(feature);
+        const std::string value = access == ARV_GC_ACCESS_MODE_WO ? "" : Value(node, &failure);
+        if (failure != nullptr) {
+            Line(level, kind, name) << " (error: " << FirstLine(failure) << ")\n";
+            return false;
+        }
+        const bool selector =
+            ARV_IS_GC_SELECTOR(node) && arv_gc_selector_is_selector(ARV_GC_SELECTOR(node));
+        Line(level, kind, name) << (value.empty() ? "" : " = " + value) << " ("
+                                << arv_gc_access_mode_to_string(access) << ")"
+                                << (selector ? " (selector)" : "") << "\n";
+        return true;
     }
 
 private:
-    void Indent(int depth) { m_out << std::string(2 * static_cast<std::size_t>(depth), ' '); }
-
-    void Show(const std::string& name, int depth) {
-        if (m_underSelector.count(name) != 0) {
-            return;
-        }
-        FeatureNode node;
-        if (!m_resolver.Describe(name, node)) {
-            Indent(depth);
-            m_out << name << ": not described\n";
-            m_ok = false;
-            return;
-        }
-        if (node.kind == "Category") {
-            if (!m_visited.insert(name).second) {
-                return; // a category reached twice, or a loop
-            }
-            Indent(depth);
-            m_out << name << "\n";
-            for (const std::string& member : node.features) {
-                Show(member, depth + 1);
-            }
-            return;
-        }
-        Indent(depth);
-        m_out << name;
-        if (Reads0(node.isImplemented)) {
-            m_out << " (not implemented)\n";
-            return;
-        }
-        if (Reads0(node.isAvailable)) {
-            m_out << " (not available)\n";
-            return;
-        }
-        FeatureRegister reg;
-        std::string error;
-        if (!m_resolver.Resolve(name, reg, error)) {
-            Failed(error);
-            return;
-        }
-        if (reg.kind == FeatureRegister::Kind::Command) {
-            m_out << " (command)\n";
-            return;
-        }
-        std::string value;
-        if (!reg.readable) {
-            m_out << " (write-only)\n";
-        } else if (!Value(name, reg, value, error)) {
-            Failed(error);
-            return;
-        } else {
-            m_out << " = " << value;
-        }
-        if (!node.selected.empty() && reg.readable && reg.writable) {
-            StepSelector(name, node, reg, depth);
-        } else if (reg.readable) {
-            m_out << "\n";
-        }
+    std::ostream& Line(int level, const char* kind, const char* name) {
+        char head[160];
+        std::snprintf(head, sizeof head, "%*s%-12s: '", 4 * level, "", kind);
+        return m_out << head << name << "'";
     }
 
-    void Failed(const std::string& error) {
-        m_out << ": " << FirstLine(error) << "\n";
-        m_ok = false;
-    }
-
-    /// A node (pIsImplemented, pIsAvailable) that reads 0; a failed read
-    /// counts as not 0, so that the feature itself shows what is wrong.
-    bool Reads0(const std::string& node) {
-        std::int64_t value = 1;
-        std::string error;
-        return !node.empty() && m_features.GetInteger(node, value, error) && value == 0;
-    }
-
-    bool Value(const std::string& name, const FeatureRegister& reg, std::string& text,
-               std::string& error) {
-        std::int64_t number = 0;
-        switch (reg.kind) {
-        case FeatureRegister::Kind::String:
-            return m_features.GetString(name, text, error);
-        case FeatureRegister::Kind::Enumeration:
-            return m_features.GetEnumeration(name, text, error);
-        case FeatureRegister::Kind::Float: {
-            double value = 0;
-            if (!m_features.GetFloat(name, value, error)) {
-                return false;
-            }
-            char buffer[32];
-            std::snprintf(buffer, sizeof buffer, "%g", value);
-            text = buffer;
-            return true;
-        }
-        case FeatureRegister::Kind::Boolean: {
-            bool on = false;
-            if (!m_features.GetBoolean(name, on, error)) {
-                return false;
-            }
-            text = on ? "true" : "false";
-            return true;
-        }
-        default:
-            if (!m_features.GetInteger(name, number, error)) {
-                return false;
-            }
-            text = FormatNumber(number, reg.representation);
-            return true;
-        }
-    }
-
-    static std::string FormatNumber(std::int64_t number, const std::string& representation) {
-        if (representation == "IPV4Address") {
-            return FormatIp(number);
-        }
-        if (representation == "MACAddress") {
-            return FormatMac(number);
-        }
-        if (representation == "HexNumber") {
-            char buffer[24];
-            std::snprintf(buffer, sizeof buffer, "0x%llX", static_cast<unsigned long long>(number));
-            return buffer;
-        }
-        return std::to_string(number);
-    }
-
-    /// A bound: a number, or the node that has it.
-    bool Bound(const std::string& text, std::int64_t& value) {
-        if (text.empty()) {
-            return false;
-        }
-        char* end = nullptr;
-        value = std::strtoll(text.c_str(), &end, 0);
-        if (*end == '\0') {
-            return true;
-        }
-        std::string error;
-        return m_features.GetInteger(text, value, error);
-    }
-
-    /// Shows the selected features for each value of the selector, whose
-    /// line is written up to its value; puts the selector back.
-    void StepSelector(const std::string& name, const FeatureNode& node, const FeatureRegister& reg,
-                      int depth) {
-        const bool enumeration = reg.kind == FeatureRegister::Kind::Enumeration;
-        // Labels of the values in order (entry names, or numbers), and the
-        // current one to put back.
-        std::vector<std::pair<std::int64_t, std::string>> steps;
-        std::string current;
-        std::string error;
-        if (enumeration) {
-            if (!m_features.GetEnumeration(name, current, error)) {
-                m_out << "\n";
-                return;
-            }
-            for (const auto& [entry, value] : reg.entries) {
-                steps.emplace_back(value, entry);
-            }
-            std::sort(steps.begin(), steps.end());
-            m_out << "\n";
-        } else {
-            std::int64_t min = 0;
-            std::int64_t max = 0;
-            std::int64_t value = 0;
-            if (!Bound(node.min, min) || !Bound(node.max, max) || max < min ||
-                max - min >= kMaxSelectorValues || !m_features.GetInteger(name, value, error)) {
-                m_out << "\n"; // not stepped: its features show on their own
-                return;
-            }
-            current = std::to_string(value);
-            m_out << " (" << min << " to " << max << ")\n";
-            for (std::int64_t v = min; v <= max; ++v) {
-                steps.emplace_back(v, std::to_string(v));
-            }
-        }
-        const auto select = [&](const std::string& label) {
-            return enumeration ? m_features.SetEnumeration(name, label, error)
-                               : m_features.SetInteger(name, std::stoll(label), error);
-        };
-        for (const std::string& selected : node.selected) {
-            m_underSelector.insert(selected);
-        }
-        for (const auto& step : steps) {
-            Indent(depth + 1);
-            m_out << "[" << name << " = " << step.second << "]\n";
-            if (!select(step.second)) {
-                Indent(depth + 2);
-                m_out << "cannot select: " << FirstLine(error) << "\n";
-                m_ok = false;
-                continue;
-            }
-            for (const std::string& selected : node.selected) {
-                m_underSelector.erase(selected);
-                Show(selected, depth + 2);
-                m_underSelector.insert(selected);
-            }
-        }
-        if (!select(current)) {
-            m_out << name << " not put back: " << FirstLine(error) << "\n";
-            m_ok = false;
-        }
-    }
-
-    const XmlFeatureResolver& m_resolver;
-    FeatureMap& m_features;
+    ArvGc* m_gc;
     std::ostream& m_out;
-    bool m_ok = true;
-    std::set<std::string> m_visited;
-    /// Features shown under their selector, and not on their own.
-    std::set<std::string> m_underSelector;
+    std::set<std::string> m_categories;
 };
 
 } // namespace
 
-bool ListFeatures(const XmlFeatureResolver& resolver, FeatureMap& features, std::ostream& out) {
-    return Lister(resolver, features, out).Run();
+bool ListFeatures(NodeMap& features, std::ostream& out) {
+    if (features.Engine() == nullptr || !features.Has("Root")) {
+        out << "the description has no Root category\n";
+        return false;
+    }
+    return Lister(features.Engine(), out).List("Root", 0);
 }
 
 } // namespace kesta::gentl

@@ -1,14 +1,13 @@
 #include <iostream>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "CameraXml.h"
 #include "Commands.h"
 #include "FeatureListing.h"
-#include "FeatureMap.h"
+#include "NodeMap.h"
 #include "Options.h"
-#include "PortRegisters.h"
 #include "Session.h"
-#include "XmlFeatureResolver.h"
 
 namespace kesta::gentl {
 
@@ -73,7 +72,13 @@ const Session::Interface* PickInterface(Session& session, const std::string& sel
 
 int RunFeatures(Producer& producer, const Arguments& arguments) {
     Options options;
-    if (!options.Parse(arguments, {"--module", "--device", "--access", "--timeout"}, std::cerr)) {
+    if (!options.Parse(arguments, {"--module", "--device", "--access", "--timeout", "--set"},
+                       std::cerr)) {
+        return 2;
+    }
+    std::vector<std::pair<std::string, std::string>> assignments;
+    if (!ParseAssignments(options.Get("--set"), assignments)) {
+        std::cerr << "--set takes NAME=VALUE[,NAME=VALUE...], not " << options.Get("--set") << "\n";
         return 2;
     }
     const std::string module = options.Get("--module", "system");
@@ -84,7 +89,7 @@ int RunFeatures(Producer& producer, const Arguments& arguments) {
     DEVICE_ACCESS_FLAGS access = DEVICE_ACCESS_CONTROL;
     if (!known || !options.Rest().empty()) {
         std::cerr << "features takes --module system|interface|device|stream|remote, "
-                     "--device SERIAL|INDEX, --access and --timeout MS\n";
+                     "--device SERIAL|INDEX, --set NAME=VALUE[,...], --access and --timeout MS\n";
         return 2;
     }
     if (!ParseAccess(options.Get("--access", "control"), access, std::cerr)) {
@@ -125,25 +130,19 @@ int RunFeatures(Producer& producer, const Arguments& arguments) {
         }
     }
 
-    CameraXml xml;
-    if (!ReadCameraXml(producer, port, xml)) {
+    NodeMap features(producer, port);
+    if (!features.Load()) {
         return 1;
     }
-    if (xml.file.Zipped()) {
-        std::cerr << "the description " << xml.file.name
-                  << " is a zip archive; save it with open ... xml and unpack it\n";
-        return 1;
+    for (const auto& [name, value] : assignments) {
+        std::string error;
+        if (!features.SetFromText(name, value, error)) {
+            std::cerr << "cannot set " << name << " to " << value << ": " << error << "\n";
+            return 1;
+        }
     }
-    XmlFeatureResolver resolver;
-    std::string error;
-    if (!resolver.Load(xml.data.data(), xml.data.size(), error)) {
-        std::cerr << error << "\n";
-        return 1;
-    }
-    PortRegisters registers(producer, port);
-    FeatureMap features(resolver, registers);
-    std::cout << module << " module, " << xml.url << "\n";
-    return ListFeatures(resolver, features, std::cout) ? 0 : 1;
+    std::cout << module << " module, " << features.Url() << "\n";
+    return ListFeatures(features, std::cout) ? 0 : 1;
 }
 
 } // namespace kesta::gentl

@@ -2,7 +2,9 @@
 // producer and tell how it went.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
@@ -13,16 +15,13 @@
 #include <utility>
 #include <vector>
 
-#include "CameraXml.h"
 #include "Commands.h"
-#include "FeatureMap.h"
 #include "GrabSession.h"
 #include "ImageWriter.h"
+#include "NodeMap.h"
 #include "Options.h"
-#include "PortRegisters.h"
 #include "ProgressLine.h"
 #include "Session.h"
-#include "XmlFeatureResolver.h"
 
 namespace kesta::gentl {
 
@@ -41,6 +40,8 @@ void OnInterrupt(int) {
     g_stopRequested = 1;
 }
 
+using Assignments = std::vector<std::pair<std::string, std::string>>;
+
 struct GrabOptions {
     std::string device;
     std::string xmlFile;
@@ -57,8 +58,15 @@ struct GrabOptions {
     std::string saveDir;
     std::string format = "png";
     bool checkStamp = false;
-    std::vector<std::pair<std::string, std::string>> set; ///< --set NAME=VALUE pairs, in order
+    Assignments set;       ///< --set NAME=VALUE pairs, in order
+    Assignments streamSet; ///< --stream-set, in order
 };
+
+/// The share of an image's packets that the default resend limit covers.
+constexpr double kResendShare = 0.05;
+/// Bytes of a GVSP packet that are not payload: IP, UDP and GVSP headers.
+constexpr std::int64_t kGvspOverhead = 20 + 8 + 8;
+constexpr char kResendLimit[] = "StreamMaxNumResendRequestsPerImage";
 
 bool ParseOnOff(const std::string& name, const std::string& text, int& value) {
     if (text == "on" || text == "1" || text == "yes") {
@@ -96,7 +104,8 @@ bool ParseGrabOptions(const Arguments& arguments, GrabOptions& o, Options& optio
                                    "--height",        "--pixel-format", "--fps",    "--frames",
                                    "--seconds",       "--wait",         "--resend", "--buffers",
                                    "--handling-mode", "--packet-size",  "--save",   "--save-dir",
-                                   "--format",        "--check",        "--set",    "--stream"},
+                                   "--format",        "--check",        "--set",    "--stream",
+                                   "--stream-set"},
                        std::cerr)) {
         return false;
     }
@@ -191,17 +200,13 @@ bool ParseGrabOptions(const Arguments& arguments, GrabOptions& o, Options& optio
         o.packetSize = static_cast<std::int64_t>(n);
         o.stream.autoPacketSize = 0;
     }
-    const std::string set = options.Get("--set");
-    for (std::size_t at = 0; !set.empty() && at != std::string::npos;) {
-        const auto comma = set.find(',', at);
-        const std::string pair = set.substr(at, comma == std::string::npos ? comma : comma - at);
-        const auto equals = pair.find('=');
-        if (equals == 0 || equals == std::string::npos) {
-            std::cerr << "--set takes NAME=VALUE[,NAME=VALUE...], not " << set << "\n";
+    for (auto [name, target] :
+         {std::pair<const char*, Assignments*>{"--set", &o.set}, {"--stream-set", &o.streamSet}}) {
+        if (!ParseAssignments(options.Get(name), *target)) {
+            std::cerr << name << " takes NAME=VALUE[,NAME=VALUE...], not " << options.Get(name)
+                      << "\n";
             return false;
         }
-        o.set.emplace_back(pair.substr(0, equals), pair.substr(equals + 1));
-        at = comma == std::string::npos ? comma : comma + 1;
     }
     const std::string check = options.Get("--check");
     if (check == "stamp") {
@@ -243,7 +248,12 @@ public:
             return 1;
         }
         GrabSession grab(m_p, m_device);
-        if (!grab.Open(m_o.stream) || !grab.Prepare(payload) || !grab.Start()) {
+        if (!grab.Open(m_o.stream)) {
+            return 1;
+        }
+        NodeMap stream(m_p, grab.Stream());
+        if (!stream.Load() || !SetUpStream(stream, payload) || !grab.Prepare(payload) ||
+            !grab.Start()) {
             return 1;
         }
         std::string error;
@@ -268,33 +278,21 @@ private:
             m_p.Report(std::cerr, "DevGetPort", rc);
             return false;
         }
-        CameraXml xml;
-        if (!m_o.xmlFile.empty()) {
-            std::ifstream in(m_o.xmlFile, std::ios::binary);
-            xml.data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-            if (!in.good() && !in.eof()) {
-                std::cerr << "cannot read " << m_o.xmlFile << "\n";
-                return false;
-            }
-        } else {
-            if (!ReadCameraXml(m_p, m_port, xml)) {
-                return false;
-            }
-            if (xml.file.Zipped()) {
-                std::cerr << "the camera keeps its description as a zip archive (" << xml.file.name
-                          << "); kesta-gentl has no unzip built in. Save it with\n"
-                             "  kesta-gentl open xml camera.zip\n"
-                             "unzip it and give the XML with --xml FILE\n";
-                return false;
-            }
+        m_features = std::make_unique<NodeMap>(m_p, m_port);
+        if (m_o.xmlFile.empty()) {
+            return m_features->Load();
         }
+        std::ifstream in(m_o.xmlFile, std::ios::binary);
+        const std::vector<char> description{std::istreambuf_iterator<char>(in),
+                                            std::istreambuf_iterator<char>()};
         std::string error;
-        if (!m_resolver.Load(xml.data.data(), xml.data.size(), error)) {
-            std::cerr << error << "\n";
+        if (!in.good() && !in.eof()) {
+            error = "cannot be read";
+        }
+        if (!error.empty() || !m_features->Load(description, error)) {
+            std::cerr << m_o.xmlFile << ": " << error << "\n";
             return false;
         }
-        m_registers = std::make_unique<PortRegisters>(m_p, m_port);
-        m_features = std::make_unique<FeatureMap>(m_resolver, *m_registers);
         return true;
     }
 
@@ -313,49 +311,44 @@ private:
         return ok;
     }
 
-    /// One --set: the value is read as the feature's kind wants it.
-    bool SetAny(const std::string& name, const std::string& value, std::string& error) {
-        FeatureRegister reg;
-        if (!m_resolver.Resolve(name, reg, error)) {
-            return false;
+    /**
+     * The stream's own features: by default as many resend requests per
+     * image as it has packets to lose at a few per cent (the stream's own
+     * limit is made for short images), then --stream-set in order.
+     */
+    bool SetUpStream(NodeMap& stream, std::uint64_t payload) {
+        std::string error;
+        bool limitGiven = false;
+        for (const auto& assignment : m_o.streamSet) {
+            limitGiven = limitGiven || assignment.first == kResendLimit;
         }
-        std::uint64_t number = 0;
-        const bool negative = !value.empty() && value[0] == '-';
-        const bool isNumber = ParseNumber(negative ? value.substr(1) : value, number);
-        switch (reg.kind) {
-        case FeatureRegister::Kind::Enumeration:
-            return m_features->SetEnumeration(name, value, error);
-        case FeatureRegister::Kind::Command:
-            return m_features->Execute(name, error);
-        case FeatureRegister::Kind::Boolean: {
-            int on = 0;
-            if (!ParseOnOff(name, value, on)) {
-                error = "feature " + name + " takes on or off";
+        std::int64_t packetSize = 0;
+        std::int64_t limit = 0;
+        if (m_o.stream.stream != kTcpStream && !limitGiven && stream.Has(kResendLimit) &&
+            stream.GetInteger(kResendLimit, limit, error)) {
+            if (!m_features->Has("GevSCPSPacketSize") ||
+                !m_features->GetInteger("GevSCPSPacketSize", packetSize, error)) {
+                packetSize = 1500; // what an Ethernet link without jumbo frames carries
+            }
+            const auto perPacket =
+                static_cast<double>(std::max<std::int64_t>(packetSize - kGvspOverhead, 1));
+            const auto packets = static_cast<std::int64_t>(std::ceil(payload / perPacket));
+            const auto wanted = static_cast<std::int64_t>(std::ceil(packets * kResendShare));
+            if (wanted > limit && !stream.SetInteger(kResendLimit, wanted, error)) {
+                std::cerr << "cannot raise " << kResendLimit << ": " << error << "\n";
                 return false;
             }
-            return m_features->SetBoolean(name, on != 0, error);
         }
-        case FeatureRegister::Kind::Float: {
-            char* end = nullptr;
-            const double f = std::strtod(value.c_str(), &end);
-            if (value.empty() || *end != '\0') {
-                error = "feature " + name + " takes a number, not " + value;
+        for (const auto& [name, value] : m_o.streamSet) {
+            if (!stream.SetFromText(name, value, error)) {
+                std::cerr << "cannot set the stream's " << name << ": " << error << "\n";
                 return false;
             }
-            return m_features->SetFloat(name, f, error);
         }
-        case FeatureRegister::Kind::String:
-            error = "feature " + name + " is a string, which grab does not set";
-            return false;
-        case FeatureRegister::Kind::Integer:
-            break;
+        if (stream.Has(kResendLimit)) {
+            stream.GetInteger(kResendLimit, m_resendLimit, error);
         }
-        if (!isNumber) {
-            error = "feature " + name + " takes an integer, not " + value;
-            return false;
-        }
-        const auto signedNumber = static_cast<std::int64_t>(number);
-        return m_features->SetInteger(name, negative ? -signedNumber : signedNumber, error);
+        return true;
     }
 
     bool SetUpCamera() {
@@ -366,11 +359,11 @@ private:
         }
         SetIfPresent("TLParamsLocked", 0);
         if (m_features->Has("AcquisitionMode") &&
-            !m_features->SetEnumeration("AcquisitionMode", "Continuous", error)) {
+            !m_features->SetFromText("AcquisitionMode", "Continuous", error)) {
             std::cerr << "note: " << error << "\n";
         }
         if (!m_o.pixelFormat.empty() &&
-            !Set(m_features->SetEnumeration("PixelFormat", m_o.pixelFormat, error), error)) {
+            !Set(m_features->SetFromText("PixelFormat", m_o.pixelFormat, error), error)) {
             return false;
         }
         if (m_o.width > 0 && !Set(m_features->SetInteger("Width", m_o.width, error), error)) {
@@ -388,7 +381,7 @@ private:
             }
         }
         for (const auto& [name, value] : m_o.set) {
-            if (!Set(SetAny(name, value, error), error)) {
+            if (!Set(m_features->SetFromText(name, value, error), error)) {
                 return false;
             }
         }
@@ -401,7 +394,7 @@ private:
         std::string format = "?";
         if (m_features->GetInteger("Width", width, error) &&
             m_features->GetInteger("Height", height, error)) {
-            m_features->GetEnumeration("PixelFormat", format, error);
+            m_features->GetString("PixelFormat", format, error);
             std::cout << "camera: " << width << "x" << height << " " << format;
             double fps = 0;
             if (m_features->Has("AcquisitionFrameRate") &&
@@ -532,6 +525,9 @@ private:
         std::cout << line << "incomplete " << c.incomplete << ", missed " << c.missed
                   << ", lost packets " << c.missedPackets << ", underrun " << c.underrun
                   << ", resend " << (c.resend ? "on" : "off");
+        if (c.resend && m_resendLimit > 0) {
+            std::cout << " (up to " << m_resendLimit << " requests per image)";
+        }
         if (m_o.checkStamp) {
             std::cout << ", wrong bytes in " << m_wrong << " frames";
         }
@@ -563,9 +559,8 @@ private:
     DEV_HANDLE m_device;
     const GrabOptions& m_o;
     PORT_HANDLE m_port = nullptr;
-    XmlFeatureResolver m_resolver;
-    std::unique_ptr<PortRegisters> m_registers;
-    std::unique_ptr<FeatureMap> m_features;
+    std::unique_ptr<NodeMap> m_features;
+    std::int64_t m_resendLimit = 0; ///< the stream's, as it runs
     std::uint64_t m_wrong = 0;
     std::string m_savedFirst;
     DeliveredBuffer m_savedFrame;

@@ -41,7 +41,9 @@ const Command kCommands[] = {
      kesta::gentl::RunEvents},
     {"features",
      "[--module system|interface|device|stream|remote] [--device SERIAL|INDEX]\n"
-     "\tevery feature of a module's description with its value (the system's by default)",
+     "\t[--set NAME=VALUE[,...]]\n"
+     "\tevery feature of a module's node map with its value, access and availability\n"
+     "\t(the system's by default; remote is the camera's), after setting those given",
      kesta::gentl::RunFeatures},
     {"action",
      "--device-key K --group-key G --group-mask M [--time T] [--target IP]\n"
@@ -81,9 +83,12 @@ void PrintUsage(std::ostream& out) {
            "  --save-dir DIR            every whole image, as DIR/frame-ID.png\n"
            "  --format png|pgm          the form of --save-dir's pictures\n"
            "  --check stamp             compare every byte with the simulated camera's stamp\n"
-           "  --set NAME=VALUE[,...]    any other feature: integer, float, boolean (on/off),\n"
-           "                            enumeration entry or command\n"
-           "  --xml FILE                the camera's XML from a file (for a zipped one)\n"
+           "  --set NAME=VALUE[,...]    any other camera feature: integer, float, boolean\n"
+           "                            (on/off), enumeration entry, string or command\n"
+           "  --stream-set NAME=VALUE[,...]  features of the stream, e.g.\n"
+           "                            StreamMaxNumResendRequestsPerImage=50 (by default\n"
+           "                            raised to 5 % of an image's packets)\n"
+           "  --xml FILE                the camera's description from a file (XML or zip)\n"
            "Exit status of grab: 0 all images whole, 3 images lost, 1 failure.\n\n"
            "example, on a new network:\n"
            "  kesta-gentl list\n"

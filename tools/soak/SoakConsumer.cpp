@@ -22,13 +22,10 @@
 #include <memory>
 #include <string>
 
-#include "CameraXml.h"
-#include "FeatureMap.h"
 #include "GrabSession.h"
-#include "PortRegisters.h"
+#include "NodeMap.h"
 #include "Producer.h"
 #include "Session.h"
-#include "XmlFeatureResolver.h"
 
 namespace {
 
@@ -129,7 +126,6 @@ public:
             ok = Acquire(device, false, phase) && ok;
         }
         m_features.reset();
-        m_registers.reset();
         session.CloseDevice();
         const Resources after = Count();
         std::printf("threads %d -> %d, descriptors %d -> %d, sockets %d -> %d (before the camera "
@@ -159,17 +155,17 @@ private:
 
     bool SetUp(DEV_HANDLE device) {
         PORT_HANDLE port = nullptr;
-        CameraXml xml;
         std::string error;
-        if (m_p.DevGetPort(device, &port) != GC_ERR_SUCCESS || !ReadCameraXml(m_p, port, xml) ||
-            !m_resolver.Load(xml.data.data(), xml.data.size(), error)) {
-            std::cerr << "cannot read the camera's features " << error << "\n";
+        if (m_p.DevGetPort(device, &port) != GC_ERR_SUCCESS) {
+            std::cerr << "cannot reach the camera's port\n";
             return false;
         }
-        m_registers = std::make_unique<PortRegisters>(m_p, port);
-        m_features = std::make_unique<FeatureMap>(m_resolver, *m_registers);
+        m_features = std::make_unique<NodeMap>(m_p, port);
+        if (!m_features->Load()) {
+            return false;
+        }
         std::int64_t payload = 0;
-        if (!m_features->SetEnumeration("PixelFormat", "Mono8", error) ||
+        if (!m_features->SetFromText("PixelFormat", "Mono8", error) ||
             !m_features->SetInteger("Width", m_c.width, error) ||
             !m_features->SetInteger("Height", m_c.height, error) ||
             !m_features->SetFloat("AcquisitionFrameRate", m_c.fps, error) ||
@@ -284,9 +280,7 @@ private:
 
     Producer& m_p;
     const Config& m_c;
-    XmlFeatureResolver m_resolver;
-    std::unique_ptr<PortRegisters> m_registers;
-    std::unique_ptr<FeatureMap> m_features;
+    std::unique_ptr<NodeMap> m_features;
     std::uint64_t m_payload = 0;
     long m_warmRss = 0;
     long m_endRss = 0;

@@ -58,13 +58,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "CameraXml.h"
-#include "FeatureMap.h"
 #include "GrabSession.h"
-#include "PortRegisters.h"
+#include "NodeMap.h"
 #include "Producer.h"
 #include "Session.h"
-#include "XmlFeatureResolver.h"
 
 namespace {
 
@@ -484,18 +481,14 @@ private:
             m_p.Report(std::cerr, "DevGetPort", rc);
             return false;
         }
-        CameraXml xml;
         std::string error;
-        m_features.reset();
-        m_resolver = std::make_unique<XmlFeatureResolver>();
-        if (!ReadCameraXml(m_p, m_port, xml) ||
-            !Check(m_resolver->Load(xml.data.data(), xml.data.size(), error), error)) {
+        m_features.reset(); // a reopened device has a port of its own
+        m_features = std::make_unique<NodeMap>(m_p, m_port);
+        if (!m_features->Load()) {
             return false;
         }
-        m_registers = std::make_unique<PortRegisters>(m_p, m_port);
-        m_features = std::make_unique<FeatureMap>(*m_resolver, *m_registers);
         std::int64_t payload = 0;
-        return Check(m_features->SetEnumeration("PixelFormat", "Mono8", error) &&
+        return Check(m_features->SetFromText("PixelFormat", "Mono8", error) &&
                          m_features->SetInteger("Width", m_c.width, error) &&
                          m_features->SetInteger("Height", m_c.height, error) &&
                          m_features->GetInteger("PayloadSize", payload, error),
@@ -507,8 +500,12 @@ private:
         const std::uint8_t bytes[4] = {
             static_cast<std::uint8_t>(value >> 24), static_cast<std::uint8_t>(value >> 16),
             static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)};
-        std::string error;
-        return Check(m_registers->Write(address, bytes, sizeof bytes, error), error);
+        size_t size = sizeof bytes;
+        if (GC_ERROR rc = m_p.GCWritePort(m_port, address, bytes, &size)) {
+            m_p.Report(std::cerr, "GCWritePort", rc);
+            return false;
+        }
+        return true;
     }
 
     bool Camera(const char* command) {
@@ -811,10 +808,8 @@ private:
     const Config& m_c;
     DEV_HANDLE m_device = nullptr;
     PORT_HANDLE m_port = nullptr;
-    std::unique_ptr<XmlFeatureResolver> m_resolver;
     TrailerClock m_clock;
-    std::unique_ptr<PortRegisters> m_registers;
-    std::unique_ptr<FeatureMap> m_features;
+    std::unique_ptr<NodeMap> m_features;
     std::uint64_t m_payload = 0;
 };
 

@@ -451,6 +451,38 @@ TEST_F(RemotePort, UrlAndManifestOfTheCamera) {
     ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
 }
 
+// URL 0 asked for before any count answers as after one; on a camera without
+// a manifest (KESTA_SIM_NO_MANIFEST=1, --disable manifest) there is no URL 0
+// either way, and the port's own URL still names the description.
+TEST_F(RemotePort, UrlInfoBeforeAndAfterACount) {
+    const bool manifest = Env("KESTA_SIM_NO_MANIFEST").empty();
+    DEV_HANDLE hDevice = Open(DEVICE_ACCESS_READONLY);
+    ASSERT_NE(hDevice, nullptr);
+    PORT_HANDLE port = Port(hDevice);
+    auto urlInfo = [&] {
+        INFO_DATATYPE type = 0;
+        char entry[128] = {};
+        size_t size = sizeof entry;
+        const GC_ERROR rc = Lib().GCGetPortURLInfo(port, 0, URL_INFO_URL, &type, entry, &size);
+        Lib().TakeLastError();
+        return std::make_pair(rc, std::string(entry));
+    };
+    const auto before = urlInfo();
+    uint32_t urls = 99;
+    ASSERT_EQ(Lib().GCGetNumPortURLs(port, &urls), GC_ERR_SUCCESS);
+    EXPECT_EQ(urlInfo(), before);
+    EXPECT_EQ(urls, manifest ? 1u : 0u);
+    EXPECT_EQ(before.first, manifest ? GC_ERR_SUCCESS : GC_ERR_INVALID_INDEX);
+    char url[128] = {};
+    size_t size = sizeof url;
+    ASSERT_EQ(Lib().GCGetPortURL(port, url, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(std::string(url).rfind("Local:KestaSimCamera.xml;100000;", 0), 0u) << url;
+    if (manifest) {
+        EXPECT_EQ(before.second, url);
+    }
+    ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
+}
+
 TEST_F(RemotePort, MemoryAccessIsSplitInto536ByteCommands) {
     const std::string cameraNetns = EnvList("KESTA_CAMERA_NETNS").at(0);
     kesta_netns::Sniffer sniffer(cameraNetns, 3956);
