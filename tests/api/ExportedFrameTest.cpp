@@ -7,7 +7,6 @@
 
 #include <array>
 #include <functional>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,8 +19,6 @@ namespace {
 
 using kesta::test::CtiTest;
 using kesta::test::LastError;
-
-const char kNotInitText[] = "GenTL::GCInitLib() must be called before any other function";
 
 // A pointer that is not a handle: 16 readable zero bytes.
 struct alignas(8) ForeignBlock {
@@ -91,63 +88,22 @@ TEST_F(Lifecycle, EveryFunctionRefusesBeforeInitAndLeavesAStampedRecord) {
     const LastError e = Lib().TakeLastError();
     ASSERT_EQ(e.result, GC_ERR_SUCCESS);
     EXPECT_EQ(e.code, GC_ERR_NOT_INITIALIZED);
-    EXPECT_TRUE(std::regex_match(
-        e.text, std::regex("Error Stack:\n  -1002 GenTL::GC_ERR_NOT_INITIALIZED\\(-1002\\) :\n"
-                           "      DSWaitForNextLeader\\(\\):[0-9]+: GenTL::GCInitLib\\(\\) must be "
-                           "called before any other function\n")))
-        << e.text;
-}
-
-TEST_F(Lifecycle, StubsAnswerNotImplementedWithoutAnyFrame) {
-    int32_t type = 0;
-    size_t size = 0;
-    uint32_t parts = 0;
-    SINGLE_CHUNK_DATA chunk{};
-    // Before GCInitLib, and with handles that would fail any handle test.
-    EXPECT_EQ(Lib().DSGetBufferChunkData(nullptr, nullptr, &chunk, &size), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(Lib().DSGetNumBufferParts(nullptr, nullptr, &parts), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(Lib().DSGetBufferPartInfo(nullptr, nullptr, 0, BUFFER_PART_INFO_BASE, &type, nullptr,
-                                        &size),
-              GC_ERR_NOT_IMPLEMENTED);
-
-    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-    EXPECT_EQ(Lib().DSGetNumBufferParts(nullptr, nullptr, &parts), GC_ERR_NOT_IMPLEMENTED);
-    const auto records = Lib().TakeLastError().Records();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].message.rfind("DSGetNumBufferParts():", 0), 0u) << records[0].message;
+    EXPECT_EQ(e.Records().size(), 1u);
 }
 
 TEST_F(Lifecycle, InitIsRefusedTwiceAndCloseTwice) {
     ASSERT_EQ(Init(), GC_ERR_SUCCESS);
     EXPECT_EQ(Init(), GC_ERR_RESOURCE_IN_USE);
-    LastError e = Lib().TakeLastError();
-    ASSERT_EQ(e.Records().size(), 1u);
-    EXPECT_NE(e.Records()[0].message.find(
-                  "every call to GenTL::GCInitLib() must be matched with a call to "
-                  "GenTL::GCCloseLib() before calling GenTL::GCInitLib() again"),
-              std::string::npos);
+    EXPECT_EQ(Lib().TakeLastError().Records().size(), 1u);
 
     EXPECT_EQ(Lib().GCCloseLib(), GC_ERR_SUCCESS); // it stayed initialized
     EXPECT_EQ(Lib().GCCloseLib(), GC_ERR_NOT_INITIALIZED);
 
     // A new life: the second close's record lives in a fresh cache.
     ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-    e = Lib().TakeLastError();
-    ASSERT_EQ(e.Records().size(), 1u);
+    const LastError e = Lib().TakeLastError();
     EXPECT_EQ(e.code, GC_ERR_NOT_INITIALIZED);
-    EXPECT_TRUE(
-        std::regex_match(e.Records()[0].message, std::regex("GCCloseLib\\(\\):[0-9]+: .*")));
-}
-
-// Only the argument test: a real TLOpen lists the machine's adapters, which
-// belongs in the network-namespace tests.
-TEST_F(Lifecycle, TLOpenRefusesANullHandlePointer) {
-    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-    EXPECT_EQ(Lib().TLOpen(nullptr), GC_ERR_INVALID_PARAMETER);
-    const auto records = Lib().TakeLastError().Records();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_TRUE(std::regex_match(records[0].message,
-                                 std::regex("TLOpen\\(\\):[0-9]+: received phTL=nullptr")));
+    EXPECT_EQ(e.Records().size(), 1u);
 }
 
 // Handle refusals
@@ -309,41 +265,6 @@ TEST_F(LibraryInfo, CommandsAnswerWithTheirTypeAndSize) {
         ASSERT_EQ(Lib().GCGetInfo(cmd, &type, text.data(), &size), GC_ERR_SUCCESS) << cmd;
         EXPECT_EQ(std::string(text.data()), expected) << cmd;
     }
-}
-
-TEST_F(LibraryInfo, RefusalsCarryTheirTexts) {
-    ASSERT_EQ(Init(), GC_ERR_SUCCESS);
-    int32_t type = 0;
-    size_t size = 0;
-
-    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_GENTL_VER_MINOR + 1, &type, nullptr, &size),
-              GC_ERR_INVALID_INDEX);
-    auto records = Lib().TakeLastError().Records();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_NE(records[0].message.find(
-                  ": iInfoCmd must be one of :\nGenTL::TL_INFO_ID, GenTL::TL_INFO_VENDOR, "
-                  "GenTL::TL_INFO_MODEL, \nGenTL::TL_INFO_VERSION, GenTL::TL_INFO_TLTYPE, "
-                  "GenTL::TL_INFO_NAME, \nGenTL::TL_INFO_PATHNAME, GenTL::TL_INFO_DISPLAYNAME, "
-                  "GenTL::TL_INFO_CHAR_ENCODING, \nGenTL::TL_INFO_GENTL_VER_MAJOR, "
-                  "GenTL::TL_INFO_GENTL_VER_MINOR"),
-              std::string::npos)
-        << records[0].message;
-
-    // A short buffer: the marshalling's record, then GCGetInfo's line.
-    char text[4] = {};
-    size = sizeof(text);
-    EXPECT_EQ(Lib().GCGetInfo(TL_INFO_VENDOR, &type, text, &size), GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(size, sizeof(text));
-    EXPECT_EQ(type, INFO_DATATYPE_STRING);
-    records = Lib().TakeLastError().Records();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_TRUE(std::regex_match(
-        records[0].message,
-        std::regex("GCGetInfo\\(\\):[0-9]+: GenTL::GC_ERR_BUFFER_TOO_SMALL\\(-1016\\)")));
-    EXPECT_TRUE(std::regex_match(
-        records[1].message,
-        std::regex("SetInfo\\(\\):[0-9]+: \\*piSize=4 < len=18\\. iSize must be >= len")))
-        << records[1].message;
 }
 
 } // namespace

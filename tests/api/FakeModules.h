@@ -57,7 +57,6 @@ protected:
 
 class FakeSystem : public FakeModule<GenTL::ISystem> {
 public:
-    void* parentGiven = nullptr;
     int Open() override { return Call("Open"); }
     int Close() override { return Call("Close"); }
     int GetInfo(int, int*, void*, unsigned long*) override { return Call("GetInfo"); }
@@ -68,28 +67,15 @@ public:
     int GetInterfaceInfo(const char*, int, int*, void*, unsigned long*) override {
         return Call("GetInterfaceInfo");
     }
-    int OpenInterface(const char*, void* hTL, void**) override {
-        parentGiven = hTL;
-        return Call("OpenInterface");
-    }
+    int OpenInterface(const char*, void*, void**) override { return Call("OpenInterface"); }
     int UpdateInterfaceList(bool*, unsigned long) override { return Call("UpdateInterfaceList"); }
 };
 
 class FakeInterface : public FakeModule<GenTL::IInterface> {
 public:
-    bool changedAnswer = false;
-    bool changedWasNull = false;
-    int flagsGiven = -1;
-    void* parentGiven = nullptr;
     int Open() override { return Call("Open"); }
     int Close() override { return Call("Close"); }
-    int UpdateDeviceList(bool* changed, unsigned long) override {
-        changedWasNull = changed == nullptr;
-        if (changed != nullptr) {
-            *changed = changedAnswer;
-        }
-        return Call("UpdateDeviceList");
-    }
+    int UpdateDeviceList(bool*, unsigned long) override { return Call("UpdateDeviceList"); }
     int GetInfo(int, int*, void*, unsigned long*) override { return Call("GetInfo"); }
     int GetParentTL(void**) const override { return Call("GetParentTL"); }
     int GetNumDevices(unsigned int*) const override { return Call("GetNumDevices"); }
@@ -99,9 +85,7 @@ public:
     int GetDeviceInfo(const char*, int, int*, void*, unsigned long*) const override {
         return Call("GetDeviceInfo");
     }
-    int OpenDevice(const char*, const int& flags, void**, void* hIface) const override {
-        const_cast<FakeInterface*>(this)->flagsGiven = flags;
-        const_cast<FakeInterface*>(this)->parentGiven = hIface;
+    int OpenDevice(const char*, const int&, void**, void*) const override {
         return Call("OpenDevice");
     }
     int ForceIp(unsigned long, unsigned int, unsigned int, unsigned int) override {

@@ -1,9 +1,8 @@
 // The exported frames over modules of every kind, in process against the
-// static library: which operation a call reaches, what a module of the
-// wrong kind gets, what the frames add to the error stack, and what the
-// close functions delete.
+// static library: the port functions of every kind, what a module of the
+// wrong kind gets, and what the close functions delete when the module
+// fails. Calls with handles of the right kind run in tests/netns.
 
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -59,12 +58,6 @@ protected:
         return e.Records();
     }
 
-    static bool Stamped(const std::string& message, const std::string& function,
-                        const std::string& text) {
-        return std::regex_match(message, std::regex(function + "\\(\\):[0-9]+: ([\\s\\S]*)")) &&
-               message.substr(message.find(": ") + 2) == text;
-    }
-
 private:
     std::set<void*> m_handles;
 };
@@ -109,86 +102,34 @@ TEST_F(Frame, PortFunctionsReachTheOwnPortOfEveryModuleKind) {
     }
 }
 
-TEST_F(Frame, FamiliesReachTheirOperationsAndPassTheirArguments) {
-    FakeSystem system;
-    FakeInterface iface;
-    void* hTL = Handle(&system);
-    void* hIface = Handle(&iface);
-    void* out = nullptr;
-
-    EXPECT_EQ(TLOpenInterface(hTL, "00aabbccddee", &out), GC_ERR_SUCCESS);
-    EXPECT_EQ(system.parentGiven, hTL);
-
-    EXPECT_EQ(IFOpenDevice(hIface, "SN1", DEVICE_ACCESS_CONTROL, &out), GC_ERR_SUCCESS);
-    EXPECT_EQ(iface.flagsGiven, DEVICE_ACCESS_CONTROL);
-    EXPECT_EQ(iface.parentGiven, hIface);
-
-    // The module's bool comes back as the caller's bool8_t; null stays null.
-    bool8_t changed = 0;
-    iface.changedAnswer = true;
-    EXPECT_EQ(IFUpdateDeviceList(hIface, &changed, 100), GC_ERR_SUCCESS);
-    EXPECT_EQ(changed, 1);
-    iface.changedAnswer = false;
-    EXPECT_EQ(IFUpdateDeviceList(hIface, &changed, 100), GC_ERR_SUCCESS);
-    EXPECT_EQ(changed, 0);
-    EXPECT_EQ(IFUpdateDeviceList(hIface, nullptr, 100), GC_ERR_SUCCESS);
-    EXPECT_TRUE(iface.changedWasNull);
-}
-
 // Handles of the wrong kind
 
-TEST_F(Frame, FrameARefusesAWrongKindWithTheBareText) {
+TEST_F(Frame, AHandleOfTheWrongKindReachesNoModule) {
+    FakeSystem system;
     FakeInterface iface;
     FakeDevice device;
     FakeDataStream stream;
+    void* hTL = Handle(&system);
     void* hIface = Handle(&iface);
     void* hDev = Handle(&device);
     void* hDS = Handle(&stream);
     int32_t type = 0;
     size_t size = 0;
-
     EXPECT_EQ(DevGetInfo(hIface, DEVICE_INFO_ID, &type, nullptr, &size), GC_ERR_INVALID_HANDLE);
-    auto records = TakeRecords();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].message, "Invalid Handle");
-
     EXPECT_EQ(EventGetInfo(hDS, EVENT_NUM_FIRED, &type, nullptr, &size), GC_ERR_INVALID_HANDLE);
     EXPECT_EQ(DSGetInfo(hDev, STREAM_INFO_ID, &type, nullptr, &size), GC_ERR_INVALID_HANDLE);
     EXPECT_EQ(GenTL::DSSetupResendRetryParams(hDev, 3, 25.0, "a", "b", 0, 0),
               GC_ERR_INVALID_HANDLE);
-
-    // A device handle given to DSClose passes the handle test, fails the
-    // cast, and stays open.
-    EXPECT_EQ(DSClose(hDev), GC_ERR_INVALID_HANDLE);
-    EXPECT_TRUE(device.calls.empty());
-    EXPECT_EQ(GenTL::CheckHandle(hDev), GC_ERR_SUCCESS);
-    EXPECT_TRUE(iface.calls.empty());
-    EXPECT_TRUE(stream.calls.empty());
-}
-
-TEST_F(Frame, FrameBRefusesAWrongKindWithAStampedCastText) {
-    FakeSystem system;
-    FakeDevice device;
-    void* hTL = Handle(&system);
-    void* hDev = Handle(&device);
-    int32_t type = 0;
-    size_t size = 0;
-
     EXPECT_EQ(IFGetInfo(hDev, INTERFACE_INFO_ID, &type, nullptr, &size), GC_ERR_INVALID_HANDLE);
-    auto records = TakeRecords();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_TRUE(Stamped(records[0].message, "IFGetInfo", "failed to cast hIface to IInterface*"))
-        << records[0].message;
-
     EXPECT_EQ(TLGetInfo(hDev, TL_INFO_ID, &type, nullptr, &size), GC_ERR_INVALID_HANDLE);
-    records = TakeRecords();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_TRUE(Stamped(records[0].message, "TLGetInfo", "failed to cast hTL to ISystem*"));
-
     EXPECT_EQ(GenTL::IFForceIp(hTL, 1, 2, 3, 4), GC_ERR_INVALID_HANDLE);
+    // Close functions leave a handle of another kind open.
     EXPECT_EQ(IFClose(hTL), GC_ERR_INVALID_HANDLE);
-    EXPECT_TRUE(system.calls.empty());
-    EXPECT_TRUE(device.calls.empty());
+    EXPECT_EQ(DSClose(hDev), GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(GenTL::CheckHandle(hDev), GC_ERR_SUCCESS);
+    EXPECT_EQ(GenTL::CheckHandle(hTL), GC_ERR_SUCCESS);
+    EXPECT_TRUE(system.calls.empty() && iface.calls.empty() && device.calls.empty() &&
+                stream.calls.empty());
 }
 
 TEST_F(Frame, StreamAndBufferCallsTestBothHandles) {
@@ -209,45 +150,12 @@ TEST_F(Frame, StreamAndBufferCallsTestBothHandles) {
     EXPECT_EQ(stream.bufferGiven, hBuf);
 
     EXPECT_EQ(DSQueueBuffer(hDS, nullptr), GC_ERR_INVALID_HANDLE);
-    auto records = TakeRecords();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_TRUE(
-        Stamped(records[0].message, "DSQueueBuffer", "GenTL::GC_ERR_INVALID_HANDLE(-1006)"));
-    EXPECT_EQ(records[1].message, "failed to cast handle to a GenTLHandle*");
 
     // A live handle of another kind as the buffer, or as the stream.
     EXPECT_EQ(DSQueueBuffer(hDS, hDev), GC_ERR_INVALID_HANDLE);
-    records = TakeRecords();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].message, "Invalid Handle");
     EXPECT_EQ(DSGetBufferInfo(hBuf, hBuf, BUFFER_INFO_SIZE, &type, nullptr, &size),
               GC_ERR_INVALID_HANDLE);
     EXPECT_EQ(stream.calls, (std::vector<std::string>{"QueueBuffer", "GetBufferInfo"}));
-}
-
-// What the frames add to a module's failure
-
-TEST_F(Frame, FrameAPassesAModuleFailureAsItIsAndFrameBChainsIt) {
-    FakeDevice device;
-    FakeInterface iface;
-    device.result = GC_ERR_INVALID_INDEX;
-    iface.result = GC_ERR_NOT_AVAILABLE;
-    device.report = iface.report = true;
-    int32_t type = 0;
-    size_t size = 0;
-    EXPECT_EQ(DevGetInfo(Handle(&device), 77, &type, nullptr, &size), GC_ERR_INVALID_INDEX);
-    auto records = TakeRecords();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_TRUE(Stamped(records[0].message, "Call", "fake GetInfo failed"));
-
-    GC_ERROR code = 0;
-    EXPECT_EQ(IFGetInfo(Handle(&iface), INTERFACE_INFO_ID, &type, nullptr, &size),
-              GC_ERR_NOT_AVAILABLE);
-    records = TakeRecords(&code);
-    EXPECT_EQ(code, GC_ERR_NOT_AVAILABLE);
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_TRUE(Stamped(records[0].message, "IFGetInfo", "GenTL::GC_ERR_NOT_AVAILABLE(-1014)"));
-    EXPECT_TRUE(Stamped(records[1].message, "Call", "fake GetInfo failed"));
 }
 
 // The close functions
@@ -263,12 +171,8 @@ TEST_F(Frame, IFCloseDeletesAFailingInterfaceAndTellsOfIt) {
     Forget(h);
     EXPECT_TRUE(destroyed);
     const auto records = TakeRecords();
-    ASSERT_EQ(records.size(), 3u);
+    ASSERT_EQ(records.size(), 3u); // the module's, the code's and the frame's own line
     EXPECT_EQ(records[0].code, GC_ERR_IO);
-    EXPECT_TRUE(Stamped(records[0].message, "IFClose",
-                        "The interface became in unknown state; call "
-                        "GenTL::TLOpenInterface() to reinitialize the interface"));
-    EXPECT_TRUE(Stamped(records[1].message, "IFClose", "GenTL::GC_ERR_IO(-1010)"));
 }
 
 TEST_F(Frame, DevCloseDeletesEvenAfterAFailedCloseAndDSCloseLeavesTheStream) {
@@ -294,21 +198,12 @@ TEST_F(Frame, DevCloseDeletesEvenAfterAFailedCloseAndDSCloseLeavesTheStream) {
 
 TEST_F(Frame, TLCloseNeedsAnOpenSystemAndClearsTheFlagFirst) {
     FakeInterface iface;
-    void* hIface = Handle(&iface);
-    EXPECT_EQ(TLClose(hIface), GC_ERR_INVALID_HANDLE);
-    auto records = TakeRecords();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].message, "failed to cast hTL to ISystem*");
-
+    EXPECT_EQ(TLClose(Handle(&iface)), GC_ERR_INVALID_HANDLE);
     bool destroyed = false;
     auto* system = new FakeSystem;
     system->destroyed = &destroyed;
     void* hTL = Handle(system);
     EXPECT_EQ(TLClose(hTL), GC_ERR_INVALID_HANDLE);
-    records = TakeRecords();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_TRUE(Stamped(records[0].message, "TLClose",
-                        "GenTL::TLOpen() must be called before calling GenTL::TLClose()"));
     EXPECT_FALSE(destroyed);
 
     // As if TLOpen had succeeded; the system's close fails.
@@ -318,11 +213,6 @@ TEST_F(Frame, TLCloseNeedsAnOpenSystemAndClearsTheFlagFirst) {
     Forget(hTL);
     EXPECT_TRUE(destroyed);
     EXPECT_FALSE(GenTL::g_isSystemOpen);
-    records = TakeRecords();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_TRUE(Stamped(records[0].message, "TLClose",
-                        "The system became in unknown state; call GenTL::GCInitLib() to "
-                        "reinitialize the library"));
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #pragma once
 // Test support for the control layer: a scripted GVCP peer on 127.0.0.1, a
-// device record opened towards it, ack builders and a capture of HAL log
-// records.
+// device record opened towards it, and ack builders.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -11,9 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -21,9 +17,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
-#include "api/HLogger.h"
 #include "hal/DeviceHandle.h"
 #include "hal/GvcpWire.h"
 #include "hal/SocketHelper.h"
@@ -160,78 +154,6 @@ inline DeviceHandle* MakeLoopbackDevice(unsigned short peerPort, int timeoutMs,
     device->connected = true;
     return device;
 }
-
-/// A log library instance that keeps the messages of every record.
-class CapturingLog final : public IKestaLog {
-public:
-    void SetOutPort(uint16_t) override {}
-    void RemoveOutPort(uint16_t) override {}
-    void AddInPort(uint16_t) override {}
-    void SendMessage(const char* text) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        messages.push_back(nlohmann::json::parse(text)["message"].get<std::string>());
-    }
-    void SetFilter(IFilterOutFn*) override {}
-
-    std::mutex mutex;
-    std::vector<std::string> messages;
-};
-
-/// Connects HLogger to a CapturingLog for the lifetime of the object.
-class HalLogCapture {
-public:
-    HalLogCapture() {
-        s_log = &m_log;
-        m_former = detail::SetLogLibrary({&Init, &Deinit});
-        char dir[] = "/tmp/kesta-hal-log-XXXXXX";
-        m_dir = ::mkdtemp(dir);
-        char cwd[4096] = {};
-        m_cwd = ::getcwd(cwd, sizeof cwd);
-        std::ofstream(m_dir + "/kesta_log.conf")
-            << R"({"ports":{"hal_out":1,"gentl_out":2,"tarva_in":3,"qv_in":4},)"
-            << R"("levels":{"hal":600,"gentl":600}})";
-        EXPECT_EQ(0, ::chdir(m_dir.c_str()));
-        m_logger = new HLogger();
-        EXPECT_EQ(0, ::chdir(m_cwd.c_str()));
-        std::remove((m_dir + "/kesta_log.conf").c_str());
-        ::rmdir(m_dir.c_str());
-    }
-    ~HalLogCapture() {
-        delete m_logger;
-        detail::SetLogLibrary(m_former);
-        s_log = nullptr;
-    }
-    std::vector<std::string> Messages() {
-        std::lock_guard<std::mutex> lock(m_log.mutex);
-        return m_log.messages;
-    }
-    bool Has(const std::string& message) {
-        for (const std::string& m : Messages()) {
-            if (m == message) {
-                return true;
-            }
-        }
-        return false;
-    }
-    int CountOf(const std::string& message) {
-        int n = 0;
-        for (const std::string& m : Messages()) {
-            n += m == message ? 1 : 0;
-        }
-        return n;
-    }
-
-private:
-    static IKestaLog* Init() { return s_log; }
-    static void Deinit(IKestaLog*) {}
-
-    CapturingLog m_log;
-    detail::LogLibrary m_former{};
-    std::string m_dir;
-    std::string m_cwd;
-    HLogger* m_logger = nullptr;
-    static inline CapturingLog* s_log = nullptr;
-};
 
 } // namespace testing_gvcp
 } // namespace GenTL

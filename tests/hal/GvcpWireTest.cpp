@@ -71,8 +71,7 @@ TEST(GvcpSettingsFileTest, GoodLines) {
     EXPECT_EQ(10000, s.timeoutMs);
 }
 
-TEST(GvcpSettingsFileTest, BadLinesAreLoggedAndLeaveTheSetting) {
-    HalLogCapture log;
+TEST(GvcpSettingsFileTest, BadLinesLeaveTheSetting) {
     const GvcpSettings s = Apply("gvcp.maxRetries lots\n"
                                  "gvcp.maxRetries 99999999999999999999999\n"
                                  "gvcp.timeout 0\n"
@@ -84,12 +83,6 @@ TEST(GvcpSettingsFileTest, BadLinesAreLoggedAndLeaveTheSetting) {
     EXPECT_EQ(3u, s.numRetries);
     EXPECT_EQ(200, s.timeoutMs);
     EXPECT_FALSE(s.timeoutOverridden);
-    EXPECT_EQ(2, log.CountOf("GenTL::HALGev Failed to override gvcp numRetries count: stol"));
-    EXPECT_TRUE(
-        log.Has("GenTL::HALGev Failed to override gvcp timeout: invalid value specified: 0"));
-    EXPECT_TRUE(
-        log.Has("GenTL::HALGev Failed to override gvcp timeout: invalid value specified: -5"));
-    EXPECT_EQ(2, log.CountOf("GenTL::HALGev Failed to override gvcp timeout: stoi"));
 }
 
 } // namespace

@@ -1,5 +1,7 @@
-// Facts of devices and adapters, adapter ids, the unicast list, connection
-// and the one-shot commands, on records made by hand and on loopback.
+// Facts of devices and adapters, adapter ids, the unicast list, connection,
+// the settings file and the action command's ack, on records made by hand
+// and on loopback. Discovery itself, and answers no camera would send, run
+// in tests/netns/hal.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -18,14 +20,6 @@ namespace GenTL {
 namespace {
 
 using namespace testing_gvcp;
-
-std::string LastErrorText() {
-    Error e;
-    ErrorCache::GetErrorCache()->Peak(e);
-    const std::string text = e.Message();
-    const std::size_t at = text.find(": ");
-    return at == std::string::npos ? text : text.substr(at + 2);
-}
 
 /// A discovery answer as a camera at 127.0.0.1 would send it.
 Bytes DiscoveryAnswer() {
@@ -92,6 +86,8 @@ TEST_F(HALGevFactsTest, DeviceFactsByHandleAndById) {
     bool on = true;
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigPersistentIp(Device(), on));
     EXPECT_FALSE(on);
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigDHCP(Device(), on));
+    EXPECT_FALSE(on);
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigPersistentIp(Adapter(), "SER1", on));
     EXPECT_TRUE(on);
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetDevIpConfigDHCP(Adapter(), "SER1", on));
@@ -100,19 +96,6 @@ TEST_F(HALGevFactsTest, DeviceFactsByHandleAndById) {
     EXPECT_EQ(GC_ERR_INVALID_ID, m_hal.GetModelName(Adapter(), "SER", text));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.GetModelName(nullptr, text));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.GetDevIPAddress(nullptr, "SER1", value));
-}
-
-TEST_F(HALGevFactsTest, DiscoveryRowFromAShortOrUnterminatedAnswer) {
-    const Bytes answer(10, 'Z');
-    const DeviceData row =
-        MakeDeviceData(m_adapter->localAddress, answer.data(), answer.size(), true);
-    EXPECT_EQ("", row.id);
-    EXPECT_EQ('Z', row.discoveryPayload[1]);
-    EXPECT_EQ(0, row.discoveryPayload[2]);
-    EXPECT_TRUE(row.unicastDiscovered);
-    const Bytes full(256, 'S');
-    EXPECT_EQ(std::string(32, 'S'),
-              MakeDeviceData(m_adapter->localAddress, full.data(), full.size(), false).id);
 }
 
 TEST(AdapterTableTest, FurtherAddressesOfOneAdapterGetSuffixes) {
@@ -149,9 +132,7 @@ TEST_F(HALGevFactsTest, UnicastListAddsRemovesOnlyAllAndReportsInHostOrder) {
 
     EXPECT_EQ(GC_ERR_INVALID_PARAMETER,
               m_hal.GetUnicastDiscoveryDevices(Adapter(), nullptr, &size));
-    EXPECT_EQ("null discovery list specified", LastErrorText());
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.AddUnicastDiscoveryDevice(nullptr, 1));
-    EXPECT_EQ("failed to cast hInterface to AdapterHandle*", LastErrorText());
 }
 
 TEST_F(HALGevFactsTest, OpenDeviceAimsAtTheDiscoveredAddressAndTakesOverRequestIds) {
@@ -176,7 +157,6 @@ TEST_F(HALGevFactsTest, OpenDeviceAimsAtTheDiscoveredAddressAndTakesOverRequestI
     EXPECT_EQ(GC_ERR_IO, m_hal.GetTimestampTickFrequency(Adapter(), "SER1", frequency));
     EXPECT_EQ(7u, frequency);
     EXPECT_EQ(GC_ERR_INVALID_ID, m_hal.GetTimestampTickFrequency(Adapter(), "nope", frequency));
-    EXPECT_EQ("failed to open device ID=nope because device is not found", LastErrorText());
 }
 
 TEST(HALGevSettingsTest, TimeoutFromTheFileOutranksTheDevice) {
@@ -219,9 +199,6 @@ TEST(HALGevOneShotTest, ActionCommandAckIsJudgedAndTheSocketKeeps2s) {
     device->socket->SetTimeout(100, former);
     EXPECT_EQ(2000, former);
     EXPECT_EQ(GC_ERR_INVALID_VALUE, hal.SendActionCommand(ToOpaque(device), 1, 2, 3, 0));
-    EXPECT_EQ("GenTL::HALGev::SendActionCommand Ack is invalid: -1019 : , ACK = 257, status = "
-              "32770, ack_id = 3, length = 0",
-              LastErrorText());
     const std::vector<Bytes> sent = peer.Received();
     ASSERT_EQ(2u, sent.size());
     EXPECT_EQ(20u, sent[0].size());

@@ -1,7 +1,9 @@
-// The six register and memory transactions of HALGev against a scripted
-// peer on 127.0.0.1: bytes on the wire, retries, pending and stale acks,
-// status and length judgement, and what a hostile peer can send. Plain
-// pending acks and status mapping are also checked in the namespace tests.
+// The register and memory transactions of HALGev against a scripted peer on
+// 127.0.0.1: what no simulated camera sends (pending acks of zero, floods of
+// stale or garbled acks, acks of the wrong length or code), the timeout
+// count across transactions, and a send that fails. The bytes on the wire,
+// padding, retries at the timeout and status mapping are checked against
+// simulated cameras in tests/netns/hal.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -17,20 +19,6 @@ namespace {
 using namespace testing_gvcp;
 
 constexpr int kSocketTimeoutMs = 100;
-
-std::string LastErrorText() {
-    Error e;
-    if (ErrorCache::GetErrorCache()->Peak(e) != GC_ERR_SUCCESS) {
-        return std::string();
-    }
-    return e.Message();
-}
-
-/// The text after the "<function>():<line>: " stamp.
-std::string Unstamped(const std::string& text) {
-    const std::size_t at = text.find(": ");
-    return at == std::string::npos ? text : text.substr(at + 2);
-}
 
 class HALGevTransactionTest : public ::testing::Test {
 protected:
@@ -82,37 +70,6 @@ ScriptedPeer::Script GoodRegisters(std::uint32_t value) {
     };
 }
 
-TEST_F(HALGevTransactionTest, RegisterCommandsGoOutByteForByte) {
-    Start(GoodRegisters(0xCAFE0000));
-    m_device->requestId = 7;
-    unsigned value = 0;
-    ASSERT_EQ(GC_ERR_SUCCESS, m_hal.ReadReg(Device(), 0x0A00, value));
-    EXPECT_EQ(0xCAFE0000u, value);
-    ASSERT_EQ(GC_ERR_SUCCESS, m_hal.WriteReg(Device(), 0x0938, 0x01020304));
-
-    unsigned block[3] = {};
-    ASSERT_EQ(GC_ERR_SUCCESS, m_hal.ReadRegBlock(Device(), 0x100, block, 3));
-    EXPECT_EQ(0xCAFE0000u, block[0]);
-    EXPECT_EQ(0xCAFE0002u, block[2]);
-    // Block writes take values already in wire order.
-    const unsigned wire[2] = {htonl(0x11223344), htonl(0x55667788)};
-    ASSERT_EQ(GC_ERR_SUCCESS, m_hal.WriteRegBlock(Device(), 0x200, wire, 2));
-
-    const std::vector<Bytes> sent = m_peer->Received();
-    ASSERT_EQ(4u, sent.size());
-    EXPECT_EQ(Bytes({0x42, 0x01, 0x00, 0x80, 0x00, 0x04, 0x00, 0x08, 0x00, 0x00, 0x0A, 0x00}),
-              sent[0]);
-    EXPECT_EQ(Bytes({0x42, 0x01, 0x00, 0x82, 0x00, 0x08, 0x00, 0x09, 0x00, 0x00, 0x09, 0x38, 0x01,
-                     0x02, 0x03, 0x04}),
-              sent[1]);
-    EXPECT_EQ(Bytes({0x42, 0x01, 0x00, 0x80, 0x00, 0x0C, 0x00, 0x0A, 0,    0,
-                     0x01, 0x00, 0,    0,    0x01, 0x04, 0,    0,    0x01, 0x08}),
-              sent[2]);
-    EXPECT_EQ(Bytes({0x42, 0x01, 0x00, 0x82, 0x00, 0x10, 0x00, 0x0B, 0,    0,    0x02, 0x00,
-                     0x11, 0x22, 0x33, 0x44, 0,    0,    0x02, 0x04, 0x55, 0x66, 0x77, 0x88}),
-              sent[3]);
-}
-
 TEST_F(HALGevTransactionTest, BlockCountsBeyondTheCommandBufferAreRefused) {
     Start(GoodRegisters(1));
     std::vector<unsigned> values(137);
@@ -123,83 +80,18 @@ TEST_F(HALGevTransactionTest, BlockCountsBeyondTheCommandBufferAreRefused) {
     EXPECT_EQ(2, m_peer->Count());
 }
 
-/// A memory peer over a 1024-byte area.
-ScriptedPeer::Script MemoryPeer(std::shared_ptr<Bytes> memory) {
-    return [memory](const Bytes& request, int) -> std::vector<Reply> {
-        const std::uint16_t id = RequestIdOf(request);
-        const std::uint32_t address = gvcp::GetU32(request.data(), request.size(), 8);
-        if (gvcp::GetU16(request.data(), request.size(), 2) == gvcp::kReadMemCmd) {
-            const std::uint16_t count = gvcp::GetU16(request.data(), request.size(), 14);
-            Bytes payload = Word(address);
-            payload.insert(payload.end(), memory->begin() + address,
-                           memory->begin() + address + count);
-            return {
-                {Ack(0, gvcp::kReadMemAck, static_cast<std::uint16_t>(count + 4), id, payload)}};
-        }
-        const std::size_t count = request.size() - 12;
-        std::copy(request.begin() + 12, request.end(), memory->begin() + address);
-        Bytes payload(4, 0);
-        gvcp::PutU16(payload.data(), 4, 2, static_cast<std::uint16_t>(count));
-        return {{Ack(0, gvcp::kWriteMemAck, 4, id, payload)}};
-    };
-}
-
-TEST_F(HALGevTransactionTest, MemoryRoundTripsPaddedAndBounded) {
-    auto memory = std::make_shared<Bytes>(1024, 0xEE);
-    Start(MemoryPeer(memory));
-    for (std::size_t length : {1u, 5u, 536u}) {
-        SCOPED_TRACE(length);
-        Bytes data(length);
-        for (std::size_t i = 0; i < length; ++i) {
-            data[i] = static_cast<std::uint8_t>(i * 7 + length);
-        }
-        ASSERT_EQ(
-            GC_ERR_SUCCESS,
-            m_hal.WriteMem(Device(), 0x40, reinterpret_cast<const char*>(data.data()), length));
-        const Bytes written = m_peer->Received().back();
-        ASSERT_EQ(12 + gvcp::Padded(length), written.size());
-        EXPECT_EQ(gvcp::Padded(length) + 4, gvcp::GetU16(written.data(), written.size(), 4));
-        for (std::size_t i = length; i < gvcp::Padded(length); ++i) {
-            EXPECT_EQ(0, written[12 + i]) << "padding is zero";
-        }
-
-        // A guard after the caller's bytes must stay untouched.
-        Bytes back(length + 4, 0xA5);
-        ASSERT_EQ(GC_ERR_SUCCESS,
-                  m_hal.ReadMem(Device(), 0x40, reinterpret_cast<char*>(back.data()), length));
-        EXPECT_TRUE(std::equal(data.begin(), data.end(), back.begin()));
-        EXPECT_EQ(Bytes(4, 0xA5), Bytes(back.begin() + length, back.end()));
-        const Bytes asked = m_peer->Received().back();
-        EXPECT_EQ(16u, asked.size());
-        EXPECT_EQ(gvcp::Padded(length), gvcp::GetU16(asked.data(), asked.size(), 14));
-    }
-    // Beyond 536 bytes nothing is sent.
-    const int sent = m_peer->Count();
-    Bytes data(537);
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER,
-              m_hal.ReadMem(Device(), 0, reinterpret_cast<char*>(data.data()), 537));
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER,
-              m_hal.WriteMem(Device(), 0, reinterpret_cast<const char*>(data.data()), 537));
-    EXPECT_EQ(sent, m_peer->Count());
-}
-
-TEST_F(HALGevTransactionTest, SilentDeviceIsAskedAgainReportedThenDisconnected) {
-    HalLogCapture log;
-    Start([](const Bytes&, int) { return std::vector<Reply>{}; }, 4);
-    m_hal.SetGvcpRetries(3);
-    unsigned value = 0x5555;
-    EXPECT_EQ(GC_ERR_TIMEOUT, m_hal.ReadReg(Device(), 0x0A00, value));
-    EXPECT_EQ(0x5555u, value);
-    EXPECT_EQ(4, m_peer->Count());
-    EXPECT_EQ("GenTL::HALGev::ReadReg Ack is invalid: -1019 : ", Unstamped(LastErrorText()));
-    EXPECT_EQ(0u, LastErrorText().find("ReadReg():"));
-    EXPECT_EQ(4, log.CountOf("GenTL::HALGev::ReadReg Receive Failed: -1011"));
-
-    // Four timeouts in a row reach the limit of retries + 1.
-    bool connected = true;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.IsConnected(Device(), connected));
-    EXPECT_FALSE(connected);
-    EXPECT_EQ(4u, m_device->timeoutCount);
+// The simulated camera takes a command with bytes to spare; a stricter one may not.
+TEST_F(HALGevTransactionTest, MemoryCommandsCarryNoByteTooMany) {
+    Start([](const Bytes&, int) { return std::vector<Reply>{}; });
+    m_hal.SetGvcpRetries(0);
+    char data[5] = {};
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_hal.ReadMem(Device(), 0x40, data, sizeof data));
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_hal.WriteMem(Device(), 0x40, data, sizeof data));
+    const std::vector<Bytes> sent = m_peer->Received();
+    ASSERT_EQ(2u, sent.size());
+    EXPECT_EQ(16u, sent[0].size());
+    EXPECT_EQ(8u, gvcp::GetU16(sent[0].data(), sent[0].size(), 14)) << "the padded count";
+    EXPECT_EQ(12u + 8u, sent[1].size());
 }
 
 TEST_F(HALGevTransactionTest, TimeoutsCountAcrossTransactionsUntilAnyDatagram) {
@@ -240,7 +132,6 @@ TEST_F(HALGevTransactionTest, PendingAckOfZeroWaitsWithoutTimeout) {
 }
 
 TEST_F(HALGevTransactionTest, StaleAcksAreWaitedPastWithoutResend) {
-    HalLogCapture log;
     Start([](const Bytes& request, int) -> std::vector<Reply> {
         const std::uint16_t id = RequestIdOf(request);
         std::vector<Reply> replies;
@@ -259,7 +150,6 @@ TEST_F(HALGevTransactionTest, StaleAcksAreWaitedPastWithoutResend) {
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal.ReadReg(Device(), 0x20, value));
     EXPECT_EQ(0x600Du, value);
     EXPECT_EQ(1, m_peer->Count());
-    EXPECT_TRUE(log.Has("GenTL::HALGev::ReadReg Ack is invalid: reqID Sent: 10, reqID Recv: 9"));
 }
 
 TEST_F(HALGevTransactionTest, StaleAckAloneEndsInANormalTimeout) {
@@ -271,9 +161,6 @@ TEST_F(HALGevTransactionTest, StaleAckAloneEndsInANormalTimeout) {
     unsigned value = 0;
     EXPECT_EQ(GC_ERR_TIMEOUT, m_hal.ReadReg(Device(), 0x20, value));
     EXPECT_EQ(2, m_peer->Count());
-    EXPECT_EQ("GenTL::HALGev::ReadReg Ack is invalid: -1019 : address: 0x20, ACK = 0x81, status = "
-              "0x0, ack_id = 0x7, length = 0x4",
-              Unstamped(LastErrorText()));
 }
 
 TEST_F(HALGevTransactionTest, WriteRegBlockEndsAtOnceOnAnAckOfAnotherId) {
@@ -284,9 +171,6 @@ TEST_F(HALGevTransactionTest, WriteRegBlockEndsAtOnceOnAnAckOfAnotherId) {
     });
     const unsigned values[1] = {1};
     EXPECT_EQ(GC_ERR_ACCESS_DENIED, m_hal.WriteRegBlock(Device(), 0x10, values, 1));
-    EXPECT_EQ(0u, LastErrorText().find("WriteRegBlock():"));
-    EXPECT_NE(std::string::npos,
-              LastErrorText().find("GenTL::HALGev::WriteRegBlock is invalid: -1019 : "));
 }
 
 TEST_F(HALGevTransactionTest, AckWithTheRightIdIsJudgedByStatusAndLength) {
@@ -355,15 +239,12 @@ TEST_F(HALGevTransactionTest, ShortLongAndGarbledAcksNeverReadPastTheBuffer) {
 }
 
 TEST_F(HALGevTransactionTest, SendFailureMarksTheDeviceDisconnected) {
-    HalLogCapture log;
     Start(GoodRegisters(1));
     m_hal.CloseSocket(Device());
     EXPECT_EQ(GC_ERR_IO, m_hal.WriteReg(Device(), 0x10, 1));
     bool connected = true;
     m_hal.IsConnected(Device(), connected);
     EXPECT_FALSE(connected);
-    EXPECT_EQ(1, log.CountOf("GenTL::HALGev::WriteReg Send Failed: -1010"));
-    EXPECT_EQ("GenTL::HALGev::WriteReg Ack is invalid: -1019 : ", Unstamped(LastErrorText()));
     unsigned value = 0;
     EXPECT_EQ(GC_ERR_IO, m_hal.ReadReg(Device(), 0x10, value));
     EXPECT_EQ(0, m_peer->Count());
@@ -373,30 +254,8 @@ TEST_F(HALGevTransactionTest, NullHandlesAreRefused) {
     unsigned value = 0;
     char data[4] = {};
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.WriteReg(nullptr, 0, 0));
-    EXPECT_EQ("failed to cast hDevice to DeviceHandle*", Unstamped(LastErrorText()));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.ReadRegBlock(nullptr, 0, &value, 1));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.ReadMem(nullptr, 0, data, 4));
-}
-
-TEST_F(HALGevTransactionTest, OneTransactionAtATimePerDevice) {
-    Start(GoodRegisters(3));
-    std::vector<std::thread> threads;
-    std::atomic<int> failures{0};
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 50; ++i) {
-                unsigned value = 0;
-                if (m_hal.ReadReg(Device(), 0, value) != GC_ERR_SUCCESS || value != 3) {
-                    ++failures;
-                }
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(0, failures.load());
-    EXPECT_EQ(200, m_peer->Count());
 }
 
 } // namespace

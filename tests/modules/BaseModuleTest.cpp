@@ -51,45 +51,7 @@ private:
     unsigned long m_extra;
 };
 
-class BaseModuleTest : public ::testing::Test {
-protected:
-    void SetUp() override { CachedError::Clear(); }
-    void TearDown() override { GenTL::ErrorCache::ReleaseErrorCache(); }
-
-    static std::string PortText(GenTL::IBaseModule& m, int cmd) {
-        int type = -1;
-        unsigned long size = 0;
-        EXPECT_EQ(m.GetPortInfo(cmd, &type, nullptr, &size), 0);
-        EXPECT_EQ(type, INFO_DATATYPE_STRING);
-        std::string text(size, '?');
-        EXPECT_EQ(m.GetPortInfo(cmd, &type, text.data(), &size), 0);
-        return text.substr(0, size - 1);
-    }
-};
-
-TEST_F(BaseModuleTest, PortInfoAnswersTheCommonFactsAndTheModulesOwn) {
-    GenTL::BaseModule plain;
-    EXPECT_EQ(PortText(plain, PORT_INFO_ID), "Unknown ID");
-
-    PortModule own(GenTL::kPortUrlExtraTwo);
-    EXPECT_EQ(PortText(own, PORT_INFO_ID), "an id");
-    EXPECT_EQ(PortText(own, PORT_INFO_PORTNAME), "APort");
-
-    int type = 0;
-    unsigned long size = 0;
-    for (int cmd : {13, -1, static_cast<int>(PORT_INFO_CUSTOM_ID)}) {
-        EXPECT_EQ(own.GetPortInfo(cmd, &type, nullptr, &size), GC_ERR_INVALID_INDEX);
-    }
-    EXPECT_EQ(
-        CachedError::Take().Text(),
-        "PORT_INFO_CMD must be one of :\n"
-        "GenTL::PORT_INFO_ID, GenTL::PORT_INFO_VENDOR, GenTL::PORT_INFO_MODEL, \n"
-        "GenTL::PORT_INFO_TLTYPE, GenTL::PORT_INFO_MODULE, GenTL::PORT_INFO_LITTLE_ENDIAN, \n"
-        "GenTL::PORT_INFO_BIG_ENDIAN, GenTL::PORT_INFO_ACCESS_READ, "
-        "GenTL::PORT_INFO_ACCESS_WRITE, \n"
-        "GenTL::PORT_INFO_ACCESS_NA, GenTL::PORT_INFO_ACCESS_NI, GenTL::PORT_INFO_VERSION , \n"
-        "GenTL::PORT_INFO_PORTNAME");
-}
+using BaseModuleTest = kesta::test::ErrorCacheTest;
 
 TEST_F(BaseModuleTest, DefaultsRefuseAsNotImplementedWithTheStampedCodeName) {
     GenTL::BaseModule m;
@@ -114,7 +76,6 @@ TEST_F(BaseModuleTest, DefaultsRefuseAsNotImplementedWithTheStampedCodeName) {
     EXPECT_EQ(e.count, 1u);
     EXPECT_EQ(e.code, GC_ERR_NOT_IMPLEMENTED);
     EXPECT_EQ(e.message.rfind("WritePortStacked():", 0), 0u) << e.message;
-    EXPECT_EQ(e.Text(), "GenTL::GC_ERR_NOT_IMPLEMENTED(-1003)");
 }
 
 TEST_F(BaseModuleTest, PortUrlSizeRuleAddsTheModulesTrailingZeros) {
@@ -130,9 +91,6 @@ TEST_F(BaseModuleTest, PortUrlSizeRuleAddsTheModulesTrailingZeros) {
         EXPECT_EQ(m.GetPortURL(url.data(), &size), GC_ERR_BUFFER_TOO_SMALL);
         EXPECT_EQ(size, needed - 1);
         EXPECT_EQ(url[0], 'x');
-        EXPECT_EQ(CachedError::Take().Text(), "*piSize=" + std::to_string(needed - 1) +
-                                                  " < len=" + std::to_string(needed) +
-                                                  ". iSize must be >= len");
 
         size = url.size();
         ASSERT_EQ(m.GetPortURL(url.data(), &size), 0);
@@ -145,7 +103,6 @@ TEST_F(BaseModuleTest, PortUrlSizeRuleAddsTheModulesTrailingZeros) {
     }
     PortModule m(GenTL::kPortUrlExtraTwo);
     EXPECT_EQ(m.GetPortURL(nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "piSize==nullptr");
 }
 
 TEST_F(BaseModuleTest, UrlInfoHasOneUrlWithTheSchemaVersionAndNoFileFacts) {
@@ -157,7 +114,6 @@ TEST_F(BaseModuleTest, UrlInfoHasOneUrlWithTheSchemaVersionAndNoFileFacts) {
     EXPECT_EQ(type, INFO_DATATYPE_STRING);
     EXPECT_EQ(size, kFormatted.size() + 2);
     EXPECT_EQ(m.GetPortURLInfo(0, URL_INFO_URL, nullptr, nullptr, &size), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "piType==nullptr");
     size = 3;
     char small[3];
     EXPECT_EQ(m.GetPortURLInfo(0, URL_INFO_URL, &type, small, &size), GC_ERR_BUFFER_TOO_SMALL);
@@ -169,23 +125,15 @@ TEST_F(BaseModuleTest, UrlInfoHasOneUrlWithTheSchemaVersionAndNoFileFacts) {
     EXPECT_EQ(type, INFO_DATATYPE_INT32);
     EXPECT_EQ(value, 1);
 
-    const std::vector<std::pair<int, std::string>> notImplemented = {
-        {URL_INFO_FILE_VER_MAJOR, "URL_INFO_FILE_VER_MAJOR"},
-        {URL_INFO_FILE_SIZE, "URL_INFO_FILE_SIZE"},
-        {URL_INFO_CUSTOM_ID, "URL_INFO_CUSTOM_ID"}};
-    for (const auto& [cmd, name] : notImplemented) {
+    for (int cmd : {static_cast<int>(URL_INFO_FILE_VER_MAJOR), static_cast<int>(URL_INFO_FILE_SIZE),
+                    static_cast<int>(URL_INFO_CUSTOM_ID)}) {
         EXPECT_EQ(m.GetPortURLInfo(0, cmd, &type, &value, &size), GC_ERR_NOT_IMPLEMENTED);
-        EXPECT_EQ(CachedError::Take().Text(), "URL_INFO_CMD " + name + " is not implemented");
     }
     EXPECT_EQ(m.GetPortURLInfo(0, 11, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(
-        CachedError::Take().Text().rfind("URL_INFO_CMD must be one of :\nGenTL::URL_INFO_URL, ", 0),
-        0u);
     // Any index but 0 fails, whatever the command.
     for (int cmd :
          {static_cast<int>(URL_INFO_URL), static_cast<int>(URL_INFO_SCHEMA_VER_MAJOR), 11}) {
         EXPECT_EQ(m.GetPortURLInfo(1, cmd, &type, &value, &size), GC_ERR_INVALID_INDEX);
-        EXPECT_EQ(CachedError::Take().Text(), "iURLIndex is out of range");
     }
 }
 
@@ -213,9 +161,7 @@ TEST_F(BaseModuleTest, StackedAccessRunsEntriesInOrderUntilTheFirstFailure) {
     EXPECT_EQ(r[2], b);
 
     EXPECT_EQ(m.ReadPortStacked(nullptr, &n), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "pEntries==nullptr");
     EXPECT_EQ(m.WritePortStacked(reads.data(), nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "piNumEntries==nullptr");
 }
 
 } // namespace

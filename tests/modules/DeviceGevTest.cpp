@@ -1,7 +1,8 @@
-// DeviceGev over a camera in memory: what Open claims and writes, how a
-// failing step is undone, what Close releases and in which order, and the
-// device's own info, stream list and events. (Rival applications, unknown
-// flags, read-only opens and the switchover itself are tested in tests/netns.)
+// DeviceGev over a camera in memory: what Open writes for each flag and
+// capability, how a failing step is undone, the switchover key, and the
+// device's own info, stream list and events. (Claiming and releasing a
+// camera, rivals, unknown flags, the switchover itself and a silent camera
+// are tested in tests/netns.)
 #include <algorithm>
 #include <chrono>
 #include <string>
@@ -83,6 +84,17 @@ protected:
 TEST_F(DeviceGevTest, FactsComeFromTheHandleWithFallbacks) {
     EXPECT_EQ(Text(DEVICE_INFO_ID), "FAKE0001");
     EXPECT_EQ(Text(DEVICE_INFO_DISPLAYNAME), "FakeModel ( FAKE0001 ) ");
+    // Each network fact from its own field of the camera.
+    FakeHALGev::Camera& camera = m_hal.cameras["FAKE0001"];
+    camera.ip = 11, camera.mask = 12, camera.mac = 13, camera.gateway = 14;
+    camera.dhcp = camera.lla = true, camera.persistentIp = false;
+    EXPECT_EQ(Number(DEVICE_INFO_GEV_IP_ADDRESS), 11);
+    EXPECT_EQ(Number(DEVICE_INFO_GEV_SUBNET_MASK), 12);
+    EXPECT_EQ(Number(DEVICE_INFO_GEV_MAC_ADDRESS), 13);
+    EXPECT_EQ(Number(DEVICE_INFO_GEV_DEFAULT_GATEWAY), 14);
+    EXPECT_TRUE(Flag(DEVICE_INFO_GEV_CONFIG_DHCP));
+    EXPECT_FALSE(Flag(DEVICE_INFO_GEV_CONFIG_PERSISTENT_IP));
+    EXPECT_TRUE(Flag(DEVICE_INFO_GEV_CONFIG_LLA));
 
     // Without a handle every fact fails: the texts stand in.
     DeviceGev blind(&m_hal, "X", nullptr, nullptr);
@@ -100,44 +112,6 @@ TEST_F(DeviceGevTest, FactsComeFromTheHandleWithFallbacks) {
     EXPECT_EQ(m_device->GetInfo(77, &type, text, &size), GC_ERR_INVALID_INDEX);
     EXPECT_EQ(CachedError::Take().count, 2u); // the base's refusal and the forwarding line
     EXPECT_EQ(m_device->Device::GetInfo(77, &type, text, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(CachedError::Take().Text().rfind("iInfoCmd must be one of :\nGenTL::DEVICE_INFO_ID, "
-                                               "GenTL::DEVICE_INFO_TLTYPE, \nGenTL::DEVICE_INFO_"
-                                               "DISPLAYNAME, GenTL::DEVICE_INFO_MODEL",
-                                               0),
-              0u);
-}
-
-TEST_F(DeviceGevTest, ControlClaimsKeepsAndReleasesThePrivilege) {
-    m_hal.SetReg(kHeartbeat, 40); // a beat every 20 ms
-    ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
-    ASSERT_EQ(m_hal.WritesTo(kCcp).size(), 1u);
-    EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value, 6u); // control with switchover enabled
-    EXPECT_TRUE(m_hal.connected);
-    EXPECT_TRUE(Flag(DEVICE_INFO_IS_CONNECTED));
-    EXPECT_EQ(Number(DEVICE_INFO_ACCESS_STATUS), DEVICE_ACCESS_STATUS_READWRITE);
-    EXPECT_EQ(m_hal.deviceTimeoutMs, 750); // the camera's pending timeout
-    // Pending acks switched on, as the capability allows.
-    ASSERT_EQ(m_hal.WritesTo(kGvcpConfig).size(), 1u);
-    EXPECT_EQ(m_hal.WritesTo(kGvcpConfig)[0].value & 2u, 2u);
-
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    EXPECT_GE(m_hal.WritesTo(kHeartbeat).size(), 3u);
-
-    ASSERT_EQ(m_device->Close(), GC_ERR_SUCCESS);
-    m_opened = false;
-    const std::size_t beats = m_hal.WritesTo(kHeartbeat).size();
-    ASSERT_EQ(m_hal.WritesTo(kCcp).size(), 2u);
-    EXPECT_EQ(m_hal.WritesTo(kCcp)[1].value & 3u, 0u);
-    // The heartbeat is over before the release, and stays over.
-    const auto calls = m_hal.Calls();
-    const auto release = std::find_if(calls.rbegin(), calls.rend(), [](const auto& c) {
-        return c.op == "WriteReg" && c.address == kCcp;
-    });
-    EXPECT_TRUE(std::none_of(calls.rbegin(), release,
-                             [](const auto& c) { return c.address == kHeartbeat; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
-    EXPECT_EQ(m_hal.WritesTo(kHeartbeat).size(), beats);
-    EXPECT_EQ(m_hal.closeDeviceCalls, 1);
 }
 
 TEST_F(DeviceGevTest, OpenFollowsTheFlagAndTheCamerasCapabilities) {
@@ -158,17 +132,17 @@ TEST_F(DeviceGevTest, SwitchoverKeyGoesIntoTheHighHalfAndARefusalIsNamed) {
     EXPECT_TRUE(m_hal.WritesTo(kSwitchoverKey).empty()); // not written before control
     ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
     EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value, 0xBEEF0006u);
+    unsigned short kept = 0;
+    ASSERT_EQ(m_device->GetCcpSwitchoverKey(&kept), GC_ERR_SUCCESS);
+    EXPECT_EQ(kept, 0xBEEF);
     EXPECT_EQ(m_device->GetCcpSwitchoverKey(nullptr), GC_ERR_INVALID_HANDLE);
     m_hal.Fail(kSwitchoverKey, GC_ERR_ACCESS_DENIED);
     EXPECT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_ACCESS_DENIED);
-    EXPECT_EQ(CachedError::Take().Text(),
-              "failed to write to CCP Switchover Key (0x095C) register");
 }
 
 TEST_F(DeviceGevTest, AFailingStepOfOpenUndoesEverything) {
     m_hal.Fail(kCcp, GC_ERR_ACCESS_DENIED);
     EXPECT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_ACCESS_DENIED);
-    EXPECT_EQ(CachedError::Take().Text(), "failed to read CCP (0x0A00) register");
     unsigned count = 9;
     ASSERT_EQ(m_device->GetNumDataStreams(&count), GC_ERR_SUCCESS);
     EXPECT_EQ(count, 0u);
@@ -181,23 +155,9 @@ TEST_F(DeviceGevTest, AFailingStepOfOpenUndoesEverything) {
     hal.Fail(kCapability);
     DeviceGev device(&hal, "FAKE0001", nullptr, m_hDevice);
     EXPECT_EQ(device.Open(DEVICE_ACCESS_CONTROL, m_hIface), GC_ERR_TIMEOUT);
-    EXPECT_EQ(CachedError::Take().Text(), "failed to read GVCP Capability (0x0934) register");
     const std::size_t beats = hal.WritesTo(kHeartbeat).size();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(hal.WritesTo(kHeartbeat).size(), beats);
-}
-
-TEST_F(DeviceGevTest, CloseOfASilentCameraStillReleasesEverything) {
-    ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
-    void* port = nullptr;
-    ASSERT_EQ(m_device->GetPort(&port), GC_ERR_SUCCESS);
-    m_hal.Fail(kCcp, GC_ERR_TIMEOUT);
-    EXPECT_EQ(m_device->Close(), GC_ERR_TIMEOUT);
-    m_opened = false;
-    EXPECT_EQ(m_hal.closeDeviceCalls, 1);
-    unsigned count = 9;
-    ASSERT_EQ(m_device->GetNumDataStreams(&count), GC_ERR_SUCCESS);
-    EXPECT_EQ(count, 0u);
 }
 
 TEST_F(DeviceGevTest, SetInfoWritesThePrivilegeAndTheMechanism) {
@@ -219,7 +179,6 @@ TEST_F(DeviceGevTest, SetInfoWritesThePrivilegeAndTheMechanism) {
 
     EXPECT_EQ(m_device->SetInfo(DEVICE_INFO_VENDOR, INFO_DATATYPE_INT64, &value, 8),
               GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(CachedError::Take().Text(), "only GEV devices are supported");
 }
 
 TEST_F(DeviceGevTest, StreamListPortUrlAndEvents) {
@@ -231,13 +190,11 @@ TEST_F(DeviceGevTest, StreamListPortUrlAndEvents) {
     ASSERT_EQ(m_device->GetDataStreamID(1, id, &size), GC_ERR_SUCCESS);
     EXPECT_STREQ(id, "1");
     EXPECT_EQ(m_device->GetDataStreamID(2, id, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(CachedError::Take().Text(), "iIndex >= m_streams.size()");
     size = 1;
     EXPECT_EQ(m_device->GetDataStreamID(0, id, &size), GC_ERR_BUFFER_TOO_SMALL);
 
     void* stream = nullptr;
     EXPECT_EQ(m_device->OpenDataStream("7", &stream), GC_ERR_INVALID_ID);
-    EXPECT_EQ(CachedError::Take().Text(), "7 is not a valid ID");
 
     ASSERT_EQ(m_device->GetPortURL(nullptr, &size), GC_ERR_SUCCESS);
     const std::string url = "local:SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml;"
@@ -246,9 +203,7 @@ TEST_F(DeviceGevTest, StreamListPortUrlAndEvents) {
 
     void* event = nullptr;
     EXPECT_EQ(m_device->RegisterEvent(EVENT_NEW_BUFFER, &event), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(CachedError::Take().Text(), "only EVENT_REMOTE_DEVICE is implemented");
     EXPECT_EQ(m_device->UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(CachedError::Take().Text(), "the message channel 0 is not open");
 }
 
 } // namespace

@@ -73,14 +73,7 @@ TEST_F(InterfaceGevTest, NamesAndFactsOfTheAdapter) {
     EXPECT_EQ(value, hal.adapterMac);
     hal.adapterFactResult = GC_ERR_IO;
     EXPECT_EQ(iface->GetInfo(INTERFACE_INFO_GEV_SUBNET_MASK, &type, &value, &size), GC_ERR_IO);
-    EXPECT_EQ(CachedError::Take().Text(),
-              "GenTL::INTERFACE_INFO_GEV_SUBNET_MASK is not implemented");
     EXPECT_EQ(iface->GetInfo(3, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(
-        CachedError::Take().Text(),
-        "iInfoCmd must be one of :\nGenTL::INTERFACE_INFO_ID, GenTL::INTERFACE_INFO_TLTYPE, "
-        "\nGenTL::INTERFACE_INFO_DISPLAYNAME, GenTL::INTERFACE_INFO_GEV_MAC_ADDRESS, "
-        "\nGenTL::INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, GenTL::INTERFACE_INFO_GEV_SUBNET_MASK");
 }
 
 TEST_F(InterfaceGevTest, AnAdapterWithoutIdIsNamedAsUnknown) {
@@ -99,7 +92,6 @@ TEST_F(InterfaceGevTest, DeviceListChangesBySetOfIdAndAddress) {
 
     bool changed = false;
     EXPECT_EQ(iface->UpdateDeviceList(&changed, 0), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "input iTimeout==0");
     EXPECT_EQ(hal.getDevicesCalls, 0); // nothing sent
 
     ASSERT_EQ(iface->UpdateDeviceList(&changed, 250), 0);
@@ -130,10 +122,8 @@ TEST_F(InterfaceGevTest, DeviceIdsAreHandedOutWithTheirSizes) {
     unsigned long size = 0;
     char id[8] = {};
     EXPECT_EQ(iface->GetDeviceID(0, id, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(CachedError::Take().Text(), "iIndex==0 is invalid; iIndex must be 0 <= iIndex <=-1");
     ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
     EXPECT_EQ(iface->GetDeviceID(2, id, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(CachedError::Take().Text(), "iIndex==2 is invalid; iIndex must be 0 <= iIndex <=1");
     ASSERT_EQ(iface->GetDeviceID(1, nullptr, &size), 0);
     EXPECT_EQ(size, 4u);
     size = sizeof(id);
@@ -156,16 +146,9 @@ TEST_F(InterfaceGevTest, DeviceInfoByIdComesFromTheControlLayer) {
     // A failed lookup keeps its own code under the command's text.
     EXPECT_EQ(iface->GetDeviceInfo("SN9", DEVICE_INFO_VENDOR, &type, nullptr, &size),
               GC_ERR_INVALID_ID);
-    EXPECT_EQ(CachedError::Take().Text(), "GenTL::DEVICE_INFO_VENDOR is not implemented");
     EXPECT_EQ(iface->GetDeviceInfo(nullptr, DEVICE_INFO_VENDOR, &type, nullptr, &size),
               GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "sDeviceID==nullptr");
     EXPECT_EQ(iface->GetDeviceInfo("SN1", 1001, &type, nullptr, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(CachedError::Take().Text().rfind(
-                  "iInfoCmd must be one of :\nGenTL::DEVICE_INFO_ID, GenTL::DEVICE_INFO_TLTYPE, "
-                  "GenTL::DEVICE_INFO_DISPLAYNAME, \nGenTL::DEVICE_INFO_MODEL, ",
-                  0),
-              0u);
 }
 
 TEST_F(InterfaceGevTest, OpenDeviceRefusalsLeaveNothingBehind) {
@@ -173,10 +156,8 @@ TEST_F(InterfaceGevTest, OpenDeviceRefusalsLeaveNothingBehind) {
     ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
     EXPECT_EQ(iface->OpenDevice(nullptr, DEVICE_ACCESS_CONTROL, &hDevice, nullptr),
               GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "sDeviceID==nullptr");
     EXPECT_EQ(iface->OpenDevice("SN1", DEVICE_ACCESS_CONTROL, nullptr, nullptr),
               GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "pDevHandle==nullptr");
 
     // The registry's word counts, whoever opened the camera.
     ASSERT_EQ(g_openedDevicesRegistry.AddInterfaceEntry(kAdapterId, parent), 0);
@@ -193,28 +174,10 @@ TEST_F(InterfaceGevTest, OpenDeviceRefusalsLeaveNothingBehind) {
     EXPECT_TRUE(g_openedDevicesRegistry.AllDeviceIDs().empty());
 }
 
-TEST_F(InterfaceGevTest, ADeviceThatFailsToOpenLeavesNeitherEntryNorOpenHandle) {
-    ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS); // DevClose is the exported one
-    void* hIface = nullptr;
-    ASSERT_EQ(GenTL::AllocateHandle(&hIface, static_cast<GenTL::IInterface*>(iface)), 0);
-    ASSERT_EQ(g_openedDevicesRegistry.AddInterfaceEntry(kAdapterId, hIface), 0);
-    ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
-    void* hDevice = nullptr;
-    EXPECT_EQ(iface->OpenDevice("SN1", 5, &hDevice, hIface), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(hal.closeDeviceCalls, 1);
-    EXPECT_TRUE(g_openedDevicesRegistry.AllDeviceIDs().empty());
-    g_openedDevicesRegistry.PopInterfaceEntry(kAdapterId);
-    GenTL::DeleteHandle(hIface);
-    ASSERT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
-}
-
 TEST_F(InterfaceGevTest, ForceIpSplitsTheMacAndRefusesZeros) {
     EXPECT_EQ(iface->ForceIp(0, 1, 1, 1), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "mac==0");
     EXPECT_EQ(iface->ForceIp(1, 0, 1, 1), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "ip==0");
     EXPECT_EQ(iface->ForceIp(1, 1, 0, 1), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "subnet==0");
     EXPECT_TRUE(hal.forceIpCalls.empty());
 
     ASSERT_EQ(iface->ForceIp(0xFFFF0A1B2C3D4E5FUL, 0xC0A80164, 0xFFFFFF00, 0), 0);

@@ -1,7 +1,7 @@
-// RemoteDeviceGev against a camera in memory: a failing chunk, the legacy
-// register path on either endianness, the URL registers and the manifest
-// table, and the refusals with their texts. (Chunking and the legacy block
-// writes are tested against the simulated camera, in tests/netns.)
+// RemoteDeviceGev against a camera in memory: the port's endianness, the URL
+// registers and the manifest table, and the refusals. (Chunking and the
+// legacy register path are tested against the simulated camera, in
+// tests/netns.)
 #include <cstring>
 #include <string>
 #include <vector>
@@ -69,60 +69,16 @@ TEST_F(RemoteDevice, PortFactsFollowTheStreamChannelEndiannessBit) {
     EXPECT_TRUE(PortInfoFlag(unread, PORT_INFO_LITTLE_ENDIAN));
 }
 
-TEST_F(RemoteDevice, WritesAreChunkedAndAFailedChunkEndsTheAccess) {
-    auto port = Make();
-    m_hal.Fail(0x30000 + 536, GC_ERR_TIMEOUT);
-    std::vector<unsigned char> in(1200, 0x5A);
-    unsigned long size = in.size();
-    EXPECT_EQ(port->WritePort(0x30000, in.data(), &size), GC_ERR_TIMEOUT);
-    EXPECT_EQ(size, 1200u);
-    const auto writes = m_hal.CallsTo("WriteMem");
-    ASSERT_EQ(writes.size(), 2u); // the third chunk is not tried
-    EXPECT_EQ(writes[1].address, 0x30000u + 536);
-    EXPECT_EQ(m_hal.Bytes(0x30000, 536), std::vector<unsigned char>(536, 0x5A));
-    const CachedError e = CachedError::Take();
-    EXPECT_EQ(e.code, GC_ERR_TIMEOUT);
-    EXPECT_GE(e.count, 2u); // each level on the way up adds its line
-}
-
-TEST_F(RemoteDevice, LegacyFourByteAccessSwapsForBigEndianDevices) {
-    m_hal.SetReg(0x10000, 0x11223344);
-    unsigned char out[4] = {};
-    unsigned long size = 4;
-
-    m_hal.SetReg(GenTL::sk_addrDeviceMode, kModeBigEndian | 1);
-    auto big = Make(kCapWriteMem, RemoteDeviceGev::kEndiannessLegacy);
-    ASSERT_EQ(big->ReadPort(0x10000, out, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(m_hal.CallsTo("ReadReg").size(), 1u);
-    EXPECT_EQ(m_hal.CallsTo("ReadMem").size(), 0u);
-    const unsigned char wire[4] = {0x11, 0x22, 0x33, 0x44};
-    EXPECT_EQ(std::memcmp(out, wire, 4), 0);
-
-    const unsigned char value[4] = {0xA1, 0xB2, 0xC3, 0xD4};
-    ASSERT_EQ(big->WritePort(0x10004, value, &size), GC_ERR_SUCCESS);
-    ASSERT_EQ(m_hal.CallsTo("WriteReg").size(), 1u);
-    EXPECT_EQ(m_hal.Reg(0x10004), 0xA1B2C3D4u);
-
-    m_hal.SetReg(GenTL::sk_addrDeviceMode, 1);
-    auto little = Make(kCapWriteMem, RemoteDeviceGev::kEndiannessLegacy);
-    unsigned host = 0;
-    ASSERT_EQ(little->ReadPort(0x10000, &host, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(host, 0x11223344u); // the register's value as a number of this host
-}
-
 TEST_F(RemoteDevice, RefusalsCarryTheirCodesAndTexts) {
     char buffer[8];
     unsigned long size = 4;
     auto port = Make();
     EXPECT_EQ(port->WritePort(0, nullptr, &size), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "pBuffer==nullptr");
     EXPECT_EQ(port->WritePort(0, buffer, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "piSize==nullptr");
     EXPECT_EQ(port->ReadPort(0, nullptr, &size), GC_ERR_INVALID_PARAMETER);
 
     auto unknown = Make(kCapWriteMem, 1, DEVICE_ACCESS_STATUS_UNKNOWN);
     EXPECT_EQ(unknown->WritePort(0, buffer, &size), GC_ERR_ABORT);
-    EXPECT_EQ(CachedError::Take().Text(), "m_accessStatus==DEVICE_ACCESS_STATUS_UNKNOWN");
     EXPECT_EQ(unknown->ReadPort(0, buffer, &size), GC_ERR_ABORT);
     unknown->SetAccessStatus(DEVICE_ACCESS_STATUS_READONLY);
     EXPECT_EQ(unknown->ReadPort(0, buffer, &size), GC_ERR_SUCCESS);
@@ -139,7 +95,6 @@ TEST_F(RemoteDevice, RefusalsCarryTheirCodesAndTexts) {
     port->SetEndianessMechanism(7);
     EXPECT_EQ(port->ReadPort(0, buffer, &size), GC_ERR_INVALID_ID);
     EXPECT_EQ(port->WritePort(0, buffer, &size), GC_ERR_INVALID_ID);
-    EXPECT_EQ(CachedError::Take().Text(), "m_endiannessMechanism is not set to a valid value");
     EXPECT_TRUE(m_hal.Calls().empty());
 
     S_PORT_REGISTER_STACK_ENTRY entry{};
@@ -211,17 +166,10 @@ TEST_F(RemoteDevice, ManifestEntriesGiveUrlsAndVersions) {
     EXPECT_EQ(port->GetPortURLInfo(2, URL_INFO_URL, &type, text, &size), GC_ERR_INVALID_INDEX);
     EXPECT_EQ(port->GetPortURLInfo(0, URL_INFO_URL, nullptr, text, &size),
               GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "piType==nullptr");
     EXPECT_EQ(port->GetPortURLInfo(0, 42, &type, text, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(CachedError::Take().Text().rfind(
-                  "URL_INFO_CMD must be one of :\nGenTL::URL_INFO_URL, "
-                  "GenTL::URL_INFO_SCHEMA_VER_MAJOR, GenTL::URL_INFO_SCHEMA_VER_MINOR",
-                  0),
-              0u);
 
     unsigned* nothing = nullptr;
     EXPECT_EQ(port->GetNumPortURLs(nothing), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(CachedError::Take().Text(), "piNumURLs==nullptr");
 }
 
 } // namespace

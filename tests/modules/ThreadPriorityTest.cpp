@@ -63,7 +63,6 @@ TEST(ThreadPriority, CriticalIsRoundRobinOrRefusedWithoutPrivilege) {
     } else {
         // Without CAP_SYS_NICE the system says no and nothing changes.
         EXPECT_EQ(rr.rc, GC_ERR_IO);
-        EXPECT_EQ(rr.error.Text(), "Failed to set Thread priority!");
         EXPECT_EQ(rr.policy, SCHED_OTHER);
     }
 }

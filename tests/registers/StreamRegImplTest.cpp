@@ -112,15 +112,24 @@ TEST_F(StreamRegImplTest, FrameGeneratorEdges) {
     ASSERT_EQ(Write(kFps, 0.0), GC_ERR_SUCCESS);
     ASSERT_EQ(Write(kPreset, std::uint64_t{0}), GC_ERR_SUCCESS);
     EXPECT_EQ(Read(kAccumTime), std::numeric_limits<std::uint32_t>::max());
-    // A rate whose time has a fraction is truncated.
+    // A rate whose time has a fraction is truncated; a negative one gives 0,
+    // one whose time reaches 2^32 the largest time.
+    ASSERT_EQ(Write(kFps, -4.0), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(kAccumTime), 0u);
+    ASSERT_EQ(Write(kFps, 1000000.0 / 4294967296.0), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(kAccumTime), std::numeric_limits<std::uint32_t>::max());
     ASSERT_EQ(Write(kFps, 3.0), GC_ERR_SUCCESS);
     EXPECT_EQ(Read(kAccumTime), 333333u);
     // A rate too short to be a double is refused by the stream, and the
     // time stays.
     const std::uint32_t shortRate = 7;
-    unsigned long size = sizeof shortRate;
-    EXPECT_NE(stream.WritePort(kFps, &shortRate, &size), GC_ERR_SUCCESS);
+    unsigned long four = sizeof shortRate;
+    EXPECT_NE(stream.WritePort(kFps, &shortRate, &four), GC_ERR_SUCCESS);
     EXPECT_EQ(Read(kAccumTime), 333333u);
+    // A preset of exactly four bytes is a time as well.
+    const std::uint32_t preset = 2500;
+    ASSERT_EQ(stream.WritePort(kPreset, &preset, &four), GC_ERR_SUCCESS);
+    EXPECT_EQ(Read(kAccumTime), 2500u);
 }
 
 TEST_F(StreamRegImplTest, InterPacketExpiryHasSlotsButNoAddress) {

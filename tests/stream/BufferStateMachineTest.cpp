@@ -1,5 +1,7 @@
 // The state machine as a unit: transitions and refusals, flushes, the
-// dummy buffer, waits and kills, and the handling modes under load.
+// dummy buffer, waits and kills, and several threads at once (run under
+// ThreadSanitizer by CI). The handling modes are judged by the grab tests in
+// tests/netns.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -16,7 +18,6 @@ namespace {
 
 using namespace GenTL;
 using StreamTest::BufferOf;
-using StreamTest::LastErrorText;
 using StreamTest::StateMachineTest;
 using StreamTest::StateOf;
 
@@ -24,15 +25,10 @@ GenTLHandle* H(void* handle) {
     return static_cast<GenTLHandle*>(handle);
 }
 
-bool ErrorSays(const char* text) {
-    return LastErrorText().find(text) != std::string::npos;
-}
-
 TEST_F(StateMachineTest, AnnounceRefusalsAndIndexQueries) {
     char memory[16];
     void* h = nullptr;
     EXPECT_EQ(sm.AnnounceBuffer(nullptr, 16, nullptr, &h, nullptr), GC_ERR_INVALID_ADDRESS);
-    EXPECT_TRUE(ErrorSays("User buffer cannot be null"));
     EXPECT_EQ(sm.AnnounceBuffer(memory, 16, nullptr, nullptr, nullptr), GC_ERR_INVALID_HANDLE);
     EXPECT_EQ(sm.AnnounceBuffer(memory, 0, nullptr, &h, nullptr), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(sm.GetBufferIDFromIndex(0), nullptr);
@@ -67,7 +63,6 @@ TEST_F(StateMachineTest, RevokeOnlyFromAnnounceAndGivesMemoryBack) {
     // Refused in BS_INPUT, yet the address is free for a new announce.
     ASSERT_EQ(sm.QueueBufferToInput(h), GC_ERR_SUCCESS);
     EXPECT_EQ(sm.RevokeBuffer(h, nullptr, nullptr), GC_ERR_BUSY);
-    EXPECT_TRUE(ErrorSays("Buffer not in announced state"));
     void* again = nullptr;
     ASSERT_EQ(sm.AnnounceBuffer(memory, 16, nullptr, &again, nullptr), GC_ERR_SUCCESS);
     EXPECT_EQ(sm.RevokeBuffer(again, nullptr, nullptr), GC_ERR_SUCCESS);
@@ -88,65 +83,18 @@ TEST_F(StateMachineTest, RevokeOnlyFromAnnounceAndGivesMemoryBack) {
     void* foreign = nullptr;
     ASSERT_EQ(other.AllocAndAnnounceBuffer(8, nullptr, &foreign, nullptr), GC_ERR_SUCCESS);
     EXPECT_EQ(sm.RevokeBuffer(foreign, nullptr, nullptr), GC_ERR_INVALID_HANDLE);
-    EXPECT_TRUE(ErrorSays("buffer was not found in announced buffers"));
-}
-
-TEST_F(StateMachineTest, OneBufferRunsTheWholeCycle) {
-    Announce(2);
-    void* h = handles[0];
-    Buffer* b = BufferOf(h);
-    QueueAll();
-    bool dummyInUse = true;
-    ASSERT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), h);
-    EXPECT_FALSE(dummyInUse);
-    EXPECT_EQ(b->state, BS_FILL);
-    EXPECT_TRUE(b->isAcquiring && b->isIncomplete && b->isQueued);
-    EXPECT_EQ(sm.GetQueuedBufferCount(), 2UL);
-    b->isNewData = true;
-    b->width = 640;
-
-    ASSERT_EQ(sm.QueueBufferToOutput(H(h)), GC_ERR_SUCCESS);
-    EXPECT_EQ(b->state, BS_OUTPUT);
-    EXPECT_FALSE(b->isAcquiring);
-    EXPECT_EQ(sm.GetOutputBufferQueueSize(), 1UL);
-    EXPECT_EQ(sm.GetFillBufferQueueSize(), 0UL);
-
-    void* got = nullptr;
-    ASSERT_EQ(sm.WaitOnNewBuffer(&got, 0), GC_ERR_SUCCESS);
-    EXPECT_EQ(got, h);
-    EXPECT_EQ(b->state, BS_USER);
-    EXPECT_FALSE(b->isQueued);
-    EXPECT_EQ(b->width, 640U);
-
-    // Back to input clears the block's metadata, and queues at the back.
-    ASSERT_EQ(sm.QueueBufferToInput(h), GC_ERR_SUCCESS);
-    EXPECT_EQ(b->state, BS_INPUT);
-    EXPECT_FALSE(b->isNewData);
-    EXPECT_EQ(b->width, 0U);
-    // A block given up by the grab loop goes from fill back to input.
-    GenTLHandle* second = sm.PopNextBuffer(nullptr, dummyInUse);
-    ASSERT_EQ(second, handles[1]);
-    ASSERT_EQ(sm.QueueBufferToInput(second), GC_ERR_SUCCESS);
-    EXPECT_EQ(sm.GetFillBufferQueueSize(), 0UL);
-    EXPECT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), h);
-    EXPECT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), second);
-    EXPECT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), nullptr);
 }
 
 TEST_F(StateMachineTest, QueueingRefusesWrongStatesAndStrangers) {
     Announce(1);
     std::uint64_t garbage[2] = {1, 2};
     EXPECT_EQ(sm.QueueBufferToInput(nullptr), GC_ERR_INVALID_HANDLE);
-    EXPECT_TRUE(ErrorSays("Buffer handle is null"));
     EXPECT_EQ(sm.QueueBufferToInput(garbage), GC_ERR_INVALID_HANDLE);
-    EXPECT_TRUE(ErrorSays("pBuffer==nullptr"));
     EXPECT_EQ(sm.QueueBufferToOutput(nullptr), GC_ERR_INVALID_HANDLE);
     EXPECT_EQ(sm.QueueBufferToOutput(H(handles[0])), GC_ERR_INVALID_BUFFER);
-    EXPECT_TRUE(ErrorSays("buffer is not in the fill state"));
 
     ASSERT_EQ(sm.QueueBufferToInput(handles[0]), GC_ERR_SUCCESS);
     EXPECT_EQ(sm.QueueBufferToInput(handles[0]), GC_ERR_INVALID_BUFFER);
-    EXPECT_TRUE(ErrorSays("buffer is not in the announced, fill or user state"));
     EXPECT_EQ(sm.GetInputBufferQueueSize(), 1UL);
 
     // A buffer in the output queue is refused and stays there.
@@ -195,94 +143,34 @@ TEST_F(StateMachineTest, EveryFlushModeMovesWhatItShouldOrRefuses) {
         long handling;
         bool grabbing;
         int rc;
-        const char* text;
         const char* states;
         std::vector<unsigned long> sizes; // input, fill, output
     };
-    const char* busyDiscard = "Cannot discard all buffers while the engine is grabbing. Call "
-                              "GenTL::DSStopAcquisition() to stop engine";
-    const char* busyToInput = "Cannot flush all buffers to input queue while the engine is "
-                              "grabbing. Call GenTL::DSStopAcquisition() to stop engine";
-    const char* onlyOldest = "Only applies to OldestFirst buffer handling mode";
-    const char* onlyNewest = "Only applies to NewestOnly buffer handling mode";
     const int bad = GC_ERR_INVALID_PARAMETER;
     const Row rows[] = {
-        {ACQ_QUEUE_INPUT_TO_OUTPUT, NewestOnly, false, bad, onlyOldest, "AIFOU", {1, 1, 1}},
-        {ACQ_QUEUE_INPUT_TO_OUTPUT, OldestFirst, true, 0, nullptr, "AOFOU", {0, 1, 2}},
-        {ACQ_QUEUE_OUTPUT_DISCARD, NewestOnly, true, 0, nullptr, "AIFAU", {1, 1, 0}},
-        {ACQ_QUEUE_ALL_TO_INPUT, OldestFirst, true, GC_ERR_BUSY, busyToInput, "AIFOU", {1, 1, 1}},
-        {ACQ_QUEUE_ALL_TO_INPUT, OldestFirst, false, 0, nullptr, "IIIII", {5, 0, 0}},
-        {ACQ_QUEUE_UNQUEUED_TO_INPUT, NewestOnly, true, 0, nullptr, "IIFOU", {2, 1, 1}},
-        {ACQ_QUEUE_ALL_DISCARD, OldestFirst, true, GC_ERR_BUSY, busyDiscard, "AIFOU", {1, 1, 1}},
-        {ACQ_QUEUE_ALL_DISCARD, OldestFirst, false, 0, nullptr, "AAAAA", {0, 0, 0}},
-        {ACQ_QUEUE_OUTPUT_TO_INPUT,
-         OldestFirstOverwrite,
-         true,
-         bad,
-         onlyNewest,
-         "AIFOU",
-         {1, 1, 1}},
-        {ACQ_QUEUE_OUTPUT_TO_INPUT, NewestOnly, true, 0, nullptr, "AIFIU", {2, 1, 0}},
-        {ACQ_QUEUE_FILL_TO_OUTPUT, OldestFirst, true, 0, nullptr, "AIOOU", {1, 0, 2}},
-        {ACQ_QUEUE_FILL_DISCARD, OldestFirst, true, GC_ERR_BUSY, busyDiscard, "AIFOU", {1, 1, 1}},
-        {ACQ_QUEUE_FILL_DISCARD, OldestFirst, false, 0, nullptr, "AIAOU", {1, 0, 1}},
-        {ACQ_QUEUE_CUSTOM_ID, OldestFirst, false, 0, nullptr, "AIFOU", {1, 1, 1}},
+        {ACQ_QUEUE_INPUT_TO_OUTPUT, NewestOnly, false, bad, "AIFOU", {1, 1, 1}},
+        {ACQ_QUEUE_INPUT_TO_OUTPUT, OldestFirst, true, 0, "AOFOU", {0, 1, 2}},
+        {ACQ_QUEUE_OUTPUT_DISCARD, NewestOnly, true, 0, "AIFAU", {1, 1, 0}},
+        {ACQ_QUEUE_ALL_TO_INPUT, OldestFirst, true, GC_ERR_BUSY, "AIFOU", {1, 1, 1}},
+        {ACQ_QUEUE_ALL_TO_INPUT, OldestFirst, false, 0, "IIIII", {5, 0, 0}},
+        {ACQ_QUEUE_UNQUEUED_TO_INPUT, NewestOnly, true, 0, "IIFOU", {2, 1, 1}},
+        {ACQ_QUEUE_ALL_DISCARD, OldestFirst, true, GC_ERR_BUSY, "AIFOU", {1, 1, 1}},
+        {ACQ_QUEUE_ALL_DISCARD, OldestFirst, false, 0, "AAAAA", {0, 0, 0}},
+        {ACQ_QUEUE_OUTPUT_TO_INPUT, OldestFirstOverwrite, true, bad, "AIFOU", {1, 1, 1}},
+        {ACQ_QUEUE_OUTPUT_TO_INPUT, NewestOnly, true, 0, "AIFIU", {2, 1, 0}},
+        {ACQ_QUEUE_FILL_TO_OUTPUT, OldestFirst, true, 0, "AIOOU", {1, 0, 2}},
+        {ACQ_QUEUE_FILL_DISCARD, OldestFirst, true, GC_ERR_BUSY, "AIFOU", {1, 1, 1}},
+        {ACQ_QUEUE_FILL_DISCARD, OldestFirst, false, 0, "AIAOU", {1, 0, 1}},
+        {ACQ_QUEUE_CUSTOM_ID, OldestFirst, false, 0, "AIFOU", {1, 1, 1}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << "mode " << row.mode << " handling " << row.handling
                                         << " grabbing " << row.grabbing);
         Scene scene;
         EXPECT_EQ(scene.sm.FlushQueue(row.mode, row.handling, row.grabbing), row.rc);
-        if (row.text != nullptr) {
-            EXPECT_TRUE(ErrorSays(row.text)) << LastErrorText();
-        }
         EXPECT_EQ(scene.States(), row.states);
         EXPECT_EQ(scene.Sizes(), row.sizes);
     }
-}
-
-TEST_F(StateMachineTest, FlushedBuffersKeepTheirOrder) {
-    Scene scene;
-    BufferStateMachineGev& s = scene.sm;
-    std::vector<void*>& h = scene.handles;
-    // Input to output: behind the buffer already waiting, without new data.
-    ASSERT_EQ(s.FlushQueue(ACQ_QUEUE_INPUT_TO_OUTPUT, OldestFirst, false), GC_ERR_SUCCESS);
-    void* got = nullptr;
-    ASSERT_EQ(s.WaitOnNewBuffer(&got, 0), GC_ERR_SUCCESS);
-    EXPECT_EQ(got, h[3]);
-    ASSERT_EQ(s.WaitOnNewBuffer(&got, 0), GC_ERR_SUCCESS);
-    EXPECT_EQ(got, h[1]);
-    EXPECT_FALSE(BufferOf(got)->isNewData);
-
-    // All to input: a queued buffer keeps its place, the rest follow in
-    // announce order.
-    ASSERT_EQ(s.QueueBufferToInput(h[1]), GC_ERR_SUCCESS);
-    ASSERT_EQ(s.FlushQueue(ACQ_QUEUE_ALL_TO_INPUT, OldestFirst, false), GC_ERR_SUCCESS);
-    std::vector<void*> order;
-    bool dummyInUse = false;
-    while (GenTLHandle* next = s.PopNextBuffer(nullptr, dummyInUse)) {
-        order.push_back(next);
-    }
-    EXPECT_EQ(order, (std::vector<void*>{h[1], h[0], h[2], h[3], h[4]}));
-}
-
-TEST_F(StateMachineTest, OverwriteStealsTheOldestOutputOnlyWhenNothingElseIsLeft) {
-    Announce(3);
-    QueueAll();
-    for (std::uint64_t id = 1; id <= 3; ++id) {
-        ASSERT_TRUE(ProduceBlock(id, OldestFirstOverwrite));
-    }
-    sm.RequeOldestBufferIfNeeded(OldestFirst);
-    sm.RequeOldestBufferIfNeeded(NewestOnly);
-    EXPECT_EQ(sm.GetOutputBufferQueueSize(), 3UL) << "other modes never steal";
-
-    EXPECT_EQ(sm.RequeOldestBufferIfNeeded(OldestFirstOverwrite), GC_ERR_SUCCESS);
-    EXPECT_EQ(StateOf(handles[0]), BS_INPUT);
-    sm.RequeOldestBufferIfNeeded(OldestFirstOverwrite); // input not empty
-    bool dummyInUse = false;
-    ASSERT_EQ(sm.PopNextBuffer(nullptr, dummyInUse), handles[0]);
-    sm.RequeOldestBufferIfNeeded(OldestFirstOverwrite); // fill not empty
-    EXPECT_EQ(sm.GetOutputBufferQueueSize(), 2UL);
 }
 
 TEST_F(StateMachineTest, DummyCarriesABlockUntilABufferComes) {
@@ -350,7 +238,6 @@ TEST_F(StateMachineTest, WaitTimesOutTakesReadyBuffersAndYieldsToAKill) {
     ASSERT_TRUE(ProduceBlock(1, OldestFirst));
     EXPECT_EQ(sm.KillWaitForNewBuffer(), GC_ERR_SUCCESS);
     EXPECT_EQ(sm.WaitOnNewBuffer(&got, GENTL_INFINITE), GC_ERR_ABORT);
-    EXPECT_TRUE(ErrorSays("WaitOnNewBuffer interrupted by kill."));
     EXPECT_EQ(sm.GetOutputBufferQueueSize(), 1UL);
     EXPECT_EQ(sm.WaitOnNewBuffer(&got, 0), GC_ERR_SUCCESS);
     EXPECT_EQ(got, handles[0]);
@@ -391,68 +278,6 @@ TEST_F(StateMachineTest, WaitsEndByKillOrDeliveryFromOtherThreads) {
     EXPECT_EQ(sm.WaitOnNewBuffer(&got, 10000), GC_ERR_SUCCESS);
     producer.join();
     EXPECT_EQ(BufferOf(got)->frameId, 7U);
-}
-
-// A producer that outruns a consumer which holds each buffer a while.
-struct LoadResult {
-    std::vector<std::uint64_t> delivered;
-    int starved = 0;
-};
-
-LoadResult RunFastProducer(StateMachineTest& test, long mode, std::uint64_t blocks,
-                           bool retryWhenStarved) {
-    LoadResult result;
-    std::atomic<bool> done{false};
-    std::thread consumer([&] {
-        for (;;) {
-            void* got = nullptr;
-            const int rc = test.sm.WaitOnNewBuffer(&got, 50);
-            if (rc == GC_ERR_SUCCESS) {
-                result.delivered.push_back(BufferOf(got)->frameId);
-                std::this_thread::sleep_for(std::chrono::microseconds(200));
-                EXPECT_EQ(test.sm.QueueBufferToInput(got), GC_ERR_SUCCESS);
-            } else if (done) {
-                break;
-            }
-        }
-    });
-    for (std::uint64_t id = 1; id <= blocks;) {
-        if (test.ProduceBlock(id, mode)) {
-            ++id;
-            continue;
-        }
-        ++result.starved;
-        if (!retryWhenStarved) {
-            ++id; // the camera does not wait: the block is lost
-        }
-        std::this_thread::yield();
-    }
-    done = true;
-    consumer.join();
-    return result;
-}
-
-TEST_F(StateMachineTest, HandlingModesUnderAProducerThatOutrunsTheConsumer) {
-    Announce(3);
-    for (long mode : {static_cast<long>(NewestOnly), static_cast<long>(OldestFirstOverwrite)}) {
-        SCOPED_TRACE(mode);
-        ASSERT_EQ(sm.FlushQueue(ACQ_QUEUE_ALL_TO_INPUT, mode, false), GC_ERR_SUCCESS);
-        LoadResult r = RunFastProducer(*this, mode, 3000, false);
-        EXPECT_EQ(r.starved, 0) << "these modes always find a buffer to fill";
-        ASSERT_FALSE(r.delivered.empty());
-        EXPECT_TRUE(std::is_sorted(r.delivered.begin(), r.delivered.end()));
-        EXPECT_EQ(std::adjacent_find(r.delivered.begin(), r.delivered.end()), r.delivered.end());
-        EXPECT_EQ(r.delivered.back(), 3000U) << "the newest block is delivered last";
-        EXPECT_LT(r.delivered.size(), 3000U) << "the consumer should have been outrun";
-    }
-    // OldestFirst starves instead, and delivers every block it took.
-    ASSERT_EQ(sm.FlushQueue(ACQ_QUEUE_ALL_TO_INPUT, OldestFirst, false), GC_ERR_SUCCESS);
-    LoadResult r = RunFastProducer(*this, OldestFirst, 500, true);
-    EXPECT_GT(r.starved, 0);
-    ASSERT_EQ(r.delivered.size(), 500U);
-    EXPECT_EQ(r.delivered.front(), 1U);
-    EXPECT_EQ(r.delivered.back(), 500U);
-    EXPECT_TRUE(std::is_sorted(r.delivered.begin(), r.delivered.end()));
 }
 
 TEST_F(StateMachineTest, SeveralConsumersShareTheOutputCleanly) {

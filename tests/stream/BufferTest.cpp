@@ -14,7 +14,7 @@ namespace {
 
 using namespace GenTL;
 
-using BufferTest = StreamTest::ErrorCacheTest;
+using BufferTest = kesta::test::ErrorCacheTest;
 
 TEST_F(BufferTest, HandleLeadsBackToTheBufferOnly) {
     Buffer buffer;
@@ -57,6 +57,7 @@ TEST_F(BufferTest, CopyDuplicatesOwnMemoryAndSharesUserMemory) {
     source.size = source.sizeFilled = source.dataSize = memory.size();
     source.frameId = 77;
     source.state = BS_OUTPUT;
+    source.nextPacketDone = true;
 
     Buffer copy;
     copy = source;
@@ -73,6 +74,7 @@ TEST_F(BufferTest, CopyDuplicatesOwnMemoryAndSharesUserMemory) {
     EXPECT_EQ(shared.base, source.base);
     EXPECT_EQ(shared.frameId, 77U);
     EXPECT_EQ(shared.state, BS_OUTPUT);
+    EXPECT_TRUE(shared.nextPacketDone);
     EXPECT_FALSE(BufferUtility::areEqual(static_cast<const Buffer*>(nullptr), &shared));
 }
 

@@ -1,6 +1,7 @@
-// The GVSP parsing steps on hand-built packets: both header forms, every
-// payload type, and packets that are truncated or claim more than they
-// carry or than the buffer holds.
+// The GVSP parsing steps on hand-built packets: reserved header bits, chunk
+// payloads, and packets that are truncated, of a type the loop does not
+// take, or claim more than they carry or than the buffer holds. Images of
+// both header forms are parsed end to end by the grab tests in tests/netns.
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -17,51 +18,16 @@ namespace {
 
 using namespace GenTL;
 using StreamTest::ErrorCacheTest;
-using StreamTest::LastErrorText;
 
-// Builds one datagram, big-endian.
-class Packet {
-public:
-    Packet(bool extended, std::uint8_t format, std::uint64_t blockId, std::uint32_t packetId,
-           std::uint16_t status = 0) {
-        Put16(status);
-        if (extended) {
-            Put16(0);
-            Put32(0x80000000U | (std::uint32_t{format} << 24));
-            Put64(blockId);
-            Put32(packetId);
-        } else {
-            Put16(static_cast<std::uint16_t>(blockId));
-            Put32((std::uint32_t{format} << 24) | (packetId & 0xFFFFFF));
-        }
-    }
-    Packet& Put16(std::uint16_t v) { return PutBytes(v, 2); }
-    Packet& Put32(std::uint32_t v) { return PutBytes(v, 4); }
-    Packet& Put64(std::uint64_t v) { return PutBytes(v, 8); }
-    Packet& Fill(std::size_t n, std::uint8_t value) {
-        bytes.insert(bytes.end(), n, value);
-        return *this;
-    }
-    const char* data() const { return reinterpret_cast<const char*>(bytes.data()); }
-    unsigned long size() const { return bytes.size(); }
-    ParsedGvspHeader Header() const {
-        ParsedGvspHeader header;
-        EXPECT_EQ(
-            GetPktHeaderInfo(data(), static_cast<int>(size()), static_cast<int>(size()), header),
-            GC_ERR_SUCCESS);
-        return header;
-    }
+using StreamTest::Packet;
 
-    std::vector<std::uint8_t> bytes;
-
-private:
-    Packet& PutBytes(std::uint64_t v, int n) {
-        for (int i = n - 1; i >= 0; --i) {
-            bytes.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
-        }
-        return *this;
-    }
-};
+ParsedGvspHeader HeaderOf(const Packet& p) {
+    ParsedGvspHeader header;
+    EXPECT_EQ(
+        GetPktHeaderInfo(p.data(), static_cast<int>(p.size()), static_cast<int>(p.size()), header),
+        GC_ERR_SUCCESS);
+    return header;
+}
 
 Packet ImageLeader(bool extended, std::uint16_t type, std::uint64_t timestamp,
                    std::uint32_t pixelFormat, std::uint32_t width, std::uint32_t height) {
@@ -83,13 +49,13 @@ protected:
         info.packetSize = 28 + 8 + 16; // 16 payload bytes per normal packet
     }
     int Leader(const Packet& p) {
-        return ParseGVSPLeader(info, p.data(), p.size(), &buffer, p.Header());
+        return ParseGVSPLeader(info, p.data(), p.size(), &buffer, HeaderOf(p));
     }
     int Trailer(const Packet& p, bool& done) {
-        return ParseGVSPTrailer(info, p.data(), p.size(), &buffer, done, p.Header());
+        return ParseGVSPTrailer(info, p.data(), p.size(), &buffer, done, HeaderOf(p));
     }
     int Payload(const Packet& p) {
-        return ParseGVSPPayload(info, p.data(), p.size(), &buffer, p.Header());
+        return ParseGVSPPayload(info, p.data(), p.size(), &buffer, HeaderOf(p));
     }
     Packet Data(std::uint32_t packetId, std::size_t bytes, std::uint8_t value,
                 bool extended = false) {
@@ -112,7 +78,7 @@ TEST_F(GvspParserTest, HeaderInExtendedFormReadsOnlyItsFields) {
     p.bytes[2] = 0xAB;  // flags: kept raw, not the id
     p.bytes[4] |= 0x70; // bits 28 to 30 are not read
     p.bytes[7] = 0x55;  // nor the low bits of the word
-    h = p.Header();
+    h = HeaderOf(p);
     EXPECT_TRUE(h.extendedId);
     EXPECT_EQ(h.status, 0x8001);
     EXPECT_EQ(h.blockId, 0x0102030405060708ULL);
@@ -125,8 +91,6 @@ TEST_F(GvspParserTest, HeaderRefusesNullEmptyAndTruncatedPackets) {
     ParsedGvspHeader h;
     char raw[20] = {};
     EXPECT_EQ(GetPktHeaderInfo(nullptr, 20, 20, h), GC_ERR_INVALID_BUFFER);
-    EXPECT_NE(LastErrorText().find("anonymous::GetPktHeaderInfo pPacket == nullptr !"),
-              std::string::npos);
     for (auto sizes : {std::make_pair(0, 20), {20, 0}, {20, 7}, {7, 20}, {20, -3}}) {
         EXPECT_EQ(GetPktHeaderInfo(raw, sizes.first, sizes.second, h), GC_ERR_INVALID_BUFFER);
     }
@@ -136,28 +100,6 @@ TEST_F(GvspParserTest, HeaderRefusesNullEmptyAndTruncatedPackets) {
 }
 
 // --- leader -------------------------------------------------------------------------
-
-TEST_F(GvspParserTest, ImageLeaderFillsGeometryInBothForms) {
-    for (bool extended : {false, true}) {
-        for (std::uint16_t type : {std::uint16_t{1}, std::uint16_t{0x4001}}) {
-            Buffer b;
-            b.missingPackets = 4;
-            Packet p = ImageLeader(extended, type, 0x1122334455667788ULL, 0x01100003, 640, 480);
-            ASSERT_EQ(ParseGVSPLeader(info, p.data(), p.size(), &b, p.Header()), GC_ERR_SUCCESS);
-            EXPECT_EQ(info.payloadType, type);
-            const std::vector<std::uint64_t> got = {
-                b.timestamp, b.pixelFormat, b.width,
-                b.height,    b.xOffset,     b.yOffset,
-                b.xPadding,  b.yPadding,    b.deliveredImageHeight,
-                b.dataSize};
-            const std::vector<std::uint64_t> want = {
-                0x1122334455667788ULL, 0x01100003, 640, 480, 3, 4, 5, 6, 480, 640 * 480 * 2};
-            EXPECT_EQ(got, want);
-            EXPECT_TRUE(b.leaderSeen);
-            EXPECT_EQ(b.missingPackets, 3);
-        }
-    }
-}
 
 TEST_F(GvspParserTest, ChunkLeaderReadsTheTimestampAndZeroTakesTheHostClock) {
     Packet p(false, GVSP_PACKET_LEADER, 9, 0);
@@ -183,20 +125,15 @@ TEST_F(GvspParserTest, LeaderRefusesOtherPayloadTypesAndShortPackets) {
         Packet p = ImageLeader(false, type, 1, 0x01080001, 8, 8);
         EXPECT_EQ(Leader(p), GC_ERR_NOT_IMPLEMENTED) << type;
     }
-    EXPECT_NE(LastErrorText().find("anonymous::ParseLeader payload type not supported: 32768"),
-              std::string::npos);
     EXPECT_EQ(Leader(ImageLeader(true, 6, 1, 0x01080001, 8, 8)), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_NE(
-        LastErrorText().find("anonymous::ParseGVSPLeaderResend payload type not supported: 6"),
-        std::string::npos);
     EXPECT_FALSE(buffer.leaderSeen);
     EXPECT_EQ(info.payloadType, 0);
 
     // Cut one byte short of each field set.
     Packet image = ImageLeader(false, 1, 1, 0x01080001, 8, 8);
-    EXPECT_EQ(ParseGVSPLeader(info, image.data(), image.size() - 1, &buffer, image.Header()),
+    EXPECT_EQ(ParseGVSPLeader(info, image.data(), image.size() - 1, &buffer, HeaderOf(image)),
               GC_ERR_INVALID_BUFFER);
-    EXPECT_EQ(ParseGVSPLeader(info, image.data(), 11, &buffer, image.Header()),
+    EXPECT_EQ(ParseGVSPLeader(info, image.data(), 11, &buffer, HeaderOf(image)),
               GC_ERR_INVALID_BUFFER);
     Packet chunk(false, GVSP_PACKET_LEADER, 9, 0);
     chunk.Put16(0).Put16(4).Put32(1).Put16(0).Fill(1, 0); // 7 of 8 timestamp bytes
@@ -207,28 +144,6 @@ TEST_F(GvspParserTest, LeaderRefusesOtherPayloadTypesAndShortPackets) {
 }
 
 // --- trailer ------------------------------------------------------------------------
-
-TEST_F(GvspParserTest, ImageTrailerRecomputesTheSizeUnlessSizeYIsZero) {
-    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 10, 6)), GC_ERR_SUCCESS);
-    ASSERT_EQ(buffer.dataSize, 60U);
-    bool done = false;
-    Packet zero(false, GVSP_PACKET_TRAILER, 9, 5);
-    zero.Put32(0).Put32(0);
-    ASSERT_EQ(Trailer(zero, done), GC_ERR_SUCCESS);
-    EXPECT_EQ(buffer.dataSize, 60U);
-    EXPECT_TRUE(done) << "without resend the trailer ends the block";
-    EXPECT_TRUE(buffer.trailerSeen);
-
-    info.packetResendEnable = true;
-    done = false;
-    Packet shorter(false, GVSP_PACKET_TRAILER, 9, 5);
-    shorter.Put32(0).Put32(4);
-    ASSERT_EQ(Trailer(shorter, done), GC_ERR_SUCCESS);
-    EXPECT_FALSE(done);
-    EXPECT_EQ(buffer.trailerSizeY, 4U);
-    EXPECT_EQ(buffer.dataSize, 40U);
-    EXPECT_EQ(buffer.missingPackets, 7);
-}
 
 TEST_F(GvspParserTest, ChunkTrailersCarryLengthAndLayout) {
     ASSERT_EQ(Leader(ImageLeader(true, 0x4001, 1, 0x01080001, 10, 6)), GC_ERR_SUCCESS);
@@ -243,14 +158,14 @@ TEST_F(GvspParserTest, ChunkTrailersCarryLengthAndLayout) {
     EXPECT_TRUE(buffer.containsChunkData);
     // One byte short of the layout id.
     EXPECT_EQ(ParseGVSPTrailer(info, withChunks.data(), withChunks.size() - 1, &buffer, done,
-                               withChunks.Header()),
+                               HeaderOf(withChunks)),
               GC_ERR_INVALID_BUFFER);
 
     Buffer chunkOnly;
     info.payloadType = 4;
     Packet chunk(false, GVSP_PACKET_TRAILER, 9, 5);
     chunk.Put32(0).Put32(99);
-    ASSERT_EQ(ParseGVSPTrailer(info, chunk.data(), chunk.size(), &chunkOnly, done, chunk.Header()),
+    ASSERT_EQ(ParseGVSPTrailer(info, chunk.data(), chunk.size(), &chunkOnly, done, HeaderOf(chunk)),
               GC_ERR_SUCCESS);
     EXPECT_EQ(chunkOnly.deliveredChunkPayloadSize, 99U);
     EXPECT_EQ(chunkOnly.dataSize, 99U);
@@ -265,40 +180,15 @@ TEST_F(GvspParserTest, TrailerFollowsTheLeadersTypeAndRefusesOthers) {
         info.payloadType = type;
         EXPECT_EQ(Trailer(p, done), GC_ERR_NOT_IMPLEMENTED) << type;
     }
-    EXPECT_NE(LastErrorText().find("ParseGVSPTrailer():  Payload type [32769] not supported"),
-              std::string::npos);
     EXPECT_FALSE(done);
     EXPECT_FALSE(buffer.trailerSeen);
     info.payloadType = 1;
-    EXPECT_EQ(ParseGVSPTrailer(info, p.data(), 15, &buffer, done, p.Header()),
+    EXPECT_EQ(ParseGVSPTrailer(info, p.data(), 15, &buffer, done, HeaderOf(p)),
               GC_ERR_INVALID_BUFFER);
     EXPECT_FALSE(buffer.trailerSeen);
 }
 
 // --- payload ------------------------------------------------------------------------
-
-TEST_F(GvspParserTest, PayloadLandsAtItsPlaceInBothForms) {
-    ASSERT_EQ(Leader(ImageLeader(false, 1, 1, 0x01080001, 8, 8)), GC_ERR_SUCCESS);
-    ASSERT_EQ(Payload(Data(2, 16, 0xB2)), GC_ERR_SUCCESS);
-    ASSERT_EQ(Payload(Data(1, 16, 0xA1)), GC_ERR_SUCCESS);
-    EXPECT_EQ(memory[0], 0xA1);
-    EXPECT_EQ(memory[15], 0xA1);
-    EXPECT_EQ(memory[16], 0xB2);
-    EXPECT_EQ(memory[32], 0);
-    EXPECT_EQ(buffer.receivedBytes, 32U);
-    EXPECT_EQ(buffer.receivedPackets, 2U);
-    EXPECT_EQ(buffer.missingPackets, 10 - 3);
-    EXPECT_EQ(buffer.nextExpectedPacket, 3U);
-    EXPECT_TRUE(buffer.IsPacketSeen(1));
-    EXPECT_TRUE(buffer.IsPacketSeen(2));
-
-    // Extended ids leave 12 fewer bytes per packet.
-    info.packetSize = 28 + 20 + 8;
-    ASSERT_EQ(Payload(Data(5, 8, 0xE5, true)), GC_ERR_SUCCESS);
-    EXPECT_EQ(memory[32], 0xE5);
-    EXPECT_EQ(memory[39], 0xE5);
-    EXPECT_EQ(buffer.nextExpectedPacket, 6U);
-}
 
 TEST_F(GvspParserTest, OversizedBlockIsCutAtTheBufferEnd) {
     // The leader claims 100 bytes; the buffer holds 64.
@@ -322,7 +212,7 @@ TEST_F(GvspParserTest, OversizedBlockIsCutAtTheBufferEnd) {
     other.size = 56;
     other.dataSize = 64;
     Packet p = Data(3, 40, 0x33); // starts at 32: 24 bytes fit
-    ASSERT_EQ(ParseGVSPPayload(info, p.data(), p.size(), &other, p.Header()), GC_ERR_SUCCESS);
+    ASSERT_EQ(ParseGVSPPayload(info, p.data(), p.size(), &other, HeaderOf(p)), GC_ERR_SUCCESS);
     EXPECT_TRUE(other.dataLargerThanBuffer);
     EXPECT_EQ(other.receivedBytes, 24U);
     EXPECT_EQ(memory[55], 0x33);
@@ -334,9 +224,6 @@ TEST_F(GvspParserTest, PayloadRefusesBadPlacesAndTypes) {
     // Packet id 0 lies before the buffer; id 4 starts beyond dataSize.
     EXPECT_EQ(Payload(Data(0, 16, 1)), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(Payload(Data(4, 16, 1)), GC_ERR_INVALID_PARAMETER);
-    EXPECT_NE(LastErrorText().find("ParseGVSPPayload(): Destination offset invalid for Bid:Pid "
-                                   "[9]:[4]"),
-              std::string::npos);
     // An id whose place wraps the 32-bit offset negative.
     EXPECT_EQ(Payload(Data(0xFFFFFF, 16, 1, false)), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(Payload(Data(0xFFFFFFFF, 16, 1, true)), GC_ERR_INVALID_PARAMETER);
@@ -348,8 +235,6 @@ TEST_F(GvspParserTest, PayloadRefusesBadPlacesAndTypes) {
         info.payloadType = type;
         EXPECT_EQ(Payload(Data(1, 16, 1)), GC_ERR_NOT_IMPLEMENTED) << type;
     }
-    EXPECT_NE(LastErrorText().find("ParseGVSPPayload(): Payload type [32768] not supported"),
-              std::string::npos);
     info.payloadType = 4;
     EXPECT_EQ(Payload(Data(1, 16, 1)), GC_ERR_SUCCESS);
     info.payloadType = 0x4001;

@@ -35,28 +35,6 @@ TEST(CommandLine, CamerasTakeTheIdentityOptionsThatFollowThem) {
     EXPECT_EQ(c.cameras[1].netmask, 0xFFFF0000u);
 }
 
-TEST(CommandLine, FaultKnobsAndCapabilities) {
-    SimConfig c;
-    ASSERT_TRUE(parse({"--ip", "10.0.0.2", "--loss", "0.25", "--burst-loss", "3:4:2", "--ack-delay",
-                       "300:5", "--ack-status", "0x8006", "--disable", "manifest,pending-ack",
-                       "--pixel-format", "RGB8", "--gev-version", "1.2", "-vv"},
-                      c));
-    EXPECT_DOUBLE_EQ(c.faults.lossRate, 0.25);
-    EXPECT_EQ(c.faults.burstFirst, 3u);
-    EXPECT_EQ(c.faults.burstCount, 4u);
-    EXPECT_EQ(c.faults.burstEvery, 2u);
-    EXPECT_EQ(c.faults.ackDelayMs, 300u);
-    EXPECT_EQ(c.faults.ackDelayWhen.every, 5u);
-    EXPECT_EQ(c.faults.ackStatus, 0x8006);
-    EXPECT_EQ(c.faults.ackStatusWhen.every, 1u);
-    EXPECT_TRUE(c.isDisabled("manifest"));
-    EXPECT_FALSE(c.isDisabled("resend"));
-    EXPECT_EQ(c.pixelFormat, 0x02180014u);
-    EXPECT_EQ(c.gevMajor, 1);
-    EXPECT_EQ(c.gevMinor, 2);
-    EXPECT_EQ(c.verbosity, 2);
-}
-
 TEST(CommandLine, BadInputIsRefusedWithAReason) {
     SimConfig c;
     std::string error;

@@ -1,6 +1,9 @@
 #pragma once
-// What the calling thread's error cache holds, for in-process module tests.
+// What the calling thread's error cache holds, for in-process unit tests,
+// and a fixture that starts each test with an empty cache.
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "api/Error.h"
 
@@ -31,6 +34,16 @@ struct CachedError {
             call == std::string::npos ? call : message.find(": ", call + 3);
         return end == std::string::npos ? message : message.substr(end + 2);
     }
+    /// The newest text contains `part`.
+    static bool Says(const std::string& part) {
+        return Take().message.find(part) != std::string::npos;
+    }
+};
+
+class ErrorCacheTest : public ::testing::Test {
+protected:
+    void SetUp() override { CachedError::Clear(); }
+    void TearDown() override { GenTL::ErrorCache::ReleaseErrorCache(); }
 };
 
 } // namespace kesta::test

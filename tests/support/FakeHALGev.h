@@ -1,14 +1,18 @@
 #pragma once
-// A control layer without a network, for the module tests. Adapters and
-// cameras are plain data that a test sets up; every call that matters is
-// counted or recorded. Unknown ids and handles fail as HALGev does, with a
-// recorded error. The open camera's registers and memory are one byte map
-// (words big-endian, as on the wire) with a log of every transaction and
-// addresses that fail on demand; that part is thread-safe, so that a
-// heartbeat may run beside the test.
+// A control layer without a network, for the module and stream tests.
+// Adapters and cameras are plain data that a test sets up; every call that
+// matters is counted or recorded. Unknown ids and handles fail as HALGev
+// does, with a recorded error. The open camera's registers and memory are
+// one byte map (words big-endian, as on the wire) with a log of every
+// transaction, addresses that fail on demand and a hook on register writes;
+// that part is thread-safe, so that a heartbeat or a grab loop may run
+// beside the test.
+#include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "GenTL_KESTA.h"
@@ -51,6 +55,8 @@ public:
         std::size_t length; ///< bytes for memory, registers for blocks, 4 for a register
         unsigned value;     ///< the value written by WriteReg
     };
+    /// One packet resend request: block, first and last packet id.
+    using Resend = std::tuple<unsigned long, unsigned, unsigned>;
 
     ~FakeHALGev() override {
         for (Adapter* a : adapters) {
@@ -104,11 +110,25 @@ public:
         }
         return out;
     }
-    /// Any transaction touching address fails with code (a GC_ERR_*).
-    void Fail(unsigned address, int code = GC_ERR_TIMEOUT) {
+    /// Any transaction touching address fails with code (a GC_ERR_*), or
+    /// only its writes.
+    void Fail(unsigned address, int code = GC_ERR_TIMEOUT, bool writesOnly = false) {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_failures[address] = code;
+        (writesOnly ? m_writeFailures : m_failures)[address] = code;
     }
+    void ClearFailures() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_failures.clear();
+        m_writeFailures.clear();
+    }
+    /// Register writes of address succeed and change nothing.
+    void Pin(unsigned address) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_pinned.insert(address);
+    }
+    /// Runs on every register write that succeeds, before the value is
+    /// stored; it may change the value (a self-clearing bit).
+    std::function<void(unsigned address, unsigned& value)> onWrite;
     std::vector<Call> Calls() const {
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_calls;
@@ -123,6 +143,19 @@ public:
         return out;
     }
     std::vector<Call> WritesTo(unsigned address) const { return CallsTo("WriteReg", address); }
+    /// The values written to a register, in order.
+    std::vector<unsigned> Values(unsigned address) const {
+        std::vector<unsigned> out;
+        for (const Call& c : WritesTo(address)) {
+            out.push_back(c.value);
+        }
+        return out;
+    }
+    std::size_t ReadsOf(unsigned address) const { return CallsTo("ReadReg", address).size(); }
+    std::vector<Resend> Resends() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_resends;
+    }
     void ClearCalls() {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_calls.clear();
@@ -195,7 +228,12 @@ public:
         if (int rc = LogLocked("WriteReg", address, 4, value)) {
             return rc;
         }
-        PutWordLocked(address, value);
+        if (onWrite) {
+            onWrite(address, value);
+        }
+        if (m_pinned.count(address) == 0) {
+            PutWordLocked(address, value);
+        }
         return 0;
     }
     int ReadRegBlock(void*, unsigned address, unsigned* values, std::size_t count) const override {
@@ -296,7 +334,10 @@ public:
         }
         return 0;
     }
-    int SendPacketResend(void*, unsigned long, unsigned, unsigned, bool) const override {
+    int SendPacketResend(void*, unsigned long block, unsigned first, unsigned last,
+                         bool) const override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        Self()->m_resends.emplace_back(block, first, last);
         return 0;
     }
     int SetGvcpRetries(unsigned long) override { return 0; }
@@ -330,11 +371,17 @@ private:
         value = it->second.*field;
         return 0;
     }
+    /// By handle: the camera the handle points at; a handle of another kind
+    /// (a stream test's device record) stands for the first camera.
     template <typename T> int Of(void* h, T Camera::*field, T& value) const {
-        if (h == nullptr) {
+        if (h == nullptr || cameras.empty()) {
             return ReportError(GC_ERR_INVALID_HANDLE, "fake: null handle");
         }
-        value = static_cast<Camera*>(h)->*field;
+        const Camera* camera = &cameras.begin()->second;
+        for (const auto& entry : cameras) {
+            camera = &entry.second == h ? &entry.second : camera;
+        }
+        value = camera->*field;
         return 0;
     }
     int AdapterFact(long fact, long& value) const {
@@ -354,9 +401,12 @@ private:
         if (std::string(op).find("Mem") != std::string::npos && length > 536) {
             return GC_ERR_INVALID_PARAMETER;
         }
-        for (const auto& [at, code] : m_failures) {
-            if (at >= address && at < address + bytes) {
-                return code;
+        const bool write = std::string(op).rfind("Write", 0) == 0;
+        for (const auto* failures : {&m_failures, &m_writeFailures}) {
+            for (const auto& [at, code] : *failures) {
+                if (at >= address && at < address + bytes && (write || failures == &m_failures)) {
+                    return code;
+                }
             }
         }
         return 0;
@@ -387,8 +437,10 @@ private:
     Log m_ownLog;
     mutable std::mutex m_mutex;
     std::map<unsigned, unsigned char> m_bytes;
-    std::map<unsigned, int> m_failures;
+    std::map<unsigned, int> m_failures, m_writeFailures;
+    std::set<unsigned> m_pinned;
     mutable std::vector<Call> m_calls;
+    std::vector<Resend> m_resends;
 };
 
 } // namespace kesta::test
