@@ -1,8 +1,8 @@
 // Stream 0 of a simulated camera as a consumer drives it through the
 // exported functions: announce, queue, the new-buffer event, start and stop
-// (no images: the camera is not started), flush and revoke, the refusals
-// while grabbing and their texts, and buffer info before any payload. Images,
-// and a device closed under a running stream, are the grab tests' part.
+// (no images: the camera is not started), what the camera's stream channel
+// holds meanwhile, flush and revoke, and the refusals while grabbing, which
+// the unit tests list in full. Images are the grab tests' part.
 #include <string>
 #include <vector>
 
@@ -55,15 +55,6 @@ protected:
         EXPECT_EQ(size, sizeof value) << cmd;
         return value;
     }
-    /// The code of the newest error record and whether its text holds `part`.
-    ::testing::AssertionResult LastErrorHas(GC_ERROR code, const std::string& part) {
-        const kesta::test::LastError e = Lib().TakeLastError();
-        if (e.code != code || e.text.find(part) == std::string::npos) {
-            return ::testing::AssertionFailure() << "code " << e.code << ", text " << e.text;
-        }
-        return ::testing::AssertionSuccess();
-    }
-
     static constexpr size_t kSize = 4096;
     std::vector<char> m_memory[2] = {std::vector<char>(kSize), std::vector<char>(kSize)};
     int m_tags[3] = {};
@@ -81,7 +72,18 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
     }
     BUFFER_HANDLE none = nullptr;
     EXPECT_EQ(Lib().DSGetBufferID(m_stream, 3, &none), GC_ERR_INVALID_INDEX);
+    // A fresh buffer: its memory and tag, unqueued, and no image facts yet.
+    BUFFER_HANDLE h = m_buffers[0];
+    EXPECT_EQ(BufferInfo<void*>(h, BUFFER_INFO_BASE, INFO_DATATYPE_PTR), m_memory[0].data());
+    EXPECT_EQ(BufferInfo<void*>(h, BUFFER_INFO_USER_PTR, INFO_DATATYPE_PTR), &m_tags[0]);
+    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8));
+    INFO_DATATYPE type = 0;
+    uint64_t width = 0;
+    size_t size = sizeof width;
+    EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, BUFFER_INFO_WIDTH, &type, &width, &size),
+              GC_ERR_NOT_AVAILABLE);
     ASSERT_EQ(Lib().DSQueueBuffer(m_stream, m_buffers[0]), GC_ERR_SUCCESS);
+    EXPECT_TRUE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8));
     ASSERT_EQ(Lib().DSQueueBuffer(m_stream, m_buffers[1]), GC_ERR_SUCCESS);
     EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 2u);
 
@@ -90,8 +92,6 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
         << Lib().TakeLastError().text;
     EVENT_HANDLE second = nullptr;
     EXPECT_EQ(Lib().GCRegisterEvent(m_stream, EVENT_NEW_BUFFER, &second), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_TRUE(
-        LastErrorHas(GC_ERR_RESOURCE_IN_USE, "an event is already registered for the data stream"));
 
     ASSERT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
               GC_ERR_SUCCESS)
@@ -99,32 +99,26 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
     EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
     EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 2u);
     // The camera streams to this host now.
-    EXPECT_NE(CameraRegister(kScp) & 0xFFFF, 0u);
-    EXPECT_EQ(CameraRegister(kScda),
-              kesta_netns::ParseIp(kesta_device::Env("KESTA_NETNS_HOST_IP")));
+    EXPECT_NE(ReadCamera(kScp) & 0xFFFF, 0u);
+    EXPECT_EQ(ReadCamera(kScda), kesta_netns::ParseIp(kesta_device::Env("KESTA_NETNS_HOST_IP")));
 
     // Refusals while grabbing; queueing goes on.
     BUFFER_HANDLE more = nullptr;
     std::vector<char> memory(kSize);
     EXPECT_EQ(Lib().DSAnnounceBuffer(m_stream, memory.data(), memory.size(), nullptr, &more),
               GC_ERR_BUSY);
-    EXPECT_TRUE(LastErrorHas(GC_ERR_BUSY, "acquisition engine is already grabbing"));
     EXPECT_EQ(Lib().DSAllocAndAnnounceBuffer(m_stream, kSize, nullptr, &more), GC_ERR_BUSY);
     EXPECT_EQ(Lib().DSRevokeBuffer(m_stream, m_buffers[0], nullptr, nullptr), GC_ERR_BUSY);
     EXPECT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_DISCARD), GC_ERR_BUSY);
-    EXPECT_TRUE(LastErrorHas(GC_ERR_BUSY, "Cannot discard all buffers while the engine is "
-                                          "grabbing. Call GenTL::DSStopAcquisition() to stop "
-                                          "engine"));
     EXPECT_EQ(Lib().DSFlushQueue(m_stream, ACQ_QUEUE_ALL_TO_INPUT), GC_ERR_BUSY);
     EXPECT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, 1),
               GC_ERR_RESOURCE_IN_USE);
-    EXPECT_TRUE(LastErrorHas(GC_ERR_RESOURCE_IN_USE, "the acquisition engine is already grabbing"));
     ASSERT_EQ(Lib().DSQueueBuffer(m_stream, m_buffers[2]), GC_ERR_SUCCESS);
     EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_QUEUED, INFO_DATATYPE_UINT64), 3u);
 
     // No images while the camera is not started: the wait times out.
     S_EVENT_NEW_BUFFER data{};
-    size_t size = sizeof data;
+    size = sizeof data;
     EXPECT_EQ(Lib().EventGetData(event, &data, &size, 100), GC_ERR_TIMEOUT);
     EXPECT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_KILL), GC_ERR_NOT_IMPLEMENTED);
     EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
@@ -133,9 +127,8 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
         << Lib().TakeLastError().text;
     EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_IS_GRABBING, INFO_DATATYPE_BOOL8));
     EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_STARTED, INFO_DATATYPE_UINT64), 0u);
-    EXPECT_EQ(CameraRegister(kScp) & 0xFFFF, 0u);
+    EXPECT_EQ(ReadCamera(kScp) & 0xFFFF, 0u);
     EXPECT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_TRUE(LastErrorHas(GC_ERR_RESOURCE_IN_USE, "acquisition engine was not started"));
 
     // A second start and stop work on the same buffers.
     ASSERT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, 10), GC_ERR_SUCCESS)
@@ -156,45 +149,11 @@ TEST_F(StreamTest, AnnounceQueueGrabStopFlushRevoke) {
     EXPECT_EQ(StreamInfo<uint64_t>(STREAM_INFO_NUM_ANNOUNCED, INFO_DATATYPE_UINT64), 0u);
     EXPECT_EQ(Lib().DSStartAcquisition(m_stream, ACQ_START_FLAGS_DEFAULT, 1),
               GC_ERR_INVALID_BUFFER);
-    EXPECT_TRUE(LastErrorHas(GC_ERR_INVALID_BUFFER, "min allowed is 1"));
 
     ASSERT_EQ(Lib().GCUnregisterEvent(m_stream, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
     EXPECT_EQ(Lib().GCUnregisterEvent(m_stream, EVENT_NEW_BUFFER), GC_ERR_NOT_INITIALIZED);
     ASSERT_EQ(Lib().DSClose(m_stream), GC_ERR_SUCCESS);
     m_stream = nullptr;
-}
-
-TEST_F(StreamTest, InfoOfAFreshBufferAndUnknownCommands) {
-    OpenStream();
-    AnnounceThree();
-    BUFFER_HANDLE h = m_buffers[0];
-    EXPECT_EQ(BufferInfo<void*>(h, BUFFER_INFO_BASE, INFO_DATATYPE_PTR), m_memory[0].data());
-    EXPECT_EQ(BufferInfo<void*>(h, BUFFER_INFO_USER_PTR, INFO_DATATYPE_PTR), &m_tags[0]);
-    EXPECT_FALSE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8));
-    ASSERT_EQ(Lib().DSQueueBuffer(m_stream, h), GC_ERR_SUCCESS);
-    EXPECT_TRUE(BufferInfo<bool8_t>(h, BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8));
-
-    // Without a payload the image, chunk and file facts are not available,
-    // under a text that names another command (kept as consumers see it).
-    INFO_DATATYPE type = 0;
-    uint64_t value = 0;
-    size_t size = sizeof value;
-    for (BUFFER_INFO_CMD cmd : {BUFFER_INFO_WIDTH, BUFFER_INFO_PIXELFORMAT, BUFFER_INFO_FILENAME}) {
-        size = sizeof value;
-        EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, cmd, &type, &value, &size),
-                  GC_ERR_NOT_AVAILABLE)
-            << cmd;
-        EXPECT_TRUE(LastErrorHas(GC_ERR_NOT_AVAILABLE,
-                                 "URL_INFO_CMD URL_INFO_FILE_VER_MAJOR is not available"));
-    }
-    size = sizeof value;
-    EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, 31, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    size = 4;
-    EXPECT_EQ(Lib().DSGetBufferInfo(m_stream, h, BUFFER_INFO_SIZE, &type, &value, &size),
-              GC_ERR_BUFFER_TOO_SMALL);
-    size = sizeof value;
-    EXPECT_EQ(Lib().DSGetInfo(m_stream, 1009, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_TRUE(LastErrorHas(GC_ERR_INVALID_INDEX, "STREAM_INFO_CMD must be one of :"));
 }
 
 TEST_F(StreamTest, AViewerCannotRedirectTheStream) {

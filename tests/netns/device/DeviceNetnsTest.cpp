@@ -5,10 +5,8 @@
 // and a capture of the camera's GVCP traffic check what went over the wire.
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,6 +22,7 @@ using kesta_device::Command;
 using kesta_device::Commands;
 using kesta_device::Env;
 using kesta_device::EnvList;
+using kesta_device::kStatusAccessDenied;
 using kesta_netns::Clock;
 
 constexpr unsigned kCcp = 0x0A00;
@@ -32,10 +31,6 @@ constexpr unsigned kSwitchoverKey = 0x095C;
 constexpr unsigned kXmlAddress = 0x00100000;
 constexpr unsigned kWidth = 0x10000;
 
-long HostOrderIp(const std::string& text) {
-    return static_cast<long>(kesta_netns::ParseIp(text));
-}
-
 std::string SimXml() {
     std::ifstream in(KESTA_SIM_XML, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
@@ -43,39 +38,15 @@ std::string SimXml() {
 
 class DeviceTest : public kesta_device::CameraTest {
 protected:
-    void SetUp() override {
-        CameraTest::SetUp();
-        m_bed = gevtest::TestBed::fromEnvironment();
-    }
-
-    /// IFOpenDevice of the test bed's first camera; null on failure.
+    /// IFOpenDevice of m_serial; null on failure.
     DEV_HANDLE Open(DEVICE_ACCESS_FLAGS flags, GC_ERROR expected = GC_ERR_SUCCESS) {
         DEV_HANDLE hDevice = nullptr;
         const GC_ERROR rc = Lib().IFOpenDevice(m_iface, m_serial.c_str(), flags, &hDevice);
         EXPECT_EQ(rc, expected) << Lib().TakeLastError().text;
         return rc == GC_ERR_SUCCESS ? hDevice : nullptr;
     }
-    PORT_HANDLE Port(DEV_HANDLE hDevice) {
-        PORT_HANDLE port = nullptr;
-        EXPECT_EQ(Lib().DevGetPort(hDevice, &port), GC_ERR_SUCCESS);
-        return port;
-    }
 
-    /// The texts of the calling thread's error stack, innermost first,
-    /// without their stamps.
-    std::vector<std::string> Messages() {
-        std::vector<std::string> texts;
-        for (const auto& record : Lib().TakeLastError().Records()) {
-            // "<function>():<line>: <text>"
-            const auto call = record.message.find("():");
-            const auto text =
-                call == std::string::npos ? call : record.message.find(": ", call + 3);
-            texts.push_back(text == std::string::npos ? record.message
-                                                      : record.message.substr(text + 2));
-        }
-        std::reverse(texts.begin(), texts.end());
-        return texts;
-    }
+    std::vector<std::string> Messages() { return kesta_device::ErrorTexts(Lib()); }
 
     template <typename T> T Info(DEV_HANDLE hDevice, DEVICE_INFO_CMD cmd) {
         INFO_DATATYPE type = 0;
@@ -85,154 +56,110 @@ protected:
             << cmd << Lib().TakeLastError().text;
         return value;
     }
-    std::string Text(DEV_HANDLE hDevice, DEVICE_INFO_CMD cmd) {
-        INFO_DATATYPE type = 0;
-        char text[256] = {};
-        size_t size = sizeof text;
-        EXPECT_EQ(Lib().DevGetInfo(hDevice, cmd, &type, text, &size), GC_ERR_SUCCESS) << cmd;
-        return text;
-    }
-    /// A camera register through the remote port (big-endian on the wire).
-    uint32_t ReadRegister(PORT_HANDLE port, uint64_t address) {
-        unsigned char bytes[4] = {};
-        size_t size = 4;
-        EXPECT_EQ(Lib().GCReadPort(port, address, bytes, &size), GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
-        return gevtest::be32(bytes);
-    }
-    GC_ERROR WriteRegister(PORT_HANDLE port, uint64_t address, uint32_t value) {
-        const unsigned char bytes[4] = {
-            static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
-            static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
-        size_t size = 4;
-        return Lib().GCWritePort(port, address, bytes, &size);
-    }
-    /// The privilege register as the host's own GVCP client reads it.
+    /// The privilege register as this host's own GVCP client reads it.
     uint32_t CcpSeenFromHost() {
-        gevtest::GvcpClient client(m_bed.cameraIps.at(0), m_bed.hostIp);
         uint32_t value = 0xFFFFFFFF;
-        EXPECT_EQ(client.readReg(kCcp, value), 0);
+        EXPECT_EQ(kesta_device::HostClient().ReadReg(kCcp, value), 0);
         return value;
     }
-
-    gevtest::TestBed m_bed;
 };
 
 // --- Access ------------------------------------------------------------------
 
 using Access = DeviceTest;
 
-TEST_F(Access, ControlClaimsTheCameraAndCloseGivesItBack) {
-    DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
-    ASSERT_NE(hDevice, nullptr);
-    EXPECT_EQ(Info<int32_t>(hDevice, DEVICE_INFO_ACCESS_STATUS), DEVICE_ACCESS_STATUS_READWRITE);
-    EXPECT_TRUE(Info<bool>(hDevice, DEVICE_INFO_IS_CONNECTED));
-
+TEST_F(Access, ControlAndExclusiveClaimTheCameraAndCloseGivesItBack) {
     auto rival = kesta_device::Rival();
-    uint32_t ccp = 0;
-    ASSERT_EQ(rival.readReg(kCcp, ccp), 0);
-    EXPECT_EQ(ccp, 6u); // control, switchover allowed
-    // Control leaves switchover open: only a rival with the camera's key
-    // (0x095C, never set here, so 0) could take over; a wrong key is refused.
-    EXPECT_EQ(rival.claim(0x12340002u), kesta_device::kStatusAccessDenied);
-    uint32_t width = 0;
-    EXPECT_EQ(rival.writeReg(kWidth, 320), kesta_device::kStatusAccessDenied);
-    EXPECT_EQ(rival.readReg(kWidth, width), 0); // a controlled camera still answers reads
-
-    // A second open of the same camera is refused while it is open.
-    DEV_HANDLE twice = nullptr;
-    EXPECT_EQ(Lib().IFOpenDevice(m_iface, m_serial.c_str(), DEVICE_ACCESS_READONLY, &twice),
-              GC_ERR_RESOURCE_IN_USE);
-    Lib().TakeLastError();
-
-    ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
-    EXPECT_EQ(CcpSeenFromHost(), 0u);
-    EXPECT_EQ(rival.claim(2), 0); // free for others now
-    rival.release();
+    for (const DEVICE_ACCESS_FLAGS flags : {DEVICE_ACCESS_CONTROL, DEVICE_ACCESS_EXCLUSIVE}) {
+        SCOPED_TRACE(flags);
+        DEV_HANDLE hDevice = Open(flags);
+        ASSERT_NE(hDevice, nullptr);
+        EXPECT_EQ(Info<int32_t>(hDevice, DEVICE_INFO_ACCESS_STATUS),
+                  DEVICE_ACCESS_STATUS_READWRITE);
+        EXPECT_TRUE(Info<bool>(hDevice, DEVICE_INFO_IS_CONNECTED));
+        uint32_t ccp = 0;
+        if (flags == DEVICE_ACCESS_CONTROL) {
+            ASSERT_EQ(rival.ReadReg(kCcp, ccp), 0); // a controlled camera still answers reads
+            EXPECT_EQ(ccp, 6u);                     // control, switchover allowed
+            // Only a rival with the camera's key (never set here, so 0) could
+            // take over; a wrong key is refused, and so are its writes.
+            EXPECT_EQ(rival.Claim(0x12340002u), kStatusAccessDenied);
+            EXPECT_EQ(rival.WriteReg(kWidth, 320), kStatusAccessDenied);
+        } else {
+            EXPECT_EQ(rival.ReadReg(kCcp, ccp), kStatusAccessDenied);
+            EXPECT_EQ(ReadCamera(kCcp, Port(hDevice)) & 3u, 3u);
+        }
+        // A second open of the same camera is refused while it is open.
+        DEV_HANDLE twice = nullptr;
+        EXPECT_EQ(Lib().IFOpenDevice(m_iface, m_serial.c_str(), DEVICE_ACCESS_READONLY, &twice),
+                  GC_ERR_RESOURCE_IN_USE);
+        Lib().TakeLastError();
+        ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
+        EXPECT_EQ(CcpSeenFromHost(), 0u);
+    }
+    EXPECT_EQ(rival.Claim(2), 0); // free for others now
+    rival.Release();
 }
 
-TEST_F(Access, ExclusiveShutsOthersOut) {
-    DEV_HANDLE hDevice = Open(DEVICE_ACCESS_EXCLUSIVE);
-    ASSERT_NE(hDevice, nullptr);
+TEST_F(Access, ARivalsClaimDecidesWhatMayOpen) {
+    struct Case {
+        uint32_t rivalCcp;
+        DEVICE_ACCESS_FLAGS flags;
+        GC_ERROR rc;
+        const char* failedStep;
+    };
+    const Case cases[] = {
+        {2, DEVICE_ACCESS_CONTROL, GC_ERR_ACCESS_DENIED,
+         "failed to write to CCP (0x0A00) register"},
+        {1, DEVICE_ACCESS_READONLY, GC_ERR_ACCESS_DENIED,
+         "failed to read GVCP Capability (0x0934) register"},
+        {2, DEVICE_ACCESS_READONLY, GC_ERR_SUCCESS, nullptr},
+    };
     auto rival = kesta_device::Rival();
-    uint32_t ccp = 0;
-    EXPECT_EQ(rival.readReg(kCcp, ccp), kesta_device::kStatusAccessDenied);
-    EXPECT_EQ(ReadRegister(Port(hDevice), kCcp) & 3u, 3u);
-    ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
-    ASSERT_EQ(rival.readReg(kCcp, ccp), 0);
-    EXPECT_EQ(ccp, 0u);
-}
-
-TEST_F(Access, CameraHeldByAnotherHostRefusesControlButCanBeRead) {
-    auto rival = kesta_device::Rival();
-    ASSERT_EQ(rival.claim(2), 0);
-
-    EXPECT_EQ(Open(DEVICE_ACCESS_CONTROL, GC_ERR_ACCESS_DENIED), nullptr);
-    const std::vector<std::string> messages = Messages();
-    ASSERT_GE(messages.size(), 2u);
-    EXPECT_NE(
-        std::find(messages.begin(), messages.end(), "failed to write to CCP (0x0A00) register"),
-        messages.end())
-        << ::testing::PrintToString(messages);
-
-    DEV_HANDLE hDevice = Open(DEVICE_ACCESS_READONLY);
-    ASSERT_NE(hDevice, nullptr);
-    EXPECT_EQ(Info<int32_t>(hDevice, DEVICE_INFO_ACCESS_STATUS), DEVICE_ACCESS_STATUS_READONLY);
-    EXPECT_FALSE(Info<bool>(hDevice, DEVICE_INFO_IS_CONNECTED)); // no heartbeat, not claimed
-    PORT_HANDLE port = Port(hDevice);
-    EXPECT_EQ(ReadRegister(port, kCcp), 2u); // the rival's control
-    EXPECT_EQ(WriteRegister(port, kWidth, 320), GC_ERR_ACCESS_DENIED);
-    Lib().TakeLastError();
-    ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
-
-    uint32_t ccp = 0;
-    ASSERT_EQ(rival.readReg(kCcp, ccp), 0);
-    EXPECT_EQ(ccp, 2u); // a read-only close gives back nothing it did not take
-    rival.release();
-}
-
-TEST_F(Access, ExclusiveRivalKeepsEvenReadersOut) {
-    auto rival = kesta_device::Rival();
-    ASSERT_EQ(rival.claim(1), 0);
-    EXPECT_EQ(Open(DEVICE_ACCESS_READONLY, GC_ERR_ACCESS_DENIED), nullptr);
-    const std::vector<std::string> messages = Messages();
-    EXPECT_NE(std::find(messages.begin(), messages.end(),
-                        "failed to read GVCP Capability (0x0934) register"),
-              messages.end())
-        << ::testing::PrintToString(messages);
-    rival.release();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.rivalCcp * 10 + c.flags);
+        ASSERT_EQ(rival.Claim(c.rivalCcp), 0);
+        DEV_HANDLE hDevice = Open(c.flags, c.rc);
+        if (c.failedStep != nullptr) {
+            const std::vector<std::string> messages = Messages();
+            EXPECT_NE(std::find(messages.begin(), messages.end(), c.failedStep), messages.end())
+                << ::testing::PrintToString(messages);
+        } else {
+            ASSERT_NE(hDevice, nullptr);
+            EXPECT_EQ(Info<int32_t>(hDevice, DEVICE_INFO_ACCESS_STATUS),
+                      DEVICE_ACCESS_STATUS_READONLY);
+            EXPECT_FALSE(Info<bool>(hDevice, DEVICE_INFO_IS_CONNECTED)); // not claimed
+            EXPECT_EQ(ReadCamera(kCcp, Port(hDevice)), 2u);              // the rival's control
+            EXPECT_EQ(WriteCamera(kWidth, 320, Port(hDevice)), GC_ERR_ACCESS_DENIED);
+            Lib().TakeLastError();
+            ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
+            uint32_t ccp = 0;
+            ASSERT_EQ(rival.ReadReg(kCcp, ccp), 0);
+            EXPECT_EQ(ccp, 2u); // a read-only close gives back nothing it did not take
+        }
+        rival.Release();
+    }
 }
 
 TEST_F(Access, SwitchoverKeyLetsARivalTakeOver) {
     DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
     ASSERT_NE(hDevice, nullptr);
-    PORT_HANDLE port = Port(hDevice);
-    ASSERT_EQ(WriteRegister(port, kSwitchoverKey, 0xBEEF), GC_ERR_SUCCESS)
+    ASSERT_EQ(WriteCamera(kSwitchoverKey, 0xBEEF, Port(hDevice)), GC_ERR_SUCCESS)
         << Lib().TakeLastError().text;
-
     auto rival = kesta_device::Rival();
-    EXPECT_EQ(rival.claim(0x12340002u), kesta_device::kStatusAccessDenied); // wrong key
-    EXPECT_EQ(rival.claim(0xBEEF0002u), 0);                                 // right key
-    uint32_t ccp = 0;
-    ASSERT_EQ(rival.readReg(kCcp, ccp), 0);
-    EXPECT_EQ(ccp, 2u);
-
+    EXPECT_EQ(rival.Claim(0x12340002u), kStatusAccessDenied); // wrong key
+    EXPECT_EQ(rival.Claim(0xBEEF0002u), 0);                   // right key
     // The producer no longer holds the camera: its release is refused, yet
     // DevClose ends the module.
     EXPECT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
-    ASSERT_EQ(rival.readReg(kCcp, ccp), 0);
+    uint32_t ccp = 0;
+    ASSERT_EQ(rival.ReadReg(kCcp, ccp), 0);
     EXPECT_EQ(ccp, 2u);
-    rival.release();
+    rival.Release();
 }
 
 TEST_F(Access, UnknownFlagIsRefusedAndWritesNothing) {
     EXPECT_EQ(Open(5, GC_ERR_INVALID_PARAMETER), nullptr);
-    const std::vector<std::string> messages = Messages();
-    ASSERT_FALSE(messages.empty());
-    EXPECT_EQ(messages.front(), "device can be opened with one of the following flags only:\n"
-                                "GenTL::DEVICE_ACCESS_UNKNOWN, GenTL::DEVICE_ACCESS_NONE, \n"
-                                "GenTL::DEVICE_ACCESS_READONLY, GenTL::DEVICE_ACCESS_CONTROL, \n"
-                                "GenTL::DEVICE_ACCESS_EXCLUSIVE");
     EXPECT_EQ(CcpSeenFromHost(), 0u);
 }
 
@@ -240,41 +167,28 @@ TEST_F(Access, UnknownFlagIsRefusedAndWritesNothing) {
 
 using Heartbeat = DeviceTest;
 
-TEST_F(Heartbeat, KeepsControlPastTheTimeout) {
-    // The camera runs with a heartbeat timeout of 1 s.
-    DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
-    ASSERT_NE(hDevice, nullptr);
-    std::this_thread::sleep_for(2500ms); // nothing but the heartbeat talks to the camera
-    auto rival = kesta_device::Rival();
-    // Had the camera dropped the producer, any key would do now.
-    EXPECT_EQ(rival.claim(0x12340002u), kesta_device::kStatusAccessDenied);
-    EXPECT_EQ(ReadRegister(Port(hDevice), kCcp), 6u);
-    EXPECT_TRUE(Info<bool>(hDevice, DEVICE_INFO_IS_CONNECTED));
-    ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
-}
-
-TEST_F(Heartbeat, FollowsAChangedTimeout) {
-    const std::string cameraNetns = EnvList("KESTA_CAMERA_NETNS").at(0);
-    kesta_netns::Sniffer sniffer(cameraNetns, 3956);
+/// On the test bed's third camera, which runs with a heartbeat timeout of 1 s.
+TEST_F(Heartbeat, KeepsControlAndFollowsAChangedTimeout) {
+    m_serial = EnvList("KESTA_CAMERA_SERIALS").at(2);
+    kesta_netns::Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(2), 3956);
     ASSERT_TRUE(sniffer.Ok());
     DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
     ASSERT_NE(hDevice, nullptr);
-    PORT_HANDLE port = Port(hDevice);
-    std::this_thread::sleep_for(1800ms);
+    std::this_thread::sleep_for(1800ms); // nothing but the heartbeat talks to the camera
+    // Had the camera dropped the producer, any key would do now.
+    EXPECT_EQ(kesta_device::Rival(2).Claim(0x12340002u), kStatusAccessDenied);
+    EXPECT_EQ(ReadCamera(kCcp, Port(hDevice)), 6u);
+    EXPECT_TRUE(Info<bool>(hDevice, DEVICE_INFO_IS_CONNECTED));
     // 600 ms: cameras take no timeout below 500 ms.
-    ASSERT_EQ(WriteRegister(port, kHeartbeatTimeout, 600), GC_ERR_SUCCESS);
+    ASSERT_EQ(WriteCamera(kHeartbeatTimeout, 600, Port(hDevice)), GC_ERR_SUCCESS);
     std::this_thread::sleep_for(2000ms);
     ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
 
-    std::vector<Command> beats;
+    std::vector<Command> slow, fast;
     for (const Command& c : Commands(sniffer.Packets(), kesta_device::kWriteReg)) {
         if (c.address == kHeartbeatTimeout) {
-            beats.push_back(c);
+            (c.word == 1000 ? slow : fast).push_back(c);
         }
-    }
-    std::vector<Command> slow, fast;
-    for (const Command& c : beats) {
-        (c.word == 1000 ? slow : fast).push_back(c);
     }
     ASSERT_GE(slow.size(), 3u);
     ASSERT_GE(fast.size(), 5u);
@@ -286,7 +200,7 @@ TEST_F(Heartbeat, FollowsAChangedTimeout) {
     // A loaded machine delays beats but never hastens them, so each gap has a
     // firm lower bound and the median a loose upper one.
     const auto medianGap = [](const std::vector<Command>& writes, std::size_t from) {
-        std::vector<kesta_netns::Clock::duration> gaps;
+        std::vector<Clock::duration> gaps;
         for (std::size_t i = from; i < writes.size(); ++i) {
             const auto gap = writes[i].at - writes[i - 1].at;
             EXPECT_GE(gap, writes[i].word == 1000 ? 450ms : 250ms);
@@ -299,8 +213,8 @@ TEST_F(Heartbeat, FollowsAChangedTimeout) {
     EXPECT_LE(medianGap(fast, 2), 450ms);
     // No beat after the release, which the capture may show a moment late.
     std::vector<Command> releases;
-    const auto deadline = kesta_netns::Clock::now() + 2s;
-    while (releases.empty() && kesta_netns::Clock::now() < deadline) {
+    const auto deadline = Clock::now() + 2s;
+    while (releases.empty() && Clock::now() < deadline) {
         std::this_thread::sleep_for(10ms);
         for (const Command& c : Commands(sniffer.Packets(), kesta_device::kWriteReg)) {
             if (c.address == kCcp && (c.word & 3u) == 0) {
@@ -309,15 +223,16 @@ TEST_F(Heartbeat, FollowsAChangedTimeout) {
         }
     }
     ASSERT_EQ(releases.size(), 1u);
-    EXPECT_LT(beats.back().at, releases.front().at);
+    EXPECT_LT(fast.back().at, releases.front().at);
 }
 
-// --- A camera that falls silent ------------------------------------------------
+// --- A camera that falls silent (its own CTest entry) ----------------------------
 
 using Silent = DeviceTest;
 
-TEST_F(Silent, ConnectedInfoTurnsFalseAndCloseStillEnds) {
-    // The camera stops answering a few seconds after its start.
+TEST_F(Silent, RetriesRepeatTheBytesThenConnectedTurnsFalseAndCloseStillEnds) {
+    kesta_netns::Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    ASSERT_TRUE(sniffer.Ok());
     DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
     ASSERT_NE(hDevice, nullptr);
     EXPECT_TRUE(Info<bool>(hDevice, DEVICE_INFO_IS_CONNECTED));
@@ -328,6 +243,25 @@ TEST_F(Silent, ConnectedInfoTurnsFalseAndCloseStillEnds) {
         connected = Info<bool>(hDevice, DEVICE_INFO_IS_CONNECTED);
     }
     EXPECT_FALSE(connected);
+
+    // The heartbeat's unanswered read went out four times (3 retries by
+    // default), the same bytes each time, one timeout (200 ms) apart.
+    std::vector<kesta_netns::Captured> tries;
+    for (const auto& p : sniffer.Packets()) {
+        if (!tries.empty() && p.payload != tries.back().payload) {
+            tries.clear();
+        }
+        tries.push_back(p);
+        if (tries.size() == 4) {
+            break;
+        }
+    }
+    ASSERT_EQ(tries.size(), 4u) << "no command went out four times in a row";
+    for (std::size_t i = 1; i < tries.size(); ++i) {
+        const auto gap =
+            std::chrono::duration_cast<std::chrono::milliseconds>(tries[i].at - tries[i - 1].at);
+        EXPECT_GE(gap.count(), 190);
+    }
     const auto start = Clock::now();
     EXPECT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
     EXPECT_LT(Clock::now() - start, 10s);
@@ -356,20 +290,19 @@ TEST_F(RemotePort, UrlAndManifestOfTheCamera) {
     uint32_t urls = 0;
     ASSERT_EQ(Lib().GCGetNumPortURLs(port, &urls), GC_ERR_SUCCESS);
     ASSERT_EQ(urls, 1u);
-    auto number = [&](URL_INFO_CMD cmd) {
-        INFO_DATATYPE type = 0;
-        uint64_t value = 0;
-        size_t n = sizeof value;
-        EXPECT_EQ(Lib().GCGetPortURLInfo(port, 0, cmd, &type, &value, &n), GC_ERR_SUCCESS) << cmd;
-        return value;
-    };
-    EXPECT_EQ(number(URL_INFO_FILE_VER_MAJOR), 1u);
-    EXPECT_EQ(number(URL_INFO_FILE_VER_MINOR), 0u);
-    EXPECT_EQ(number(URL_INFO_SCHEMA_VER_MAJOR), 1u);
-    EXPECT_EQ(number(URL_INFO_SCHEMA_VER_MINOR), 1u);
-    EXPECT_EQ(number(URL_INFO_FILE_REGISTER_ADDRESS), 0x200u);
-    EXPECT_EQ(number(URL_INFO_SCHEME), static_cast<uint64_t>(URL_SCHEME_LOCAL));
+    const std::pair<URL_INFO_CMD, uint64_t> numbers[] = {{URL_INFO_FILE_VER_MAJOR, 1},
+                                                         {URL_INFO_FILE_VER_MINOR, 0},
+                                                         {URL_INFO_SCHEMA_VER_MAJOR, 1},
+                                                         {URL_INFO_SCHEMA_VER_MINOR, 1},
+                                                         {URL_INFO_FILE_REGISTER_ADDRESS, 0x200},
+                                                         {URL_INFO_SCHEME, URL_SCHEME_LOCAL}};
     INFO_DATATYPE type = 0;
+    for (const auto& [cmd, expected] : numbers) {
+        uint64_t value = 0;
+        size = sizeof value;
+        EXPECT_EQ(Lib().GCGetPortURLInfo(port, 0, cmd, &type, &value, &size), GC_ERR_SUCCESS);
+        EXPECT_EQ(value, expected) << cmd;
+    }
     char entry[128] = {};
     size = sizeof entry;
     ASSERT_EQ(Lib().GCGetPortURLInfo(port, 0, URL_INFO_URL, &type, entry, &size), GC_ERR_SUCCESS);
@@ -378,7 +311,6 @@ TEST_F(RemotePort, UrlAndManifestOfTheCamera) {
     size = sizeof entry;
     EXPECT_EQ(Lib().GCGetPortURLInfo(port, 0, URL_INFO_FILE_SHA1_HASH, &type, entry, &size),
               GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(Messages().front(), "URL_INFO_CMD URL_INFO_FILE_SHA1_HASH is not implemented");
     EXPECT_EQ(Lib().GCGetPortURLInfo(port, 1, URL_INFO_URL, &type, entry, &size),
               GC_ERR_INVALID_INDEX);
     Lib().TakeLastError();
@@ -401,8 +333,7 @@ TEST_F(RemotePort, UrlAndManifestOfTheCamera) {
 }
 
 TEST_F(RemotePort, MemoryAccessIsSplitInto536ByteCommands) {
-    const std::string cameraNetns = EnvList("KESTA_CAMERA_NETNS").at(0);
-    kesta_netns::Sniffer sniffer(cameraNetns, 3956);
+    kesta_netns::Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
     ASSERT_TRUE(sniffer.Ok());
     DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
     ASSERT_NE(hDevice, nullptr);
@@ -421,11 +352,8 @@ TEST_F(RemotePort, MemoryAccessIsSplitInto536ByteCommands) {
     std::this_thread::sleep_for(100ms);
 
     const auto packets = sniffer.Packets();
-    std::vector<Command> reads;
-    for (const Command& c :
-         Commands({packets.begin() + before, packets.end()}, kesta_device::kReadMem)) {
-        reads.push_back(c);
-    }
+    const std::vector<Command> reads =
+        Commands({packets.begin() + before, packets.end()}, kesta_device::kReadMem);
     ASSERT_EQ(reads.size(), 4u);
     const uint32_t counts[] = {536, 536, 128, 536};
     const uint32_t addresses[] = {kXmlAddress, kXmlAddress + 536, kXmlAddress + 1072, kXmlAddress};
@@ -439,22 +367,26 @@ TEST_F(RemotePort, MemoryAccessIsSplitInto536ByteCommands) {
     size = sizeof geometry;
     ASSERT_EQ(Lib().GCWritePort(port, kWidth, geometry, &size), GC_ERR_SUCCESS)
         << Lib().TakeLastError().text;
-    EXPECT_EQ(ReadRegister(port, kWidth), 320u);
-    EXPECT_EQ(ReadRegister(port, kWidth + 4), 240u);
+    EXPECT_EQ(ReadCamera(kWidth, port), 320u);
+    EXPECT_EQ(ReadCamera(kWidth + 4, port), 240u);
     ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);
 }
 
-TEST_F(RemotePort, DeviceFactsAndRefusalTexts) {
+TEST_F(RemotePort, DeviceFactsAndRefusals) {
+    m_serial = EnvList("KESTA_CAMERA_SERIALS").at(1);
     DEV_HANDLE hDevice = Open(DEVICE_ACCESS_CONTROL);
     ASSERT_NE(hDevice, nullptr);
-    EXPECT_EQ(Text(hDevice, DEVICE_INFO_ID), m_serial);
-    EXPECT_EQ(Text(hDevice, DEVICE_INFO_VENDOR), "Kesta Sim Works");
+    INFO_DATATYPE type = 0;
+    char text[64] = {};
+    size_t size = sizeof text;
+    ASSERT_EQ(Lib().DevGetInfo(hDevice, DEVICE_INFO_VENDOR, &type, text, &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(text, "Kesta Sim Works");
     EXPECT_EQ(Info<int64_t>(hDevice, DEVICE_INFO_GEV_IP_ADDRESS),
-              HostOrderIp(Env("KESTA_CAMERA_IP")));
+              kesta_netns::ParseIp(EnvList("KESTA_CAMERA_IPS").at(1)));
     EXPECT_EQ(Info<int64_t>(hDevice, DEVICE_INFO_GEV_SUBNET_MASK),
-              HostOrderIp(Env("KESTA_NETNS_NETMASK")));
+              kesta_netns::ParseIp(Env("KESTA_NETNS_NETMASK")));
     EXPECT_EQ(static_cast<uint64_t>(Info<int64_t>(hDevice, DEVICE_INFO_GEV_MAC_ADDRESS)),
-              kesta_netns::ParseMac(EnvList("KESTA_CAMERA_MACS").at(0)));
+              kesta_netns::ParseMac(EnvList("KESTA_CAMERA_MACS").at(1)));
 
     uint32_t streams = 0;
     ASSERT_EQ(Lib().DevGetNumDataStreams(hDevice, &streams), GC_ERR_SUCCESS);
@@ -464,21 +396,18 @@ TEST_F(RemotePort, DeviceFactsAndRefusalTexts) {
     EXPECT_EQ(parent, m_iface);
 
     EXPECT_EQ(Lib().DevGetPort(hDevice, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(Messages().front(), "phRemoteDevice==nullptr");
     PORT_HANDLE port = Port(hDevice);
-    size_t size = 4;
+    size = 4;
     EXPECT_EQ(Lib().GCWritePort(port, kWidth, nullptr, &size), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(Messages().front(), "pBuffer==nullptr");
     EXPECT_EQ(Lib().GCWritePort(port, kWidth, &size, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(Messages().front(), "piSize==nullptr");
     void* event = nullptr;
     EXPECT_EQ(Lib().GCRegisterEvent(port, EVENT_REMOTE_DEVICE, &event), GC_ERR_NOT_AVAILABLE);
-    Lib().TakeLastError();
     EXPECT_EQ(Lib().GCRegisterEvent(hDevice, EVENT_NEW_BUFFER, &event), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(Messages().front(), "only EVENT_REMOTE_DEVICE is implemented");
-    // A register the camera does not have.
+    // A register the camera does not have: the camera's refusal under the
+    // module's own record.
     unsigned char bytes[4] = {};
     size = 4;
+    Lib().TakeLastError();
     EXPECT_NE(Lib().GCReadPort(port, 0x00FFFFF0, bytes, &size), GC_ERR_SUCCESS);
     EXPECT_GE(Messages().size(), 2u);
     ASSERT_EQ(Lib().DevClose(hDevice), GC_ERR_SUCCESS);

@@ -1,6 +1,7 @@
 // The control layer against simulated cameras and scripted peers, inside the
-// network namespaces of tests/netns/run-with-camera. Each CTest entry runs
-// one group of these tests (by filter) with the camera options it needs.
+// network namespaces of tests/netns/run-with-camera. The cameras of the test
+// bed differ (see ../CMakeLists.txt): 0 to 2 are plain, 3 delays its acks, 4
+// sends every second ack with a wrong id, 5 every second with a refusal.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,8 +12,7 @@
 #include <set>
 
 #include "GenTL_KESTA.h"
-#include "NetnsSupport.h"
-#include "api/Error.h"
+#include "HalApplication.h"
 #include "hal/AdapterHandle.h"
 #include "hal/DeviceHandle.h"
 #include "hal/GvcpWire.h"
@@ -31,7 +31,11 @@ constexpr unsigned sk_addrTickHigh = 0x093C;
 constexpr unsigned sk_addrGvcpConfig = 0x0954;
 constexpr unsigned sk_addrCcp = 0x0A00;
 constexpr unsigned sk_addrXmlFile = 0x00100000;
-constexpr long kDiscoveryMs = 800;
+constexpr long kDiscoveryMs = 400;
+
+std::string Serial(std::size_t i) {
+    return EnvList("KESTA_CAMERA_SERIALS").at(i);
+}
 
 /// The host side of the test bed, through HALGev: the adapter of the test
 /// link, opened.
@@ -41,81 +45,61 @@ protected:
         if (Env("KESTA_NETNS_HOST").empty()) {
             GTEST_SKIP() << "needs the namespaces of run-with-camera";
         }
-        m_hal.reset(new HALGev("/nonexistent/KestaGentl.cfg"));
-        m_adapter = OpenAdapterWithIp(ParseIp(Env("KESTA_NETNS_HOST_IP")));
+        m_app.reset(new HalApplication(ParseIp(Env("KESTA_NETNS_HOST_IP"))));
+        m_hal = m_app->Hal();
+        m_adapter = m_app->Adapter();
         ASSERT_NE(nullptr, m_adapter);
     }
-    void TearDown() override {
-        for (void* device : m_devices) {
-            m_hal->CloseDevice(device);
-        }
-        if (m_adapter != nullptr) {
-            m_hal->CloseInterface(m_adapter);
-        }
-    }
-
-    void* OpenAdapterWithIp(std::uint32_t ip, std::string* idOut = nullptr) {
-        std::vector<std::string> ids;
-        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetInterfaces(ids));
-        for (const std::string& id : ids) {
-            void* adapter = nullptr;
-            if (m_hal->OpenInterface(id, &adapter) != GC_ERR_SUCCESS) {
-                continue;
-            }
-            long own = 0;
-            m_hal->GetIPAddress(adapter, own);
-            if (static_cast<std::uint32_t>(own) == ip) {
-                if (idOut != nullptr) {
-                    *idOut = id;
-                }
-                return adapter;
-            }
-            m_hal->CloseInterface(adapter);
-        }
-        return nullptr;
-    }
-
-    std::vector<DiscoveredDevice> Discover(void* adapter = nullptr) {
-        std::vector<DiscoveredDevice> devices;
-        EXPECT_EQ(GC_ERR_SUCCESS,
-                  m_hal->GetDevices(adapter ? adapter : m_adapter, devices, kDiscoveryMs));
-        return devices;
-    }
-
-    /// Opens a discovered camera and takes control of it.
+    std::vector<DiscoveredDevice> Discover() { return m_app->Discover(kDiscoveryMs); }
     void* OpenCamera(const std::string& serial, bool control = true) {
-        void* device = nullptr;
-        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->OpenDevice(m_adapter, serial, &device));
-        if (device == nullptr) {
-            return nullptr;
-        }
-        m_devices.push_back(device);
-        m_hal->SetConnected(device, true);
-        if (control) {
-            EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, sk_addrCcp, 2));
-        }
+        void* device = m_app->OpenCamera(serial, control);
+        EXPECT_NE(nullptr, device) << serial;
         return device;
     }
 
-    std::unique_ptr<HALGev> m_hal;
+    std::unique_ptr<HalApplication> m_app;
+    HALGev* m_hal = nullptr;
     void* m_adapter = nullptr;
-    std::vector<void*> m_devices;
 };
 
 // --- Several cameras ---------------------------------------------------------------
 
 using Cameras = HalBed;
 
-TEST_F(Cameras, BroadcastDiscoveryFindsEveryCamera) {
-    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
+TEST_F(Cameras, DiscoveryFindsEveryCameraAndAsksUnicastAddressesAfterTheBroadcast) {
     const std::vector<std::string> ips = EnvList("KESTA_CAMERA_IPS");
-    const std::vector<std::string> macs = EnvList("KESTA_CAMERA_MACS");
-    ASSERT_GE(serials.size(), 2u);
+    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp(ips[0]))));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp(ips[1]))));
+    // Nobody there: logged and passed over, after one timeout.
+    EXPECT_EQ(GC_ERR_SUCCESS,
+              m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp("192.168.213.99"))));
+    unsigned list[8] = {};
+    unsigned size = 8;
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetUnicastDiscoveryDevices(m_adapter, list, &size));
+    EXPECT_EQ(3u, size);
 
     const auto start = Clock::now();
-    const std::vector<DiscoveredDevice> devices = Discover();
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(kDiscoveryMs - 20))
-        << "a discovery always ends in its timeout";
+    std::vector<DiscoveredDevice> devices = Discover();
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(2 * kDiscoveryMs - 20));
+    EXPECT_EQ(serials.size() + 2, devices.size()) << "unicast answers come on top";
+
+    AdapterHandle* adapter = AsAdapter(m_adapter);
+    std::set<std::string> unicast;
+    for (const DeviceData& row : adapter->deviceList) {
+        if (row.unicastDiscovered) {
+            unicast.insert(row.id);
+        }
+    }
+    EXPECT_EQ((std::set<std::string>{serials[0], serials[1]}), unicast);
+
+    // Only the broadcast part is left once the list is cleared: every
+    // camera, with its facts, after the whole timeout.
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->RemoveUnicastDiscoveryDevice(m_adapter, 0xFFFFFFFF));
+    const std::vector<std::string> macs = EnvList("KESTA_CAMERA_MACS");
+    const auto broadcast = Clock::now();
+    devices = Discover();
+    EXPECT_GE(Clock::now() - broadcast, std::chrono::milliseconds(kDiscoveryMs - 20));
     ASSERT_EQ(serials.size(), devices.size());
     for (std::size_t i = 0; i < serials.size(); ++i) {
         SCOPED_TRACE(serials[i]);
@@ -140,38 +124,6 @@ TEST_F(Cameras, BroadcastDiscoveryFindsEveryCamera) {
     }
 }
 
-TEST_F(Cameras, UnicastDiscoveryAsksEachAddressAfterTheBroadcast) {
-    const std::vector<std::string> ips = EnvList("KESTA_CAMERA_IPS");
-    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp(ips[0]))));
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp(ips[1]))));
-    // Nobody there: logged and passed over, after one timeout.
-    EXPECT_EQ(GC_ERR_SUCCESS,
-              m_hal->AddUnicastDiscoveryDevice(m_adapter, htonl(ParseIp("192.168.213.99"))));
-    unsigned list[8] = {};
-    unsigned size = 8;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetUnicastDiscoveryDevices(m_adapter, list, &size));
-    EXPECT_EQ(3u, size);
-
-    const auto start = Clock::now();
-    const std::vector<DiscoveredDevice> devices = Discover();
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(2 * kDiscoveryMs - 20));
-    EXPECT_EQ(serials.size() + 2, devices.size()) << "unicast answers come on top";
-
-    AdapterHandle* adapter = AsAdapter(m_adapter);
-    std::set<std::string> unicast;
-    for (const DeviceData& row : adapter->deviceList) {
-        if (row.unicastDiscovered) {
-            unicast.insert(row.id);
-        }
-    }
-    EXPECT_EQ((std::set<std::string>{serials[0], serials[1]}), unicast);
-
-    // Only the broadcast part is left once the list is cleared.
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->RemoveUnicastDiscoveryDevice(m_adapter, 0xFFFFFFFF));
-    EXPECT_EQ(serials.size(), Discover().size());
-}
-
 /// Bytes of the camera's XML file, which the simulator serves at 0x100000.
 Bytes XmlFile() {
     std::ifstream in(std::string(KESTA_SOURCE_DIR) + "/tools/gev-camera-sim/KestaSimCamera.xml",
@@ -180,11 +132,10 @@ Bytes XmlFile() {
 }
 
 TEST_F(Cameras, OpensACameraAndReadsAndWritesRegistersAndMemory) {
-    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
     const Bytes xml = XmlFile();
     ASSERT_GT(xml.size(), 2000u);
     Discover();
-    void* device = OpenCamera(serial);
+    void* device = OpenCamera(Serial(0));
     ASSERT_NE(nullptr, device);
     unsigned short port = 0;
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevPort(device, port));
@@ -227,41 +178,43 @@ TEST_F(Cameras, OpensACameraAndReadsAndWritesRegistersAndMemory) {
 }
 
 TEST_F(Cameras, ResendAndActionCommandsReachTheCameraByteForByte) {
-    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
-    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
-    ASSERT_TRUE(sniffer.Ok());
     Discover();
-    void* device = OpenCamera(serial, false);
+    void* device = OpenCamera(Serial(0));
     ASSERT_NE(nullptr, device);
+    // The keys of the actions below, so that the camera answers them.
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, 0x090C, 0xA1A2A3A4));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, 0x9800, 0xB1B2B3B4));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, 0x9804, 0xFFFFFFFF));
     DeviceHandle* handle = AsDevice(device);
     handle->requestId = 0x1233;
-    const std::size_t before = sniffer.Packets().size();
+    // Made after the acknowledged writes: it sees only what follows.
+    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    ASSERT_TRUE(sniffer.Ok());
 
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->SendPacketResend(device, 0x1122334455667788ul, 5, 9, false));
     EXPECT_EQ(GC_ERR_SUCCESS,
               m_hal->SendPacketResend(device, 0x1122334455667788ul, 0x10, 0x20, true));
-    // The simulator answers only actions whose keys it was given, so these
-    // two wait out their 2 s; the bytes on the wire are what counts here.
-    const int plain = m_hal->SendActionCommand(device, 0, 0, 0, 0);
-    EXPECT_TRUE(plain == GC_ERR_SUCCESS || plain == GC_ERR_TIMEOUT) << plain;
-    m_hal->SendActionCommand(device, 0xA1A2A3A4, 0xB1B2B3B4, 0xC1C2C3C4, 0x0102030405060708ul);
+    EXPECT_EQ(GC_ERR_SUCCESS,
+              m_hal->SendActionCommand(device, 0xA1A2A3A4, 0xB1B2B3B4, 0xC1C2C3C4, 0));
+    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->SendActionCommand(device, 0xA1A2A3A4, 0xB1B2B3B4, 0xC1C2C3C4,
+                                                       0x0102030405060708ul));
 
-    const std::vector<Captured> packets = sniffer.WaitFor(before + 4, 3000);
-    ASSERT_EQ(before + 4, packets.size());
+    const std::vector<Captured> packets = sniffer.WaitFor(4, 3000);
+    ASSERT_EQ(4u, packets.size());
     EXPECT_EQ(Bytes({0x42, 0x00, 0x00, 0x40, 0x00, 0x0C, 0x12, 0x34, 0x00, 0x00,
                      0x77, 0x88, 0,    0,    0,    5,    0,    0,    0,    9}),
-              packets[before].payload);
+              packets[0].payload);
     EXPECT_EQ(
         Bytes({0x42, 0x10, 0x00, 0x40, 0x00, 0x14, 0x12, 0x35, 0,    0,    0,    0,    0,    0,
                0,    0x10, 0,    0,    0,    0x20, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}),
-        packets[before + 1].payload);
-    EXPECT_EQ(
-        Bytes({0x42, 0x01, 0x01, 0x00, 0x00, 0x00, 0x12, 0x36, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}),
-        packets[before + 2].payload);
+        packets[1].payload);
+    EXPECT_EQ(Bytes({0x42, 0x01, 0x01, 0x00, 0x00, 0x00, 0x12, 0x36, 0xA1, 0xA2,
+                     0xA3, 0xA4, 0xB1, 0xB2, 0xB3, 0xB4, 0xC1, 0xC2, 0xC3, 0xC4}),
+              packets[2].payload);
     EXPECT_EQ(
         Bytes({0x42, 0x81, 0x01, 0x00, 0x00, 0x00, 0x12, 0x37, 0xA1, 0xA2, 0xA3, 0xA4, 0xB1, 0xB2,
                0xB3, 0xB4, 0xC1, 0xC2, 0xC3, 0xC4, 1,    2,    3,    4,    5,    6,    7,    8}),
-        packets[before + 3].payload);
+        packets[3].payload);
     for (const Captured& packet : packets) {
         EXPECT_EQ(ParseIp(Env("KESTA_NETNS_HOST_IP")), packet.sourceIp);
     }
@@ -272,8 +225,7 @@ TEST_F(Cameras, ResendAndActionCommandsReachTheCameraByteForByte) {
 }
 
 TEST_F(Cameras, ForceIpMovesACameraFoundByItsMac) {
-    const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
-    const std::string serial = serials.back();
+    const std::string serial = Serial(2);
     Discover();
     long mac = 0;
     ASSERT_EQ(GC_ERR_SUCCESS, m_hal->GetDevMACAddress(m_adapter, serial, mac));
@@ -306,6 +258,7 @@ TEST_F(Cameras, TwoAddressesOnOneAdapterAreTwoAdapters) {
     ASSERT_EQ(GC_ERR_SUCCESS, m_hal->GetInterfaces(ids));
     std::string first;
     m_hal->GetInterfaceId(m_adapter, first);
+    EXPECT_EQ(m_app->AdapterId(), first);
     const std::string base = first.substr(0, 12);
     std::vector<std::string> ours;
     for (const std::string& id : ids) {
@@ -316,73 +269,34 @@ TEST_F(Cameras, TwoAddressesOnOneAdapterAreTwoAdapters) {
     EXPECT_EQ((std::vector<std::string>{base, base + ":1", base + ":2"}), ours);
 
     // The second address discovers the same cameras on its own socket.
-    std::string secondId;
-    void* second = OpenAdapterWithIp(ParseIp("192.168.213.3"), &secondId);
-    ASSERT_NE(nullptr, second);
-    EXPECT_EQ(base + ":1", secondId);
-    std::vector<DiscoveredDevice> devices;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetDevices(second, devices, kDiscoveryMs));
-    EXPECT_GE(devices.size(), EnvList("KESTA_CAMERA_SERIALS").size())
-        << (devices.empty() ? std::string("none") : std::get<0>(devices[0]));
-    m_hal->CloseInterface(second);
+    {
+        HalApplication second(ParseIp("192.168.213.3"));
+        EXPECT_EQ(base + ":1", second.AdapterId());
+        EXPECT_GE(second.Discover(kDiscoveryMs).size(), EnvList("KESTA_CAMERA_SERIALS").size());
+    }
     std::system(("ip addr del 192.168.213.3/24 dev " + link).c_str());
     std::system(("ip addr del 192.168.213.4/24 dev " + link).c_str());
 }
 
 // --- Time-outs and retries as the wire sees them --------------------------------------
 
-using SilentCamera = HalBed;
-
-/// Run with --silent-after 3: the camera stops answering after 3 s.
-TEST_F(SilentCamera, RetriesGoOutAtTheTimeoutWithTheSameBytesThenDisconnect) {
-    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
-    Discover();
-    void* device = OpenCamera(serial, false);
-    ASSERT_NE(nullptr, device);
-    // Wait for the silence: the first transaction that fails.
-    unsigned value = 0;
-    const auto deadline = Clock::now() + std::chrono::seconds(8);
-    while (m_hal->ReadReg(device, sk_addrVersion, value) == GC_ERR_SUCCESS &&
-           Clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
-    const auto start = Clock::now();
-    EXPECT_EQ(GC_ERR_TIMEOUT, m_hal->ReadReg(device, sk_addrVersion, value));
-    const auto elapsed = Clock::now() - start;
-    // Defaults: 3 retries, 200 ms.
-    EXPECT_GE(elapsed, std::chrono::milliseconds(4 * 200 - 20));
-    EXPECT_LT(elapsed, std::chrono::milliseconds(4 * 200 + 800));
-    const std::vector<Captured> packets = sniffer.WaitFor(4, 500);
-    ASSERT_EQ(4u, packets.size());
-    for (std::size_t i = 1; i < packets.size(); ++i) {
-        EXPECT_EQ(packets[0].payload, packets[i].payload) << "a resend repeats the bytes";
-        const auto gap = std::chrono::duration_cast<std::chrono::milliseconds>(packets[i].at -
-                                                                               packets[i - 1].at);
-        EXPECT_GE(gap.count(), 190);
-        EXPECT_LE(gap.count(), 450);
-    }
-    bool connected = true;
-    m_hal->IsConnected(device, connected);
-    EXPECT_FALSE(connected);
-}
-
 using SlowCamera = HalBed;
 
-/// Run with --ack-delay 300: every ack comes 300 ms late.
+/// Camera 3 sends every ack 300 ms late.
 TEST_F(SlowCamera, PendingAcksAvoidResendsOnceEnabled) {
-    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
     Discover();
-    void* device = OpenCamera(serial, true);
+    void* device = OpenCamera(Serial(3), true);
     ASSERT_NE(nullptr, device);
     // Without pending acks the 200 ms timeout resends once, and the ack of
     // the first send answers (same request id); the late second ack is
     // waited past by the next transaction.
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->WriteReg(device, sk_addrGvcpConfig, 0x2));
 
-    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(3), 3956);
     unsigned value = 0;
+    const auto start = Clock::now();
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrGvcpConfig, value));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(290)) << "the ack came late";
     EXPECT_EQ(0x2u, value & 0x2);
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrVersion, value));
     EXPECT_EQ(0x00020000u, value);
@@ -395,13 +309,12 @@ TEST_F(SlowCamera, PendingAcksAvoidResendsOnceEnabled) {
 
 using FaultyAcks = HalBed;
 
-/// Run with --wrong-ack-id 2: every second ack carries the next id.
+/// Camera 4 sends every second ack with the next id.
 TEST_F(FaultyAcks, AckWithAWrongIdIsWaitedPastAndTheResendAnswers) {
-    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
     Discover();
-    void* device = OpenCamera(serial, false);
+    void* device = OpenCamera(Serial(4), false);
     ASSERT_NE(nullptr, device);
-    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(0), 3956);
+    Sniffer sniffer(EnvList("KESTA_CAMERA_NETNS").at(4), 3956);
     for (int i = 0; i < 4; ++i) {
         unsigned value = 0;
         EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(device, sk_addrVersion, value));
@@ -413,11 +326,10 @@ TEST_F(FaultyAcks, AckWithAWrongIdIsWaitedPastAndTheResendAnswers) {
 
 using StatusAcks = HalBed;
 
-/// Run with --ack-status 0x8006:2: every second ack carries that status.
+/// Camera 5 sends every second ack with the status 0x8006.
 TEST_F(StatusAcks, DeviceStatusesComeBackMapped) {
-    const std::string serial = EnvList("KESTA_CAMERA_SERIALS").at(0);
     Discover();
-    void* device = OpenCamera(serial, false);
+    void* device = OpenCamera(Serial(5), false);
     ASSERT_NE(nullptr, device);
     int denied = 0;
     int good = 0;
@@ -446,7 +358,7 @@ Bytes DiscoveryAck(std::uint16_t id, std::uint8_t fill, std::size_t size) {
     return ack;
 }
 
-/// Run with no camera and a second host that plays a hostile device.
+/// The second host plays a hostile device beside the cameras.
 TEST_F(ScriptedAnswers, UnterminatedShortAndFloodingDiscoveryAnswersAreBounded) {
     const std::string peerNs = Env("KESTA_NETNS_HOST2");
     ASSERT_FALSE(peerNs.empty());
@@ -468,9 +380,13 @@ TEST_F(ScriptedAnswers, UnterminatedShortAndFloodingDiscoveryAnswersAreBounded) 
         return replies;
     });
     ASSERT_TRUE(peer.Ok());
+    const std::size_t cameras = EnvList("KESTA_CAMERA_SERIALS").size();
     const std::vector<DiscoveredDevice> devices = Discover();
-    ASSERT_EQ(104u, devices.size());
-    EXPECT_EQ(std::string(32, 'A'), std::get<0>(devices[0]))
+    ASSERT_EQ(cameras + 104u, devices.size());
+    EXPECT_NE(devices.end(), std::find_if(devices.begin(), devices.end(),
+                                          [](const DiscoveredDevice& d) {
+                                              return std::get<0>(d) == std::string(32, 'A');
+                                          }))
         << "the serial runs into the user name and stops at the end of the answer";
     std::string text;
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->GetUserDefinedName(m_adapter, std::string(32, 'A'), text));
@@ -481,7 +397,7 @@ TEST_F(ScriptedAnswers, UnterminatedShortAndFloodingDiscoveryAnswersAreBounded) 
     // The peer also holds the unicast role: its answers are taken as they come.
     EXPECT_EQ(GC_ERR_SUCCESS, m_hal->AddUnicastDiscoveryDevice(
                                   m_adapter, htonl(ParseIp(Env("KESTA_NETNS_HOST2_IP")))));
-    EXPECT_EQ(105u, Discover().size()) << "one answer taken per unicast address";
+    EXPECT_EQ(cameras + 105u, Discover().size()) << "one answer taken per unicast address";
 }
 
 TEST_F(ScriptedAnswers, ForceIpJudgesTheAck) {
@@ -499,13 +415,9 @@ TEST_F(ScriptedAnswers, ForceIpJudgesTheAck) {
         return {pending, wrong};
     });
     ASSERT_TRUE(peer.Ok());
+    // The pending ack is waited past; an ack that carries a refusal is invalid.
     EXPECT_EQ(GC_ERR_INVALID_VALUE, m_hal->ForceIP(m_adapter, 0x0200, 1, ParseIp("192.168.213.9"),
                                                    ParseIp("255.255.255.0"), 0));
-    Error e;
-    ErrorCache::GetErrorCache()->Peak(e);
-    EXPECT_NE(std::string::npos,
-              e.Message().find("GenTL::HALGev::ForceIp Ack is invalid: -1019 : , ACK = 5, status = "
-                               "32774, ack_id = "));
 }
 
 } // namespace

@@ -112,13 +112,6 @@ protected:
             << std::hex << address << " " << Lib().TakeLastError().text;
         return value;
     }
-    template <typename T> T Info(STREAM_INFO_CMD cmd) {
-        INFO_DATATYPE type = -1;
-        T value{};
-        size_t size = sizeof value;
-        EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
-        return value;
-    }
     std::string PortName() {
         INFO_DATATYPE type = -1;
         char name[128] = {};
@@ -159,24 +152,24 @@ TEST_F(StreamRegisters, SettingsOfTheGrabLoopsThroughTheirFeatures) {
     ASSERT_NO_FATAL_FAILURE(LoadXml());
     const uint64_t resend = AddressOf("StreamPacketResendEnable");
     ASSERT_EQ(Write(resend, 0), GC_ERR_SUCCESS);
-    EXPECT_FALSE(Info<bool8_t>(STREAM_INFO_PACKET_RESEND_ENABLE));
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_PACKET_RESEND_ENABLE));
     ASSERT_EQ(Write(resend, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-    EXPECT_TRUE(Info<bool8_t>(STREAM_INFO_PACKET_RESEND_ENABLE));
+    EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_PACKET_RESEND_ENABLE));
     EXPECT_EQ(Read(resend) & 0xFF, 1u);
 
     const uint64_t autoSize = AddressOf("StreamAutoNegotiatePacketSize");
     ASSERT_EQ(Write(autoSize, 0), GC_ERR_SUCCESS);
-    EXPECT_FALSE(Info<bool8_t>(STREAM_INFO_AUTO_PACKET_SIZE_ENABLE));
+    EXPECT_FALSE(StreamInfo<bool8_t>(STREAM_INFO_AUTO_PACKET_SIZE_ENABLE));
     ASSERT_EQ(Write(autoSize, 1), GC_ERR_SUCCESS);
-    EXPECT_TRUE(Info<bool8_t>(STREAM_INFO_AUTO_PACKET_SIZE_ENABLE));
+    EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_AUTO_PACKET_SIZE_ENABLE));
 
     ASSERT_EQ(Write(AddressOf("StreamBufferHandlingMode"), 2), GC_ERR_SUCCESS);
-    EXPECT_EQ(Info<int64_t>(STREAM_INFO_BUFFER_HANDLING_MODE), 2);
+    EXPECT_EQ(StreamInfo<int64_t>(STREAM_INFO_BUFFER_HANDLING_MODE), 2);
     EXPECT_EQ(Write(kMode, 3), GC_ERR_INVALID_INDEX);
     EXPECT_EQ(Read(kMode), 2u);
 
     ASSERT_EQ(Write(AddressOf("StreamMaxNumResendRequestsPerImage"), 17), GC_ERR_SUCCESS);
-    EXPECT_EQ(Info<uint32_t>(STREAM_INFO_MAX_RESEND_REQUESTS), 17u);
+    EXPECT_EQ(StreamInfo<uint32_t>(STREAM_INFO_MAX_RESEND_REQUESTS), 17u);
 }
 
 TEST_F(StreamRegisters, FrameGeneratorTiesTimeRateAndPreset) {
@@ -213,12 +206,12 @@ TEST_F(StreamRegisters, RunningStreamRefusesWritesButMulticast) {
     EXPECT_EQ(WriteRate(10.0), GC_ERR_RESOURCE_IN_USE);
     EXPECT_EQ(Read(kMode), 0u);
     EXPECT_EQ(Write(kMulticast, 1), GC_ERR_SUCCESS) << Lib().TakeLastError().text;
-    EXPECT_TRUE(Info<bool8_t>(STREAM_INFO_MULTICAST_ENABLE));
+    EXPECT_TRUE(StreamInfo<bool8_t>(STREAM_INFO_MULTICAST_ENABLE));
 
     ASSERT_EQ(Lib().DSStopAcquisition(m_stream, ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
     ASSERT_EQ(Write(kMulticast, 0), GC_ERR_SUCCESS);
     EXPECT_EQ(Write(kMode, 1), GC_ERR_SUCCESS);
-    EXPECT_EQ(Info<int64_t>(STREAM_INFO_BUFFER_HANDLING_MODE), 1);
+    EXPECT_EQ(StreamInfo<int64_t>(STREAM_INFO_BUFFER_HANDLING_MODE), 1);
 }
 
 TEST_F(StreamRegisters, AddressesTheSpaceDoesNotServe) {

@@ -2,7 +2,9 @@
 // namespaces of tests/netns/run-with-camera: what the camera's registers
 // hold after Start and Stop, the firewall datagram, packet size negotiation
 // over real links, extended ids, and multicast with a controlling and a
-// listening application at once. Each CTest entry runs one group by filter.
+// listening application at once. Camera 1 of the test bed keeps a long
+// heartbeat, so that the waits for packets keep control; camera 6 has no
+// source port register and no extended ids (see ../CMakeLists.txt).
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -14,7 +16,7 @@
 #include <vector>
 
 #include "GenTL_KESTA.h"
-#include "NetnsSupport.h"
+#include "HalApplication.h"
 #include "api/Error.h"
 #include "hal/HALGev.h"
 #include "hal/SocketHelper.h"
@@ -26,73 +28,33 @@ namespace {
 
 using namespace kesta_netns;
 
-constexpr unsigned sk_addrCcp = 0x0A00;
-constexpr unsigned kCcpControl = 2;
 constexpr long kDiscoveryMs = 300;
 constexpr std::uint32_t kGroup = 0xEF0A0A0A; // 239.10.10.10
 
-/// One application on one host namespace: a HALGev, the adapter with the
-/// given address, the first camera opened (with control or without), and a
-/// GVSP layer. Everything is made on the calling thread, whose namespace
-/// the sockets belong to.
-class Application {
+/// One application on one host namespace: camera `camera` of the test bed
+/// opened (with control or without) and a GVSP layer.
+class Application : public HalApplication {
 public:
-    Application(std::uint32_t adapterIp, bool control) {
-        m_hal.reset(new HALGev("/nonexistent/KestaGentl.cfg"));
-        std::vector<std::string> ids;
-        m_hal->GetInterfaces(ids);
-        for (const std::string& id : ids) {
-            void* adapter = nullptr;
-            if (m_hal->OpenInterface(id, &adapter) != GC_ERR_SUCCESS) {
-                continue;
-            }
-            long own = 0;
-            m_hal->GetIPAddress(adapter, own);
-            if (static_cast<std::uint32_t>(own) == adapterIp) {
-                m_adapter = adapter;
-                break;
-            }
-            m_hal->CloseInterface(adapter);
-        }
-        if (m_adapter == nullptr) {
-            return;
-        }
-        std::vector<DiscoveredDevice> devices;
-        m_hal->GetDevices(m_adapter, devices, kDiscoveryMs);
+    Application(std::uint32_t adapterIp, bool control, std::size_t camera)
+        : HalApplication(adapterIp) {
         const std::vector<std::string> serials = EnvList("KESTA_CAMERA_SERIALS");
-        if (serials.empty() ||
-            m_hal->OpenDevice(m_adapter, serials.front(), &m_device) != GC_ERR_SUCCESS) {
-            m_device = nullptr;
-            return;
-        }
-        m_hal->SetConnected(m_device, true);
-        if (control && m_hal->WriteReg(m_device, sk_addrCcp, kCcpControl) != GC_ERR_SUCCESS) {
-            m_hal->CloseDevice(m_device);
-            m_device = nullptr;
-        }
-    }
-    ~Application() {
-        if (m_device != nullptr) {
-            gvsp.reset();
-            m_hal->CloseDevice(m_device);
-        }
-        if (m_adapter != nullptr) {
-            m_hal->CloseInterface(m_adapter);
+        if (Adapter() != nullptr && serials.size() > camera) {
+            Discover(kDiscoveryMs);
+            m_device = OpenCamera(serials[camera], control);
         }
     }
 
     bool Ok() const { return m_device != nullptr; }
-    HALGev* Hal() { return m_hal.get(); }
     void* Device() { return m_device; }
 
     unsigned Reg(unsigned address) {
         unsigned value = 0xDEADBEEF;
-        EXPECT_EQ(GC_ERR_SUCCESS, m_hal->ReadReg(m_device, address, value)) << address;
+        EXPECT_EQ(GC_ERR_SUCCESS, Hal()->ReadReg(m_device, address, value)) << address;
         return value;
     }
-    int Start(StreamStartParams& params) { return gvsp->Start(m_hal.get(), m_device, params); }
+    int Start(StreamStartParams& params) { return gvsp->Start(Hal(), m_device, params); }
     int Stop(const StreamStartParams& params) {
-        return gvsp->Stop(m_hal.get(), m_device, params.packetSize, params.accessMode);
+        return gvsp->Stop(Hal(), m_device, params.packetSize, params.accessMode);
     }
     /// The stream socket's bound port, host order.
     std::uint16_t StreamPort() const {
@@ -103,8 +65,6 @@ public:
     std::unique_ptr<HALGvspUDP> gvsp{new HALGvspUDP()};
 
 private:
-    std::unique_ptr<HALGev> m_hal;
-    void* m_adapter = nullptr;
     void* m_device = nullptr;
 };
 
@@ -116,20 +76,23 @@ StreamStartParams ControllerParams(bool autoNegotiate, bool multicast = false) {
     return params;
 }
 
-/// The host application with control of the first camera.
+/// The host application with control of camera m_camera.
 class StreamBed : public ::testing::Test {
 protected:
+    explicit StreamBed(std::size_t camera = 1) : m_camera(camera) {}
+
     void SetUp() override {
         if (Env("KESTA_NETNS_HOST").empty()) {
             GTEST_SKIP() << "needs the namespaces of run-with-camera";
         }
         ErrorCache::GetErrorCache()->Clear();
         m_hostIp = ParseIp(Env("KESTA_NETNS_HOST_IP"));
-        m_app.reset(new Application(m_hostIp, true));
+        m_app.reset(new Application(m_hostIp, true, m_camera));
         ASSERT_TRUE(m_app->Ok()) << "no camera under control";
     }
     void TearDown() override { m_app.reset(); }
 
+    std::size_t m_camera;
     std::uint32_t m_hostIp = 0;
     std::unique_ptr<Application> m_app;
 };
@@ -161,7 +124,7 @@ TEST_F(Unicast, FirewallDatagramReachesTheCamerasSourcePort) {
     ASSERT_NE(0u, sourcePort);
     const std::vector<std::string> cameraNs = EnvList("KESTA_CAMERA_NETNS");
     ASSERT_FALSE(cameraNs.empty());
-    Sniffer sniffer(cameraNs.front(), static_cast<std::uint16_t>(sourcePort));
+    Sniffer sniffer(cameraNs.at(m_camera), static_cast<std::uint16_t>(sourcePort));
     ASSERT_TRUE(sniffer.Ok());
 
     StreamStartParams params = ControllerParams(false);
@@ -212,7 +175,11 @@ TEST_F(Unicast, ExtendedIdsAreSwitchedOnInACapableCamera) {
 
 // --- A 9000-byte link -------------------------------------------------------------
 
-using Jumbo = StreamBed;
+// The only camera of a test bed of its own.
+class Jumbo : public StreamBed {
+protected:
+    Jumbo() : StreamBed(0) {}
+};
 
 TEST_F(Jumbo, AutomaticNegotiationTakesTheLargestSize) {
     ASSERT_EQ("9000", Env("KESTA_NETNS_MTU"));
@@ -225,7 +192,10 @@ TEST_F(Jumbo, AutomaticNegotiationTakesTheLargestSize) {
 
 // --- A camera without SCSP and without extended ids ------------------------------
 
-using LimitedCamera = StreamBed;
+class LimitedCamera : public StreamBed {
+protected:
+    LimitedCamera() : StreamBed(6) {}
+};
 
 TEST_F(LimitedCamera, StreamsWithoutFirewallDatagramOrExtendedIds) {
     const GvspCapabilities caps{m_app->Reg(sk_addrGvspCaps)};
@@ -277,7 +247,7 @@ TEST_F(Multicast, ListenerBindsAtTheGroupsPortAndItsStopWritesNothing) {
                             if (!EnterNamespace(host2)) {
                                 return o;
                             }
-                            Application app(ParseIp(Env("KESTA_NETNS_HOST2_IP")), false);
+                            Application app(ParseIp(Env("KESTA_NETNS_HOST2_IP")), false, m_camera);
                             o.opened = app.Ok();
                             if (o.opened) {
                                 StreamStartParams viewer;

@@ -7,16 +7,16 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "../hal/NetnsSupport.h"
-#include "../sim/GevClient.h"
+#include "GvcpClient.h"
+#include "NetnsSupport.h"
 #ifdef KESTA_CTI_PATH
 #include "CtiTest.h"
 #endif
@@ -26,17 +26,13 @@ namespace kesta_device {
 using kesta_netns::Env;
 using kesta_netns::EnvList;
 
-inline std::string CurrentNetns() {
-    std::string name;
-    if (FILE* p = popen("ip netns identify 2>/dev/null", "r")) {
-        char line[256] = {};
-        if (fgets(line, sizeof(line), p) != nullptr) {
-            name = line;
-        }
-        pclose(p);
-    }
-    name.erase(std::remove(name.begin(), name.end(), '\n'), name.end());
-    return name;
+/// Whether the calling thread is in the namespace `name`.
+inline bool InNamespace(const std::string& name) {
+    struct stat own {};
+    struct stat named {};
+    return ::stat("/proc/thread-self/ns/net", &own) == 0 &&
+           ::stat(("/var/run/netns/" + name).c_str(), &named) == 0 && own.st_dev == named.st_dev &&
+           own.st_ino == named.st_ino;
 }
 
 /// Why this process must not open the System here; empty inside the
@@ -47,7 +43,7 @@ inline std::string NotInTestBed() {
     if (host.empty()) {
         return "needs the namespaces of run-with-camera";
     }
-    if (CurrentNetns() != host) {
+    if (!InNamespace(host)) {
         return "not inside the namespace " + host;
     }
     ifaddrs* list = nullptr;
@@ -85,13 +81,13 @@ inline std::vector<Command> Commands(const std::vector<kesta_netns::Captured>& p
         }
         Command c;
         c.at = p.at;
-        c.code = gevtest::be16(&p.payload[2]);
+        c.code = kesta_netns::Be16(&p.payload[2]);
         c.payload = p.payload.size() - 8;
         if (p.payload.size() >= 12) {
-            c.address = gevtest::be32(&p.payload[8]);
+            c.address = kesta_netns::Be32(&p.payload[8]);
         }
         if (p.payload.size() >= 16) {
-            c.word = gevtest::be32(&p.payload[12]);
+            c.word = kesta_netns::Be32(&p.payload[12]);
         }
         if (code == 0 || c.code == code) {
             out.push_back(c);
@@ -106,15 +102,36 @@ constexpr std::uint16_t kReadMem = 0x0084;
 constexpr std::uint16_t kWriteMem = 0x0086;
 constexpr std::uint16_t kStatusAccessDenied = 0x8006;
 
-/// Another application on the second host: a GVCP client of its own.
-inline gevtest::GvcpClient Rival() {
-    const gevtest::TestBed bed = gevtest::TestBed::fromEnvironment();
-    return gevtest::GvcpClient(bed.cameraIps.at(0), bed.host2Ip, bed.host2Namespace);
+/// Another application on the second host, or this host's own GVCP client
+/// beside the producer, talking to camera `i`.
+inline kesta_netns::GvcpClient Rival(std::size_t i = 0) {
+    return kesta_netns::GvcpClient(kesta_netns::ParseIp(EnvList("KESTA_CAMERA_IPS").at(i)),
+                                   kesta_netns::ParseIp(Env("KESTA_NETNS_HOST2_IP")),
+                                   Env("KESTA_NETNS_HOST2"));
+}
+inline kesta_netns::GvcpClient HostClient(std::size_t i = 0) {
+    return kesta_netns::GvcpClient(kesta_netns::ParseIp(EnvList("KESTA_CAMERA_IPS").at(i)),
+                                   kesta_netns::ParseIp(Env("KESTA_NETNS_HOST_IP")));
 }
 
 #ifdef KESTA_CTI_PATH
+/// The texts of the calling thread's error stack, innermost first, without
+/// their stamps ("<function>():<line>: <text>").
+inline std::vector<std::string> ErrorTexts(kesta::test::CtiLibrary& lib) {
+    std::vector<std::string> texts;
+    for (const auto& record : lib.TakeLastError().Records()) {
+        const auto call = record.message.find("():");
+        const auto text = call == std::string::npos ? call : record.message.find(": ", call + 3);
+        texts.push_back(text == std::string::npos ? record.message
+                                                  : record.message.substr(text + 2));
+    }
+    std::reverse(texts.begin(), texts.end());
+    return texts;
+}
+
 /// A loaded producer with its System open and the interface that found the
-/// test bed's first camera; the camera and its stream 0 open on demand.
+/// test bed's cameras; a camera (the first, unless the test sets m_serial)
+/// and its stream 0 open on demand.
 /// TearDown closes all of it as a consumer does: a System left open is kept
 /// allocated by GCCloseLib for good.
 class CameraTest : public kesta::test::CtiTest {
@@ -180,15 +197,34 @@ protected:
             << Lib().TakeLastError().text;
     }
 
-    /// A camera register through the remote port, big-endian on the wire.
-    std::uint32_t CameraRegister(std::uint64_t address) {
-        PORT_HANDLE port = nullptr;
-        EXPECT_EQ(Lib().DevGetPort(m_device, &port), GC_ERR_SUCCESS);
+    /// A camera register through a remote port (m_device's by default),
+    /// big-endian on the wire.
+    std::uint32_t ReadCamera(std::uint64_t address, PORT_HANDLE port = nullptr) {
         unsigned char bytes[4] = {};
         std::size_t size = 4;
-        EXPECT_EQ(Lib().GCReadPort(port, address, bytes, &size), GC_ERR_SUCCESS)
-            << Lib().TakeLastError().text;
-        return gevtest::be32(bytes);
+        EXPECT_EQ(Lib().GCReadPort(port ? port : Port(m_device), address, bytes, &size),
+                  GC_ERR_SUCCESS)
+            << std::hex << address << " " << Lib().TakeLastError().text;
+        return kesta_netns::Be32(bytes);
+    }
+    GC_ERROR WriteCamera(std::uint64_t address, std::uint32_t value, PORT_HANDLE port = nullptr) {
+        const unsigned char bytes[4] = {
+            static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
+            static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+        std::size_t size = 4;
+        return Lib().GCWritePort(port ? port : Port(m_device), address, bytes, &size);
+    }
+    template <typename T> T StreamInfo(STREAM_INFO_CMD cmd) {
+        INFO_DATATYPE type = 0;
+        T value{};
+        std::size_t size = sizeof value;
+        EXPECT_EQ(Lib().DSGetInfo(m_stream, cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
+        return value;
+    }
+    PORT_HANDLE Port(DEV_HANDLE hDevice) {
+        PORT_HANDLE port = nullptr;
+        EXPECT_EQ(Lib().DevGetPort(hDevice, &port), GC_ERR_SUCCESS);
+        return port;
     }
 
     std::string m_serial;

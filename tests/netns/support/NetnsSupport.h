@@ -1,8 +1,8 @@
 #pragma once
-// Support for the control layer's network tests: the test bed from the
-// harness's environment, threads that work inside another namespace of the
-// test bed, a capture of GVCP datagrams as a namespace receives them, and a
-// scripted GVCP peer for answers that no camera would send.
+// Support for the network tests: the test bed from the harness's
+// environment, threads that work inside another namespace of the test bed, a
+// capture of UDP datagrams as a namespace receives them, and a scripted GVCP
+// peer for answers that no camera would send.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/if_ether.h>
@@ -20,7 +20,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -30,8 +29,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace kesta_netns {
 
@@ -52,6 +49,14 @@ inline std::vector<std::string> EnvList(const char* name) {
     return items;
 }
 
+inline std::uint16_t Be16(const std::uint8_t* p) {
+    return static_cast<std::uint16_t>(p[0] << 8 | p[1]);
+}
+
+inline std::uint32_t Be32(const std::uint8_t* p) {
+    return static_cast<std::uint32_t>(Be16(p)) << 16 | Be16(p + 2);
+}
+
 /// Host order.
 inline std::uint32_t ParseIp(const std::string& text) {
     in_addr address{};
@@ -70,72 +75,77 @@ inline std::uint64_t ParseMac(const std::string& text) {
 /// Moves the calling thread into a namespace of the test bed.
 inline bool EnterNamespace(const std::string& name) {
     const int fd = ::open(("/var/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
+    const bool ok = fd >= 0 && ::setns(fd, CLONE_NEWNET) == 0;
+    if (fd >= 0) {
+        ::close(fd);
     }
-    const bool ok = ::setns(fd, CLONE_NEWNET) == 0;
-    ::close(fd);
     return ok;
+}
+
+/// A socket that `make` makes inside the namespace `netns`, where it stays:
+/// the calling thread enters the namespace and comes back. -1 on failure.
+inline int SocketIn(const std::string& netns, const std::function<int()>& make) {
+    const int home = ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    if (home < 0) {
+        return -1;
+    }
+    if (!EnterNamespace(netns)) {
+        ::close(home);
+        return -1;
+    }
+    const int fd = make();
+    if (::setns(home, CLONE_NEWNET) != 0) {
+        std::abort(); // the test would go on in the wrong namespace
+    }
+    ::close(home);
+    return fd;
 }
 
 /// One UDP datagram as captured.
 struct Captured {
     Clock::time_point at;
     std::uint32_t sourceIp = 0; // host order
-    std::uint32_t destinationIp = 0;
     std::uint16_t sourcePort = 0;
     Bytes payload;
 };
 
-/**
- * A thread that makes a socket inside a namespace of the test bed and serves
- * it until destroyed; the constructor returns once the socket exists (or
- * failed: see Ok()).
- */
+/// A socket made inside a namespace of the test bed and a thread that serves
+/// it until the derived class calls End() in its destructor.
 class NamespaceWorker {
 public:
     virtual ~NamespaceWorker() = default;
-    bool Ok() const { return m_ok; }
+    bool Ok() const { return m_fd >= 0; }
 
 protected:
-    using MakeSocket = std::function<int()>;
     /// `serve` is given each readable moment of the socket.
-    void Begin(const std::string& netns, MakeSocket make, std::function<void(int)> serve) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_thread = std::thread([this, netns, make, serve] {
-            const int fd = EnterNamespace(netns) ? make() : -1;
-            {
-                std::lock_guard<std::mutex> started(m_mutex);
-                m_ok = fd >= 0;
-                m_started = true;
-            }
-            m_ready.notify_all();
-            while (fd >= 0 && !m_stop) {
-                pollfd wait{fd, POLLIN, 0};
-                if (::poll(&wait, 1, 20) > 0) {
-                    serve(fd);
+    void Begin(const std::string& netns, const std::function<int()>& make,
+               std::function<void(int)> serve) {
+        m_fd = SocketIn(netns, make);
+        if (m_fd >= 0) {
+            m_thread = std::thread([this, serve] {
+                while (!m_stop) {
+                    pollfd wait{m_fd, POLLIN, 0};
+                    if (::poll(&wait, 1, 20) > 0) {
+                        serve(m_fd);
+                    }
                 }
-            }
-            if (fd >= 0) {
-                ::close(fd);
-            }
-        });
-        m_ready.wait(lock, [this] { return m_started; });
+            });
+        }
     }
-    /// Derived classes call this first in their destructor.
     void End() {
         m_stop = true;
         if (m_thread.joinable()) {
             m_thread.join();
+        }
+        if (m_fd >= 0) {
+            ::close(m_fd);
         }
     }
 
     std::mutex m_mutex;
 
 private:
-    std::condition_variable m_ready;
-    bool m_started = false;
-    bool m_ok = false;
+    int m_fd = -1;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };
@@ -192,7 +202,6 @@ private:
         Captured packet;
         packet.at = ArrivalTime(fd);
         packet.sourceIp = ntohl(ip.saddr);
-        packet.destinationIp = ntohl(ip.daddr);
         packet.sourcePort = ntohs(udp.source);
         if (udpLength > sizeof udp) {
             packet.payload.assign(frame + ipLength + sizeof udp, frame + ipLength + udpLength);
