@@ -328,6 +328,9 @@ def main():
     coverage = load_coverage(Path(args.coverage_build))
     build = Path(args.build)
     configure(build, ["-DCMAKE_BUILD_TYPE=Release", "-DKESTA_WERROR=OFF"])
+    # A test that fails without any mutant would "kill" every one.
+    if run(["ctest", "-L", "unit", "-j", str(os.cpu_count()), "--timeout", "120"], build) != 0:
+        sys.exit(f"unit tests fail without a mutant: {', '.join(last_failed(build))}")
 
     original = {}
     def restore(*_):
