@@ -59,20 +59,6 @@ protected:
         EXPECT_EQ(m_device->GetInfo(cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
         return size == 4 ? static_cast<int>(value) : value;
     }
-    bool Flag(int cmd) {
-        int type = 0;
-        bool value = false;
-        unsigned long size = 1;
-        EXPECT_EQ(m_device->GetInfo(cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
-        return value;
-    }
-    std::string Text(int cmd) {
-        int type = 0;
-        char text[128] = {};
-        unsigned long size = sizeof text;
-        EXPECT_EQ(m_device->GetInfo(cmd, &type, text, &size), GC_ERR_SUCCESS) << cmd;
-        return text;
-    }
 
     FakeHALGev m_hal;
     void* m_hDevice = nullptr;
@@ -81,22 +67,7 @@ protected:
     bool m_opened = false;
 };
 
-TEST_F(DeviceGevTest, FactsComeFromTheHandleWithFallbacks) {
-    EXPECT_EQ(Text(DEVICE_INFO_ID), "FAKE0001");
-    EXPECT_EQ(Text(DEVICE_INFO_DISPLAYNAME), "FakeModel ( FAKE0001 ) ");
-    // Each network fact from its own field of the camera.
-    FakeHALGev::Camera& camera = m_hal.cameras["FAKE0001"];
-    camera.ip = 11, camera.mask = 12, camera.mac = 13, camera.gateway = 14;
-    camera.dhcp = camera.lla = true, camera.persistentIp = false;
-    EXPECT_EQ(Number(DEVICE_INFO_GEV_IP_ADDRESS), 11);
-    EXPECT_EQ(Number(DEVICE_INFO_GEV_SUBNET_MASK), 12);
-    EXPECT_EQ(Number(DEVICE_INFO_GEV_MAC_ADDRESS), 13);
-    EXPECT_EQ(Number(DEVICE_INFO_GEV_DEFAULT_GATEWAY), 14);
-    EXPECT_TRUE(Flag(DEVICE_INFO_GEV_CONFIG_DHCP));
-    EXPECT_FALSE(Flag(DEVICE_INFO_GEV_CONFIG_PERSISTENT_IP));
-    EXPECT_TRUE(Flag(DEVICE_INFO_GEV_CONFIG_LLA));
-
-    // Without a handle every fact fails: the texts stand in.
+TEST_F(DeviceGevTest, FactsWithoutAHandleFallBackToTexts) {
     DeviceGev blind(&m_hal, "X", nullptr, nullptr);
     int type = 0;
     char text[64] = {};
@@ -179,31 +150,6 @@ TEST_F(DeviceGevTest, SetInfoWritesThePrivilegeAndTheMechanism) {
 
     EXPECT_EQ(m_device->SetInfo(DEVICE_INFO_VENDOR, INFO_DATATYPE_INT64, &value, 8),
               GC_ERR_NOT_IMPLEMENTED);
-}
-
-TEST_F(DeviceGevTest, StreamListPortUrlAndEvents) {
-    ASSERT_EQ(Open(DEVICE_ACCESS_READONLY), GC_ERR_SUCCESS);
-    char id[8] = {};
-    unsigned long size = 0;
-    ASSERT_EQ(m_device->GetDataStreamID(1, nullptr, &size), GC_ERR_SUCCESS);
-    EXPECT_EQ(size, 2u);
-    ASSERT_EQ(m_device->GetDataStreamID(1, id, &size), GC_ERR_SUCCESS);
-    EXPECT_STREQ(id, "1");
-    EXPECT_EQ(m_device->GetDataStreamID(2, id, &size), GC_ERR_INVALID_INDEX);
-    size = 1;
-    EXPECT_EQ(m_device->GetDataStreamID(0, id, &size), GC_ERR_BUFFER_TOO_SMALL);
-
-    void* stream = nullptr;
-    EXPECT_EQ(m_device->OpenDataStream("7", &stream), GC_ERR_INVALID_ID);
-
-    ASSERT_EQ(m_device->GetPortURL(nullptr, &size), GC_ERR_SUCCESS);
-    const std::string url = "local:SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml;"
-                            "F0F00000;7A1D?SchemaVersion=1.0.0";
-    EXPECT_EQ(size, url.size() + 1);
-
-    void* event = nullptr;
-    EXPECT_EQ(m_device->RegisterEvent(EVENT_NEW_BUFFER, &event), GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(m_device->UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_NOT_INITIALIZED);
 }
 
 } // namespace
