@@ -1,5 +1,7 @@
 // The walk from a feature to its register and the encoding of values, on an
-// XML of the test's own over a camera kept in memory.
+// XML of the test's own over a camera kept in memory: the node kinds and
+// byte orders the simulated camera's XML does not have (the grab of
+// tests/netns/cli sets and reads its integers, enumerations and floats).
 #include <cstring>
 #include <map>
 #include <string>
@@ -53,20 +55,6 @@ const char kXml[] = R"(<?xml version="1.0" encoding="utf-8"?>
     <Endianess>LittleEndian</Endianess>
     <StructEntry Name="GainEntry"><LSB>4</LSB><MSB>11</MSB><Sign>Signed</Sign></StructEntry>
   </StructReg>
-  <Enumeration Name="PixelFormat">
-    <EnumEntry Name="Mono8"><Value>0x01080001</Value></EnumEntry>
-    <EnumEntry Name="Mono16"><Value>0x01100007</Value></EnumEntry>
-    <pValue>PixelFormatReg</pValue>
-  </Enumeration>
-  <IntReg Name="PixelFormatReg">
-    <Address>0x10008</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
-    <Endianess>BigEndian</Endianess>
-  </IntReg>
-  <Float Name="AcquisitionFrameRate"><pValue>RateReg</pValue></Float>
-  <FloatReg Name="RateReg">
-    <Address>0x1001C</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
-    <Endianess>BigEndian</Endianess>
-  </FloatReg>
   <Float Name="Exposure"><pValue>ExposureReg</pValue></Float>
   <FloatReg Name="ExposureReg">
     <Address>0x4000</Address><Length>8</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
@@ -103,7 +91,6 @@ public:
         return true;
     }
     bool Write(std::uint64_t address, const void* data, std::size_t size, std::string&) override {
-        ++writes;
         for (std::size_t i = 0; i < size; ++i) {
             bytes[address + i] = static_cast<const std::uint8_t*>(data)[i];
         }
@@ -115,7 +102,6 @@ public:
     }
 
     std::map<std::uint64_t, std::uint8_t> bytes;
-    int writes = 0;
 };
 
 class FeatureMapTest : public ::testing::Test {
@@ -124,53 +110,12 @@ protected:
         std::string error;
         ASSERT_TRUE(resolver.Load(kXml, sizeof kXml - 1, error)) << error;
     }
-    FeatureRegister Resolved(const std::string& name) {
-        FeatureRegister reg;
-        std::string error;
-        EXPECT_TRUE(resolver.Resolve(name, reg, error)) << error;
-        return reg;
-    }
 
     XmlFeatureResolver resolver;
     MemoryRegisters memory;
     FeatureMap features{resolver, memory};
     std::string error;
 };
-
-TEST_F(FeatureMapTest, WalksPassThroughNodesToTheRegister) {
-    FeatureRegister width = Resolved("Width");
-    EXPECT_EQ(width.address, 0x10000u);
-    EXPECT_EQ(width.length, 4u);
-    EXPECT_TRUE(width.bigEndian);
-    EXPECT_EQ(width.registerNode, "WidthReg");
-
-    // Through a Group, a pass-through converter and a one-variable swiss knife;
-    // two Address elements add up.
-    FeatureRegister height = Resolved("Height");
-    EXPECT_EQ(height.registerNode, "HeightReg");
-    EXPECT_EQ(height.address, 0x20004u);
-    EXPECT_EQ(height.length, 2u);
-    EXPECT_FALSE(height.bigEndian); // the default byte order is little-endian
-    EXPECT_FALSE(height.writable == false);
-
-    FeatureRegister packet = Resolved("PacketSize");
-    EXPECT_EQ(packet.shift, 0u); // big-endian LSB 31 is the value's bit 0
-    EXPECT_EQ(packet.width, 16u);
-    FeatureRegister fire = Resolved("FireTest");
-    EXPECT_EQ(fire.shift, 31u);
-    EXPECT_EQ(fire.width, 1u);
-    FeatureRegister gain = Resolved("Gain"); // a StructEntry takes its StructReg's address
-    EXPECT_EQ(gain.address, 0x3000u);
-    EXPECT_EQ(gain.shift, 4u);
-    EXPECT_EQ(gain.width, 8u);
-    EXPECT_TRUE(gain.isSigned);
-
-    FeatureRegister format = Resolved("PixelFormat");
-    EXPECT_EQ(format.kind, FeatureRegister::Kind::Enumeration);
-    EXPECT_EQ(format.entries.at("Mono16"), 0x01100007);
-    EXPECT_FALSE(Resolved("AcquisitionStart").readable);
-    EXPECT_FALSE(Resolved("PayloadSize").writable);
-}
 
 TEST_F(FeatureMapTest, RefusesWhatNeedsAGenApiEngineAndSaysWhere) {
     const std::pair<const char*, const char*> refusals[] = {
@@ -192,8 +137,6 @@ TEST_F(FeatureMapTest, RefusesWhatNeedsAGenApiEngineAndSaysWhere) {
 }
 
 TEST_F(FeatureMapTest, ValuesAreEncodedAsTheRegisterWants) {
-    ASSERT_TRUE(features.SetInteger("Width", 640, error)) << error;
-    EXPECT_EQ(memory.BigEndian32(0x10000), 640u);
     ASSERT_TRUE(features.SetInteger("Height", 0x1234, error)) << error;
     EXPECT_EQ(memory.bytes[0x20004], 0x34); // little-endian, 2 bytes
     EXPECT_EQ(memory.bytes[0x20005], 0x12);
@@ -201,19 +144,7 @@ TEST_F(FeatureMapTest, ValuesAreEncodedAsTheRegisterWants) {
     EXPECT_FALSE(features.SetInteger("Height", 0x10000, error)); // does not fit in 16 bits
     EXPECT_NE(error.find("does not fit"), std::string::npos);
 
-    ASSERT_TRUE(features.SetEnumeration("PixelFormat", "Mono16", error)) << error;
-    EXPECT_EQ(memory.BigEndian32(0x10008), 0x01100007u);
-    std::string entry;
-    ASSERT_TRUE(features.GetEnumeration("PixelFormat", entry, error));
-    EXPECT_EQ(entry, "Mono16");
-    EXPECT_FALSE(features.SetEnumeration("PixelFormat", "RGB8", error));
-    EXPECT_NE(error.find("has no entry RGB8; it has: Mono16 Mono8"), std::string::npos) << error;
-
-    ASSERT_TRUE(features.SetFloat("AcquisitionFrameRate", 50.0, error));
-    EXPECT_EQ(memory.BigEndian32(0x1001C), 0x42480000u); // 50.0f
     double rate = 0;
-    ASSERT_TRUE(features.GetFloat("AcquisitionFrameRate", rate, error));
-    EXPECT_EQ(rate, 50.0);
     ASSERT_TRUE(features.SetFloat("Exposure", 1234.5, error));
     ASSERT_TRUE(features.GetFloat("Exposure", rate, error));
     EXPECT_EQ(rate, 1234.5);
