@@ -25,66 +25,6 @@ GenTLHandle* H(void* handle) {
     return static_cast<GenTLHandle*>(handle);
 }
 
-TEST_F(StateMachineTest, AnnounceRefusalsAndIndexQueries) {
-    char memory[16];
-    void* h = nullptr;
-    EXPECT_EQ(sm.AnnounceBuffer(nullptr, 16, nullptr, &h, nullptr), GC_ERR_INVALID_ADDRESS);
-    EXPECT_EQ(sm.AnnounceBuffer(memory, 16, nullptr, nullptr, nullptr), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(sm.AnnounceBuffer(memory, 0, nullptr, &h, nullptr), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(sm.GetBufferIDFromIndex(0), nullptr);
-
-    boost::asio::io_service service;
-    ASSERT_EQ(sm.AnnounceBuffer(memory, 16, memory + 1, &h, &service), GC_ERR_SUCCESS);
-    void* twice = nullptr;
-    EXPECT_EQ(sm.AnnounceBuffer(memory, 16, nullptr, &twice, nullptr), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_NE(BufferOf(h)->nextPacketTimer, nullptr);
-
-    // Own memory comes zeroed; size 0 is not refused here.
-    void* own = nullptr;
-    ASSERT_EQ(sm.AllocAndAnnounceBuffer(8, nullptr, &own, nullptr), GC_ERR_SUCCESS);
-    EXPECT_EQ(std::count(BufferOf(own)->base, BufferOf(own)->base + 8, 0), 8);
-    void* empty = nullptr;
-    EXPECT_EQ(sm.AllocAndAnnounceBuffer(0, nullptr, &empty, nullptr), GC_ERR_SUCCESS);
-
-    EXPECT_EQ(sm.GetBufferIDFromIndex(2), empty);
-    EXPECT_EQ(sm.GetBufferIDFromIndex(4), nullptr);
-    EXPECT_THROW(sm.GetBufferIDFromIndex(3), std::out_of_range) << "an index equal to the count";
-    // Its timers must go before their service does.
-    EXPECT_EQ(sm.RevokeBuffer(h, nullptr, nullptr), GC_ERR_SUCCESS);
-}
-
-TEST_F(StateMachineTest, RevokeOnlyFromAnnounceAndGivesMemoryBack) {
-    char memory[16];
-    void* h = nullptr;
-    ASSERT_EQ(sm.AnnounceBuffer(memory, 16, memory + 3, &h, nullptr), GC_ERR_SUCCESS);
-    std::uint64_t garbage[2] = {1, 2};
-    EXPECT_EQ(sm.RevokeBuffer(garbage, nullptr, nullptr), GC_ERR_INVALID_HANDLE);
-
-    // Refused in BS_INPUT, yet the address is free for a new announce.
-    ASSERT_EQ(sm.QueueBufferToInput(h), GC_ERR_SUCCESS);
-    EXPECT_EQ(sm.RevokeBuffer(h, nullptr, nullptr), GC_ERR_BUSY);
-    void* again = nullptr;
-    ASSERT_EQ(sm.AnnounceBuffer(memory, 16, nullptr, &again, nullptr), GC_ERR_SUCCESS);
-    EXPECT_EQ(sm.RevokeBuffer(again, nullptr, nullptr), GC_ERR_SUCCESS);
-
-    ASSERT_EQ(sm.FlushQueue(ACQ_QUEUE_ALL_DISCARD, OldestFirst, false), GC_ERR_SUCCESS);
-    void* gotMemory = nullptr;
-    void* gotUser = nullptr;
-    EXPECT_EQ(sm.RevokeBuffer(h, &gotMemory, &gotUser), GC_ERR_SUCCESS);
-    EXPECT_EQ(gotMemory, memory);
-    EXPECT_EQ(gotUser, memory + 3);
-
-    // Own memory is freed and reported as null.
-    Announce(1);
-    EXPECT_EQ(sm.RevokeBuffer(handles[0], &gotMemory, &gotUser), GC_ERR_SUCCESS);
-    EXPECT_EQ(gotMemory, nullptr);
-
-    BufferStateMachine other;
-    void* foreign = nullptr;
-    ASSERT_EQ(other.AllocAndAnnounceBuffer(8, nullptr, &foreign, nullptr), GC_ERR_SUCCESS);
-    EXPECT_EQ(sm.RevokeBuffer(foreign, nullptr, nullptr), GC_ERR_INVALID_HANDLE);
-}
-
 TEST_F(StateMachineTest, QueueingRefusesWrongStatesAndStrangers) {
     Announce(1);
     std::uint64_t garbage[2] = {1, 2};
