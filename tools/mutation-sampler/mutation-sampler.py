@@ -245,14 +245,15 @@ def build_targets(build, targets=()):
     return run(cmd, ROOT) == 0
 
 
-def judge(build, place, coverage, budget):
+def judge(build, place, coverage, budget, unit_timeout=120):
     """Builds and runs the tests that can see the mutant; returns (verdict,
     by, unit tests that failed twice)."""
     if not build_targets(build, UNIT_TARGETS):
         return "did not build", "", []
-    status = run(["ctest", "-L", "unit", "-j", str(os.cpu_count()), "--timeout", "120"], build,
+    limit = str(unit_timeout)
+    status = run(["ctest", "-L", "unit", "-j", str(os.cpu_count()), "--timeout", limit], build,
                  timeout=900)
-    if status != 0 and run(["ctest", "--rerun-failed", "--timeout", "120"], build,
+    if status != 0 and run(["ctest", "--rerun-failed", "--timeout", limit], build,
                            timeout=900) != 0:
         return "killed", "unit tests", last_failed(build)
     seeing = sorted((t for t, c in coverage.items() if place in c["lines"]),
@@ -309,6 +310,9 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--budget", type=int, default=180,
                         help="seconds of network tests per mutant (default 180)")
+    parser.add_argument("--unit-timeout", type=int, default=120,
+                        help="seconds a unit test may take before it counts as failed; a "
+                        "mutant that makes tests hang costs this much per test (default 120)")
     parser.add_argument("--out", default="mutation-report.json")
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
     parser.add_argument("--build", default=str(ROOT / "build-mut"))
@@ -372,7 +376,7 @@ def main():
                 continue
             original[path] = path.read_text()
             apply(path, site)
-            verdict, by, killers = judge(build, place, coverage, args.budget)
+            verdict, by, killers = judge(build, place, coverage, args.budget, args.unit_timeout)
             path.write_text(original.pop(path))
             entry = {"place": place, "kind": site[1], "from": site[2].strip(),
                      "to": site[3].strip(), "verdict": verdict, "by": by}
