@@ -152,4 +152,10 @@ TEST_F(DeviceGevTest, SetInfoWritesThePrivilegeAndTheMechanism) {
               GC_ERR_NOT_IMPLEMENTED);
 }
 
+TEST_F(DeviceGevTest, OnlyTheRemoteDeviceEventIsServedAndItsChannelStartsClosed) {
+    ASSERT_EQ(Open(DEVICE_ACCESS_READONLY), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_device->UnregisterEvent(EVENT_NEW_BUFFER), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(m_device->UnregisterEvent(EVENT_REMOTE_DEVICE), GC_ERR_NOT_INITIALIZED);
+}
+
 } // namespace

@@ -85,6 +85,18 @@ TEST_F(InterfaceGevTest, DeviceListChangesBySetOfIdAndAddress) {
     EXPECT_EQ(iface->GetNumDevices(nullptr), GC_ERR_INVALID_PARAMETER);
 }
 
+TEST_F(InterfaceGevTest, DeviceIdAndDisplayNameAfterAnUpdate) {
+    ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
+    char text[32] = {};
+    unsigned long size = sizeof(text);
+    ASSERT_EQ(iface->GetDeviceID(1, text, &size), 0);
+    EXPECT_STREQ(text, "SN2");
+    int type = 0;
+    size = sizeof(text);
+    ASSERT_EQ(iface->GetDeviceInfo("SN2", DEVICE_INFO_DISPLAYNAME, &type, text, &size), 0);
+    EXPECT_STREQ(text, "Kamera 2 ( SN2 ) ");
+}
+
 TEST_F(InterfaceGevTest, OpenDeviceRefusalsLeaveNothingBehind) {
     void* hDevice = nullptr;
     ASSERT_EQ(iface->UpdateDeviceList(nullptr, 100), 0);
