@@ -1,8 +1,7 @@
 // DeviceGev over a camera in memory: what Open writes for each flag and
-// capability, how a failing step is undone, the switchover key, and the
-// device's own info, stream list and events. (Claiming and releasing a
-// camera, rivals, unknown flags, the switchover itself and a silent camera
-// are tested in tests/netns.)
+// capability, how a failing step is undone, the access status it sets, and
+// the events it serves. (Claiming and releasing a camera, rivals, unknown
+// flags, the switchover key and a silent camera are tested in tests/netns.)
 #include <algorithm>
 #include <chrono>
 #include <string>
@@ -26,7 +25,6 @@ constexpr unsigned kHeartbeat = 0x0938;
 constexpr unsigned kCapability = 0x0934;
 constexpr unsigned kGvcpConfig = 0x0954;
 constexpr unsigned kPendingTimeout = 0x0958;
-constexpr unsigned kSwitchoverKey = 0x095C;
 constexpr unsigned kCapPendingAck = 1u << 5;
 
 class DeviceGevTest : public ::testing::Test {
@@ -67,24 +65,6 @@ protected:
     bool m_opened = false;
 };
 
-TEST_F(DeviceGevTest, FactsWithoutAHandleFallBackToTexts) {
-    DeviceGev blind(&m_hal, "X", nullptr, nullptr);
-    int type = 0;
-    char text[64] = {};
-    for (const auto& [cmd, fallback] :
-         {std::pair<int, const char*>{DEVICE_INFO_ID, "Unknown Device ID"},
-          {DEVICE_INFO_SERIAL_NUMBER, "Unknown Serial Number"},
-          {DEVICE_INFO_MODEL, "Unknown Model Name"}}) {
-        unsigned long size = sizeof text;
-        ASSERT_EQ(blind.GetInfo(cmd, &type, text, &size), GC_ERR_SUCCESS);
-        EXPECT_STREQ(text, fallback);
-    }
-    unsigned long size = sizeof text;
-    EXPECT_EQ(m_device->GetInfo(77, &type, text, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(CachedError::Take().count, 2u); // the base's refusal and the forwarding line
-    EXPECT_EQ(m_device->Device::GetInfo(77, &type, text, &size), GC_ERR_INVALID_INDEX);
-}
-
 TEST_F(DeviceGevTest, OpenFollowsTheFlagAndTheCamerasCapabilities) {
     // Exclusive sets both low bits; no pending acks without the capability;
     // an unreadable pending timeout means 200 ms.
@@ -95,20 +75,6 @@ TEST_F(DeviceGevTest, OpenFollowsTheFlagAndTheCamerasCapabilities) {
     EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value & 0xFFu, 3u);
     EXPECT_TRUE(m_hal.WritesTo(kGvcpConfig).empty());
     EXPECT_EQ(m_hal.deviceTimeoutMs, 200);
-}
-
-TEST_F(DeviceGevTest, SwitchoverKeyGoesIntoTheHighHalfAndARefusalIsNamed) {
-    unsigned short key = 0xBEEF;
-    ASSERT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_SUCCESS);
-    EXPECT_TRUE(m_hal.WritesTo(kSwitchoverKey).empty()); // not written before control
-    ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
-    EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value, 0xBEEF0006u);
-    unsigned short kept = 0;
-    ASSERT_EQ(m_device->GetCcpSwitchoverKey(&kept), GC_ERR_SUCCESS);
-    EXPECT_EQ(kept, 0xBEEF);
-    EXPECT_EQ(m_device->GetCcpSwitchoverKey(nullptr), GC_ERR_INVALID_HANDLE);
-    m_hal.Fail(kSwitchoverKey, GC_ERR_ACCESS_DENIED);
-    EXPECT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_ACCESS_DENIED);
 }
 
 TEST_F(DeviceGevTest, AFailingStepOfOpenUndoesEverything) {

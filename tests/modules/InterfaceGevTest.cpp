@@ -43,15 +43,6 @@ protected:
     GenTL::InterfaceGev* iface = nullptr;
 };
 
-TEST_F(InterfaceGevTest, AnAdapterWithoutIdIsNamedAsUnknown) {
-    hal.interfaceIdFails = true;
-    void* adapter = nullptr;
-    ASSERT_EQ(hal.OpenInterface("x", &adapter), 0);
-    GenTL::InterfaceGev unnamed(&hal, nullptr, adapter);
-    EXPECT_EQ(unnamed.GetId(), "Failed to Get InterfaceId");
-    EXPECT_EQ(unnamed.GetDisplayName(), "GigEInterface ( unknown MAC )");
-}
-
 TEST_F(InterfaceGevTest, DeviceListChangesBySetOfIdAndAddress) {
     unsigned int count = 7;
     ASSERT_EQ(iface->GetNumDevices(&count), 0);
