@@ -1,7 +1,8 @@
 // DeviceGev over a camera in memory: what Open writes for each flag and
-// capability, how a failing step is undone, the access status it sets, and
-// the events it serves. (Claiming and releasing a camera, rivals, unknown
-// flags, the switchover key and a silent camera are tested in tests/netns.)
+// capability (the switchover key included), how a failing step is undone,
+// the access status it sets, and the events it serves. (Claiming and
+// releasing a camera, rivals, unknown flags, a switchover by a rival and a
+// silent camera are tested in tests/netns.)
 #include <algorithm>
 #include <chrono>
 #include <string>
@@ -75,6 +76,13 @@ TEST_F(DeviceGevTest, OpenFollowsTheFlagAndTheCamerasCapabilities) {
     EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value & 0xFFu, 3u);
     EXPECT_TRUE(m_hal.WritesTo(kGvcpConfig).empty());
     EXPECT_EQ(m_hal.deviceTimeoutMs, 200);
+}
+
+TEST_F(DeviceGevTest, SwitchoverKeyGoesIntoTheHighHalfOfTheClaim) {
+    unsigned short key = 0xBEEF;
+    ASSERT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_SUCCESS);
+    ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
+    EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value, 0xBEEF0006u);
 }
 
 TEST_F(DeviceGevTest, AFailingStepOfOpenUndoesEverything) {
