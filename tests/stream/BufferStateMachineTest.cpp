@@ -25,25 +25,6 @@ GenTLHandle* H(void* handle) {
     return static_cast<GenTLHandle*>(handle);
 }
 
-TEST_F(StateMachineTest, QueueingRefusesWrongStatesAndStrangers) {
-    Announce(1);
-    std::uint64_t garbage[2] = {1, 2};
-    EXPECT_EQ(sm.QueueBufferToInput(nullptr), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(sm.QueueBufferToInput(garbage), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(sm.QueueBufferToOutput(nullptr), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(sm.QueueBufferToOutput(H(handles[0])), GC_ERR_INVALID_BUFFER);
-
-    ASSERT_EQ(sm.QueueBufferToInput(handles[0]), GC_ERR_SUCCESS);
-    EXPECT_EQ(sm.QueueBufferToInput(handles[0]), GC_ERR_INVALID_BUFFER);
-    EXPECT_EQ(sm.GetInputBufferQueueSize(), 1UL);
-
-    // A buffer in the output queue is refused and stays there.
-    ASSERT_TRUE(ProduceBlock(1, OldestFirst));
-    EXPECT_EQ(sm.QueueBufferToInput(handles[0]), GC_ERR_INVALID_BUFFER);
-    EXPECT_EQ(StateOf(handles[0]), BS_OUTPUT);
-    EXPECT_EQ(sm.GetOutputBufferQueueSize(), 1UL);
-}
-
 // One buffer in each state: [0] announce, [1] input, [2] fill, [3] output,
 // [4] user.
 struct Scene : StateMachineTest {

@@ -235,18 +235,4 @@ TEST_F(TcpStreamTest, BuffersKeepRoomForTheHeader) {
     // `allocated` stays announced: the stream frees it at destruction.
 }
 
-TEST_F(TcpStreamTest, StartRefusesByCodeAndStaysGrabbingAfterALayerFailure) {
-    auto* gvsp = new FakeGvsp();
-    ASSERT_EQ(stream.Open(gvsp), GC_ERR_SUCCESS);
-    EXPECT_EQ(stream.StartAcquisition(0, 1), GC_ERR_INVALID_BUFFER);
-    EXPECT_NE(CachedError::Take().message.find("GC_ERR_INVALID_BUFFER"), std::string::npos);
-    void* h = nullptr;
-    ASSERT_EQ(stream.AllocAndAnnounceBuffer(100, nullptr, &h), GC_ERR_SUCCESS);
-    gvsp->startResult = GC_ERR_RESOURCE_IN_USE;
-    EXPECT_EQ(stream.StartAcquisition(0, 1), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_TRUE(Info<bool>(stream, STREAM_INFO_IS_GRABBING));
-    ASSERT_EQ(stream.StopAcquisition(0), GC_ERR_SUCCESS);
-    EXPECT_EQ(gvsp->stops, 1);
-}
-
 } // namespace
