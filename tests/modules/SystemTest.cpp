@@ -63,28 +63,6 @@ protected:
     GenTL::System* system = nullptr;
 };
 
-TEST_F(SystemTest, OpenListsTheAdaptersAndTheIdsAreHandedOutWithTheirSizes) {
-    ASSERT_EQ(system->Open(), 0);
-    unsigned int count = 0;
-    ASSERT_EQ(system->GetNumInterfaces(&count), 0);
-    EXPECT_EQ(count, 3u);
-    EXPECT_EQ(InterfaceID(0), "0a1b2c3d4e5f");
-    EXPECT_EQ(InterfaceID(2), "00aabbccddee:1");
-
-    unsigned long size = 12; // one short of the terminator
-    char id[16];
-    EXPECT_EQ(system->GetInterfaceID(0, id, &size), GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(system->GetInterfaceID(3, id, &size), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(system->GetNumInterfaces(nullptr), GC_ERR_INVALID_PARAMETER);
-
-    // A hot-plugged adapter counts only after the next update.
-    hal->interfaces.push_back("feedfeedfeed");
-    ASSERT_EQ(system->GetNumInterfaces(&count), 0);
-    EXPECT_EQ(count, 3u);
-    EXPECT_EQ(system->Close(), 0);
-    EXPECT_TRUE(log.destroyed);
-}
-
 TEST_F(SystemTest, AFailedOpenDeletesTheControlLayerAndChainsTheCause) {
     hal->getInterfacesResult = GC_ERR_IO;
     EXPECT_EQ(system->Open(), GC_ERR_IO);
