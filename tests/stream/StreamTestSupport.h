@@ -181,7 +181,6 @@ inline void SetUpCamera(kesta::test::FakeHALGev& hal) {
 class FakeGvsp : public GenTL::IHALGvspUDP {
 public:
     int Start(GenTL::IHALGev*, void*, GenTL::StreamStartParams& params) override {
-        ++starts;
         started = params;
         params.packetSize = 1500;
         params.interPacketExpiry = 45;
@@ -194,7 +193,6 @@ public:
         return GC_ERR_SUCCESS;
     }
     int ConfigureExtendedId(GenTL::IHALGev*, void*, bool legacy, bool& extendedId) override {
-        legacyAsked = legacy;
         extendedId = !legacy;
         return GC_ERR_SUCCESS;
     }
@@ -209,11 +207,9 @@ public:
         return GC_ERR_SUCCESS;
     }
 
-    int starts = 0;
     int stops = 0;
     int leaderSignals = 0;
     int startResult = GC_ERR_SUCCESS;
-    bool legacyAsked = false;
     GenTL::StreamStartParams started;
 };
 
