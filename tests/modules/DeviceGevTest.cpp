@@ -59,12 +59,29 @@ protected:
         return size == 4 ? static_cast<int>(value) : value;
     }
 
+    bool Flag(int cmd) {
+        int type = 0;
+        bool value = false;
+        unsigned long size = 1;
+        EXPECT_EQ(m_device->GetInfo(cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
+        return value;
+    }
+
     FakeHALGev m_hal;
     void* m_hDevice = nullptr;
     void* m_hIface = reinterpret_cast<void*>(0x2);
     std::unique_ptr<DeviceGev> m_device;
     bool m_opened = false;
 };
+
+// The other facts are read by the device tests of tests/netns.
+TEST_F(DeviceGevTest, IpConfigurationFlagsComeEachFromItsOwnField) {
+    FakeHALGev::Camera& camera = m_hal.cameras["FAKE0001"];
+    camera.dhcp = camera.lla = true, camera.persistentIp = false;
+    EXPECT_TRUE(Flag(DEVICE_INFO_GEV_CONFIG_DHCP));
+    EXPECT_FALSE(Flag(DEVICE_INFO_GEV_CONFIG_PERSISTENT_IP));
+    EXPECT_TRUE(Flag(DEVICE_INFO_GEV_CONFIG_LLA));
+}
 
 TEST_F(DeviceGevTest, OpenFollowsTheFlagAndTheCamerasCapabilities) {
     // Exclusive sets both low bits; no pending acks without the capability;
@@ -83,6 +100,9 @@ TEST_F(DeviceGevTest, SwitchoverKeyGoesIntoTheHighHalfOfTheClaim) {
     ASSERT_EQ(m_device->SetCcpSwitchoverKey(&key), GC_ERR_SUCCESS);
     ASSERT_EQ(Open(DEVICE_ACCESS_CONTROL), GC_ERR_SUCCESS);
     EXPECT_EQ(m_hal.WritesTo(kCcp)[0].value, 0xBEEF0006u);
+    unsigned short kept = 0;
+    ASSERT_EQ(m_device->GetCcpSwitchoverKey(&kept), GC_ERR_SUCCESS);
+    EXPECT_EQ(kept, 0xBEEF);
 }
 
 TEST_F(DeviceGevTest, AFailingStepOfOpenUndoesEverything) {

@@ -63,6 +63,14 @@ protected:
     GenTL::System* system = nullptr;
 };
 
+TEST_F(SystemTest, DisplayNameIsTheProducers) {
+    int type = 0;
+    char text[64] = {};
+    unsigned long size = sizeof text;
+    ASSERT_EQ(system->GetInfo(TL_INFO_DISPLAYNAME, &type, text, &size), GC_ERR_SUCCESS);
+    EXPECT_STREQ(text, "Kesta Optic Works GenTL Module");
+}
+
 TEST_F(SystemTest, AFailedOpenDeletesTheControlLayerAndChainsTheCause) {
     hal->getInterfacesResult = GC_ERR_IO;
     EXPECT_EQ(system->Open(), GC_ERR_IO);
