@@ -78,6 +78,9 @@ TEST_F(UdpStreamTest, WhileGrabbingItDoesNotCloseAndAStopFreesTheLeaderWait) {
     ASSERT_EQ(stream.StartAcquisition(0, GENTL_INFINITE), GC_ERR_SUCCESS);
     EXPECT_EQ(stream.Close(), GC_ERR_RESOURCE_IN_USE);
     EXPECT_EQ(stream.StopAcquisition(7), GC_ERR_INVALID_INDEX);
+    void* parent = nullptr;
+    ASSERT_EQ(stream.GetParentDev(&parent), GC_ERR_SUCCESS);
+    EXPECT_EQ(parent, &g_parent);
     ASSERT_EQ(stream.StopAcquisition(ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
     EXPECT_EQ(gvsp->stops, 1);
     EXPECT_GE(gvsp->leaderSignals, 1);
@@ -128,6 +131,21 @@ TEST_F(UdpStreamTest, BufferInfoByPayloadType) {
     Buffer* b = BufferOf(h);
     b->payloadType = 0x4001;
     b->isNewData = true;
+    // Each image fact from its own field.
+    const std::pair<int, std::uint64_t Buffer::*> facts[] = {
+        {BUFFER_INFO_WIDTH, &Buffer::width},       {BUFFER_INFO_HEIGHT, &Buffer::height},
+        {BUFFER_INFO_XOFFSET, &Buffer::xOffset},   {BUFFER_INFO_YOFFSET, &Buffer::yOffset},
+        {BUFFER_INFO_XPADDING, &Buffer::xPadding}, {BUFFER_INFO_YPADDING, &Buffer::yPadding},
+    };
+    std::uint64_t distinct = 11;
+    for (const auto& [cmd, field] : facts) {
+        b->*field = distinct++;
+    }
+    distinct = 11;
+    for (const auto& [cmd, field] : facts) {
+        ASSERT_EQ(stream.GetBufferInfo(h, cmd, &type, &value, &size), GC_ERR_SUCCESS) << cmd;
+        EXPECT_EQ(value, distinct++) << cmd;
+    }
     // New data reads true once.
     bool flag = false;
     size = 1;
