@@ -1,7 +1,7 @@
 // The exported frames over modules of every kind, in process against the
-// static library: the port functions of every kind, what a module of the
-// wrong kind gets, and what the close functions delete when the module
-// fails. Calls with handles of the right kind run in tests/netns.
+// static library: what a module of the wrong kind gets, and what the close
+// functions delete when the module fails. Calls with handles of the right
+// kind (the port functions of every module kind included) run in tests/netns.
 
 #include <set>
 #include <string>
@@ -61,46 +61,6 @@ protected:
 private:
     std::set<void*> m_handles;
 };
-
-// Dispatch: which module operation each family reaches
-
-TEST_F(Frame, PortFunctionsReachTheOwnPortOfEveryModuleKind) {
-    FakeSystem system;
-    FakeInterface iface;
-    FakeDevice device;
-    FakeDataStream stream;
-    FakeBuffer buffer;
-    const std::vector<std::pair<GenTL::IBaseModule*, std::vector<std::string>*>> modules = {
-        {&system, &system.calls},
-        {&iface, &iface.calls},
-        {&device, &device.calls},
-        {&stream, &stream.calls},
-        {&buffer, &buffer.calls}};
-    for (const auto& [module, calls] : modules) {
-        void* h = Handle(module);
-        size_t size = 4;
-        char data[4] = {};
-        int32_t type = 0;
-        uint32_t count = 0;
-        void* out = nullptr;
-        PORT_REGISTER_STACK_ENTRY entry{0, data, sizeof(data)};
-        size_t entries = 1;
-        EXPECT_EQ(GCReadPort(h, 0x100, data, &size), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCWritePort(h, 0x100, data, &size), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCGetPortURL(h, nullptr, &size), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCGetPortInfo(h, PORT_INFO_ID, &type, nullptr, &size), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCRegisterEvent(h, EVENT_NEW_BUFFER, &out), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCUnregisterEvent(h, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCGetNumPortURLs(h, &count), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCGetPortURLInfo(h, 0, URL_INFO_URL, &type, nullptr, &size), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCReadPortStacked(h, &entry, &entries), GC_ERR_SUCCESS);
-        EXPECT_EQ(GCWritePortStacked(h, &entry, &entries), GC_ERR_SUCCESS);
-        EXPECT_EQ(*calls, (std::vector<std::string>{
-                              "ReadPort", "WritePort", "GetPortURL", "GetPortInfo", "RegisterEvent",
-                              "UnregisterEvent", "GetNumPortURLs", "GetPortURLInfo",
-                              "ReadPortStacked", "WritePortStacked"}));
-    }
-}
 
 // Handles of the wrong kind
 

@@ -1,4 +1,5 @@
-// The size and type rules of the info marshalling.
+// The size and type rules of the info marshalling (size queries are made by
+// every test of tests/netns).
 
 #include <cstring>
 #include <string>
@@ -25,27 +26,6 @@ protected:
     const InfoUtility info;
     int type = -1;
 };
-
-TEST_F(InfoUtilityTest, SizeQueryAndTooSmallBufferWriteTheTypeOnly) {
-    unsigned char buffer[8] = {};
-    unsigned long size = 0;
-    EXPECT_EQ(info.SetInfo(std::string("hello"), &type, nullptr, &size, false), GC_ERR_SUCCESS);
-    EXPECT_EQ(type, INFO_DATATYPE_STRING);
-    EXPECT_EQ(size, 6u);
-
-    size = 2;
-    EXPECT_EQ(info.SetInfo(1u, &type, buffer, &size, false), GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(type, INFO_DATATYPE_UINT32);
-    EXPECT_EQ(size, 2u);
-    EXPECT_TRUE(Recorded());
-
-    size = 5;
-    EXPECT_EQ(info.SetInfo(std::string("hello"), &type, buffer, &size, false),
-              GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(size, 5u);
-
-    EXPECT_EQ(info.SetInfo(1u, nullptr, buffer, &size, false), GC_ERR_INVALID_PARAMETER);
-}
 
 TEST_F(InfoUtilityTest, StringClearsTheWholeBufferGiven) {
     char buffer[16];

@@ -77,21 +77,6 @@ TEST_F(MessageChannelTest, AnnounceQueueAndRevoke) {
     EXPECT_EQ(Info(MC_INFO_NUM_ANNOUNCED), 0u);
 }
 
-TEST_F(MessageChannelTest, HandlesOfOtherKindsAreRefused) {
-    GenTL::RemoteDeviceEvent notABuffer(&channel);
-    void* h = nullptr;
-    ASSERT_EQ(GenTL::AllocateHandle(&h, static_cast<IEvent*>(&notABuffer)), GC_ERR_SUCCESS);
-    EXPECT_EQ(channel.QueueBuffer(h), GC_ERR_INVALID_HANDLE);
-    int type = 0;
-    std::uint64_t value = 0;
-    unsigned long size = sizeof value;
-    EXPECT_EQ(channel.GetBufferInfo(h, BUFFER_INFO_SIZE, &type, &value, &size),
-              GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(channel.RevokeBuffer(h, nullptr), GC_ERR_INVALID_HANDLE);
-    GenTL::DeleteHandle(h);
-    EXPECT_EQ(channel.QueueBuffer(nullptr), GC_ERR_INVALID_HANDLE);
-}
-
 TEST_F(MessageChannelTest, BufferInfoCountsTheFilledBytes) {
     std::vector<void*> h = AnnounceAndQueue(1);
     ASSERT_TRUE(channel.Receive(std::vector<std::uint8_t>(40, 0xAB)));

@@ -29,21 +29,6 @@ TEST(GvcpWireTest, ReadsOutsideTheBufferGiveZeroAndWritesThereAreDropped) {
     EXPECT_EQ("", gvcp::GetString(open, sizeof open, 100));
 }
 
-TEST(GvcpWireTest, StatusesMapToErrorCodes) {
-    // Representative rows, including the shared and the unknown ones.
-    const std::pair<std::uint16_t, int> table[] = {
-        {0x0000, GC_ERR_SUCCESS},         {0x0100, GC_ERR_CUSTOM_ID},
-        {0x8001, GC_ERR_NOT_IMPLEMENTED}, {0x8005, GC_ERR_INVALID_ADDRESS},
-        {0x8006, GC_ERR_ACCESS_DENIED},   {0x8007, GC_ERR_BUSY},
-        {0x800B, GC_ERR_NO_DATA},         {0x8015, GC_ERR_BUFFER_TOO_SMALL},
-        {0x8016, GC_ERR_TIMEOUT},         {0x8017, GC_ERR_ERROR},
-        {0x0001, GC_ERR_ERROR},           {0xFFFF, GC_ERR_ERROR},
-    };
-    for (const auto& row : table) {
-        EXPECT_EQ(row.second, gvcp::ToGCError(row.first)) << std::hex << row.first;
-    }
-}
-
 TEST(GvcpWireTest, RequestIdsRunFrom2To65535ThenWrapTo1) {
     BaseHandle handle;
     EXPECT_EQ(2, GetReqID(&handle));

@@ -1,12 +1,11 @@
-// Facts of devices and adapters, adapter ids, the unicast list, connection,
-// the settings file and the action command's ack, on records made by hand
-// and on loopback. Discovery itself, and answers no camera would send, run
-// in tests/netns/hal.
+// Facts of devices and adapters, adapter ids, connection, the settings file
+// and the action command's ack, on records made by hand and on loopback.
+// Discovery itself (the unicast list included), and answers no camera would
+// send, run in tests/netns/hal.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <fstream>
-#include <set>
 
 #include "GenTL_KESTA.h"
 #include "GvcpTestPeer.h"
@@ -112,27 +111,6 @@ TEST(AdapterTableTest, FurtherAddressesOfOneAdapterGetSuffixes) {
     EXPECT_EQ("aabbccddeeff:2", add("aabbccddeeff"));
     const unsigned char mac[6] = {0x02, 0x4B, 0x53, 0x00, 0xAB, 0xFF};
     EXPECT_EQ("024b5300abff", AdapterTable::HexMac(mac));
-}
-
-TEST_F(HALGevFactsTest, UnicastListAddsRemovesOnlyAllAndReportsInHostOrder) {
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.AddUnicastDiscoveryDevice(Adapter(), htonl(0x0A000001)));
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.RemoveUnicastDiscoveryDevice(Adapter(), htonl(0x0A000002)));
-    unsigned list[4] = {};
-    unsigned size = 4;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetUnicastDiscoveryDevices(Adapter(), list, &size));
-    ASSERT_EQ(2u, size) << "a single removal adds";
-    EXPECT_EQ((std::set<unsigned>{0x0A000001, 0x0A000002}), (std::set<unsigned>{list[0], list[1]}));
-    size = 1;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetUnicastDiscoveryDevices(Adapter(), list, &size));
-    EXPECT_EQ(1u, size) << "bounded by the caller's room";
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.RemoveUnicastDiscoveryDevice(Adapter(), 0xFFFFFFFF));
-    size = 4;
-    EXPECT_EQ(GC_ERR_SUCCESS, m_hal.GetUnicastDiscoveryDevices(Adapter(), list, &size));
-    EXPECT_EQ(0u, size);
-
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER,
-              m_hal.GetUnicastDiscoveryDevices(Adapter(), nullptr, &size));
-    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.AddUnicastDiscoveryDevice(nullptr, 1));
 }
 
 TEST_F(HALGevFactsTest, OpenDeviceAimsAtTheDiscoveredAddressAndTakesOverRequestIds) {

@@ -239,13 +239,5 @@ TEST_F(HALGevTransactionTest, SendFailureMarksTheDeviceDisconnected) {
     EXPECT_EQ(0, m_peer->Count());
 }
 
-TEST_F(HALGevTransactionTest, NullHandlesAreRefused) {
-    unsigned value = 0;
-    char data[4] = {};
-    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.WriteReg(nullptr, 0, 0));
-    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.ReadRegBlock(nullptr, 0, &value, 1));
-    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_hal.ReadMem(nullptr, 0, data, 4));
-}
-
 } // namespace
 } // namespace GenTL

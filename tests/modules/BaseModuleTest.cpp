@@ -53,31 +53,6 @@ private:
 
 using BaseModuleTest = kesta::test::ErrorCacheTest;
 
-TEST_F(BaseModuleTest, DefaultsRefuseAsNotImplementedWithTheStampedCodeName) {
-    GenTL::BaseModule m;
-    unsigned long size = 4;
-    char data[4] = {};
-    unsigned int count = 0;
-    void* event = nullptr;
-    S_PORT_REGISTER_STACK_ENTRY entry{0, data, sizeof(data)};
-    unsigned long entries = 1;
-    const std::vector<std::pair<std::string, int>> calls = {
-        {"ReadPort", m.ReadPort(0, data, &size)},
-        {"GetPortURL", m.GetPortURL(data, &size)},
-        {"RegisterEvent", m.RegisterEvent(EVENT_NEW_BUFFER, &event)},
-        {"GetNumPortURLs", m.GetNumPortURLs(&count)},
-        {"WritePortStacked", m.WritePortStacked(&entry, &entries)},
-    };
-    for (const auto& [name, rc] : calls) {
-        EXPECT_EQ(rc, GC_ERR_NOT_IMPLEMENTED) << name;
-    }
-    // Each refusal replaces the cached error: one line, of the last one.
-    const CachedError e = CachedError::Take();
-    EXPECT_EQ(e.count, 1u);
-    EXPECT_EQ(e.code, GC_ERR_NOT_IMPLEMENTED);
-    EXPECT_EQ(e.message.rfind("WritePortStacked():", 0), 0u) << e.message;
-}
-
 TEST_F(BaseModuleTest, PortUrlSizeRuleAddsTheModulesTrailingZeros) {
     for (unsigned long extra : {GenTL::kPortUrlExtraOne, GenTL::kPortUrlExtraTwo}) {
         PortModule m(extra);
@@ -103,38 +78,6 @@ TEST_F(BaseModuleTest, PortUrlSizeRuleAddsTheModulesTrailingZeros) {
     }
     PortModule m(GenTL::kPortUrlExtraTwo);
     EXPECT_EQ(m.GetPortURL(nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
-}
-
-TEST_F(BaseModuleTest, UrlInfoHasOneUrlWithTheSchemaVersionAndNoFileFacts) {
-    PortModule m(GenTL::kPortUrlExtraTwo);
-    int type = -1;
-    unsigned long size = 0;
-    // URL_INFO_URL goes through the module's own GetPortURL.
-    ASSERT_EQ(m.GetPortURLInfo(0, URL_INFO_URL, &type, nullptr, &size), 0);
-    EXPECT_EQ(type, INFO_DATATYPE_STRING);
-    EXPECT_EQ(size, kFormatted.size() + 2);
-    EXPECT_EQ(m.GetPortURLInfo(0, URL_INFO_URL, nullptr, nullptr, &size), GC_ERR_INVALID_PARAMETER);
-    size = 3;
-    char small[3];
-    EXPECT_EQ(m.GetPortURLInfo(0, URL_INFO_URL, &type, small, &size), GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(CachedError::Take().count, 2u); // the URL's line, then the chained one
-
-    int value = -1;
-    size = sizeof(value);
-    ASSERT_EQ(m.GetPortURLInfo(0, URL_INFO_SCHEMA_VER_MAJOR, &type, &value, &size), 0);
-    EXPECT_EQ(type, INFO_DATATYPE_INT32);
-    EXPECT_EQ(value, 1);
-
-    for (int cmd : {static_cast<int>(URL_INFO_FILE_VER_MAJOR), static_cast<int>(URL_INFO_FILE_SIZE),
-                    static_cast<int>(URL_INFO_CUSTOM_ID)}) {
-        EXPECT_EQ(m.GetPortURLInfo(0, cmd, &type, &value, &size), GC_ERR_NOT_IMPLEMENTED);
-    }
-    EXPECT_EQ(m.GetPortURLInfo(0, 11, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    // Any index but 0 fails, whatever the command.
-    for (int cmd :
-         {static_cast<int>(URL_INFO_URL), static_cast<int>(URL_INFO_SCHEMA_VER_MAJOR), 11}) {
-        EXPECT_EQ(m.GetPortURLInfo(1, cmd, &type, &value, &size), GC_ERR_INVALID_INDEX);
-    }
 }
 
 TEST_F(BaseModuleTest, StackedAccessRunsEntriesInOrderUntilTheFirstFailure) {

@@ -1,5 +1,5 @@
-// RemoteDeviceGev against a camera in memory: the port's endianness, the URL
-// registers and the manifest table, and the refusals. (Chunking and the
+// RemoteDeviceGev against a camera in memory: the URL registers, the
+// manifest table and the refusals. (Chunking, the port's endianness and the
 // legacy register path are tested against the simulated camera, in
 // tests/netns.)
 #include <cstring>
@@ -39,35 +39,10 @@ protected:
         std::memcpy(field.data(), text.data(), text.size());
         m_hal.SetBytes(address, field.data(), field.size());
     }
-    bool PortInfoFlag(RemoteDeviceGev& port, int cmd) {
-        bool flag = false;
-        int type = 0;
-        unsigned long size = 1;
-        EXPECT_EQ(port.GetPortInfo(cmd, &type, &flag, &size), GC_ERR_SUCCESS);
-        return flag;
-    }
 
     FakeHALGev m_hal;
     void* m_device = reinterpret_cast<void*>(0x1);
 };
-
-TEST_F(RemoteDevice, PortFactsFollowTheStreamChannelEndiannessBit) {
-    m_hal.SetReg(GenTL::sk_addrScps, 1u << 29);
-    auto big = Make();
-    EXPECT_TRUE(PortInfoFlag(*big, PORT_INFO_BIG_ENDIAN));
-
-    m_hal.SetReg(GenTL::sk_addrScps, 0);
-    auto little = Make();
-    EXPECT_TRUE(PortInfoFlag(*little, PORT_INFO_LITTLE_ENDIAN));
-
-    // An unreadable register leaves the defaults and files nothing.
-    m_hal.SetReg(GenTL::sk_addrScps, 1u << 29);
-    m_hal.Fail(GenTL::sk_addrScps);
-    CachedError::Clear();
-    RemoteDeviceGev unread(&m_hal, m_device, 0, 1, GenTL::PortInfo{}, 1);
-    EXPECT_EQ(CachedError::Take().code, 0);
-    EXPECT_TRUE(PortInfoFlag(unread, PORT_INFO_LITTLE_ENDIAN));
-}
 
 TEST_F(RemoteDevice, RefusalsCarryTheirCodesAndTexts) {
     char buffer[8];

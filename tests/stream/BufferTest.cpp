@@ -1,12 +1,11 @@
-// The buffer behind a handle, its packet bitmap, its copy, and the
-// comparisons of BufferUtility.
+// The buffer's packet bitmap, its copy, and the comparisons of
+// BufferUtility.
 #include <cstring>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "StreamTestSupport.h"
-#include "api/GenTLHandle.h"
 #include "stream/Buffer.h"
 #include "stream/BufferUtility.h"
 
@@ -15,21 +14,6 @@ namespace {
 using namespace GenTL;
 
 using BufferTest = kesta::test::ErrorCacheTest;
-
-TEST_F(BufferTest, HandleLeadsBackToTheBufferOnly) {
-    Buffer buffer;
-    void* handle = nullptr;
-    ASSERT_EQ(AllocateHandle(&handle, static_cast<IBuffer*>(&buffer)), GC_ERR_SUCCESS);
-    EXPECT_EQ(CastHandleToBufferPtr(handle), &buffer);
-    EXPECT_EQ(CastHandleToBufferPtr(nullptr), nullptr);
-    std::uint64_t garbage[2] = {0x1234, 0};
-    EXPECT_EQ(CastHandleToBufferPtr(garbage), nullptr);
-    DeleteHandle(handle);
-    // A buffer has no port.
-    unsigned long size = 4;
-    char data[4] = {};
-    EXPECT_EQ(buffer.ReadPort(0, data, &size), GC_ERR_NOT_IMPLEMENTED);
-}
 
 TEST_F(BufferTest, BitmapIgnoresIdsBeyondItsEnd) {
     Buffer buffer;

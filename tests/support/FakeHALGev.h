@@ -70,13 +70,10 @@ public:
     int getInterfacesResult = 0;                     ///< non-zero: GetInterfaces fails
     int openInterfaceResult = 0;                     ///< non-zero: OpenInterface fails
     int closeInterfaceResult = 0;                    ///< non-zero: CloseInterface fails
-    bool interfaceIdFails = false;                   ///< GetInterfaceId fails
     std::vector<GenTL::DiscoveredDevice> discovered; ///< GetDevices' answer
     int getDevicesResult = 0;
     std::map<std::string, Camera> cameras; ///< facts by id; OpenDevice needs an entry
     int openDeviceResult = 0;
-    long adapterMac = 0x0A1B2C3D4E5F, adapterIp = 0xC0A80001, adapterMask = 0xFFFFFF00;
-    int adapterFactResult = 0;
     int forceIpResult = 0;
     /// Replace with a test's own to read it after the fake is gone.
     Log* log = &m_ownLog;
@@ -115,11 +112,6 @@ public:
     void Fail(unsigned address, int code = GC_ERR_TIMEOUT, bool writesOnly = false) {
         std::lock_guard<std::mutex> lock(m_mutex);
         (writesOnly ? m_writeFailures : m_failures)[address] = code;
-    }
-    void ClearFailures() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_failures.clear();
-        m_writeFailures.clear();
     }
     /// Register writes of address succeed and change nothing.
     void Pin(unsigned address) {
@@ -314,15 +306,11 @@ public:
 
     // --- the adapter's own facts ---
     int GetInterfaceId(void* hAdapter, std::string& id) const override {
-        if (interfaceIdFails) {
-            return ReportError(GC_ERR_ERROR, "fake GetInterfaceId failed");
-        }
-        id = static_cast<Adapter*>(hAdapter)->id;
-        return 0;
+        return Put(id, static_cast<Adapter*>(hAdapter)->id);
     }
-    int GetMACAddress(void*, long& v) const override { return AdapterFact(adapterMac, v); }
-    int GetIPAddress(void*, long& v) const override { return AdapterFact(adapterIp, v); }
-    int GetSubnetMask(void*, long& v) const override { return AdapterFact(adapterMask, v); }
+    int GetMACAddress(void*, long& v) const override { return Put(v, 0x0A1B2C3D4E5F); }
+    int GetIPAddress(void*, long& v) const override { return Put(v, 0xC0A80001); }
+    int GetSubnetMask(void*, long& v) const override { return Put(v, 0xFFFFFF00); }
     int GetPort(void*, unsigned short& port) const override { return Put(port, 50000); }
     int GetDevPort(void*, unsigned short& port) const override { return Put(port, 3956); }
 
@@ -382,13 +370,6 @@ private:
             camera = &entry.second == h ? &entry.second : camera;
         }
         value = camera->*field;
-        return 0;
-    }
-    int AdapterFact(long fact, long& value) const {
-        if (adapterFactResult != 0) {
-            return ReportError(adapterFactResult, "fake adapter fact failed");
-        }
-        value = fact;
         return 0;
     }
 

