@@ -1,8 +1,14 @@
 #include "hal/SocketHelper.h"
 
 #include <arpa/inet.h>
+#include <ifaddrs.h>
 #include <linux/filter.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <netinet/ip.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -567,6 +573,50 @@ int OverlappedSocket::AcceptOnlyFrom(in_addr sender) {
     return GC_ERR_SUCCESS;
 }
 
+int OverlappedSocket::GetNextResults(mmsghdr* messages, unsigned count, int& got, int timeoutMs) {
+    got = 0;
+    if (timeoutMs != m_timeout) {
+        if (const int rc = SetTimeout(timeoutMs)) {
+            return rc;
+        }
+        m_timeout = timeoutMs;
+    }
+    ssize_t n = m_socket.Run(
+        [&](int fd) { return ::recvmmsg(fd, messages, count, MSG_WAITFORONE, nullptr); }, true);
+    if (n > 0 && m_socket.Get() < 0) {
+        // A socket shut down by Close() yields empty datagrams: nothing came.
+        n = -1;
+        errno = EBADF;
+    }
+    if (n >= 0) {
+        got = static_cast<int>(n);
+        return GC_ERR_SUCCESS;
+    }
+    const int err = errno;
+    if (IsTimeout(err)) {
+        return ReportError(GC_ERR_TIMEOUT,
+                           "GenTL::OverlappedSocket::Receive recvfrom Failed: TIMEOUT");
+    }
+    HLogger::Error("GenTL::OverlappedSocket::GetNextResults recvmmsg", err);
+    return ReportError(GC_ERR_IO, "GenTL::OverlappedSocket::Receive recvfrom Failed: " + Num(err));
+}
+
+int OverlappedSocket::RefuseAll() {
+    sock_filter code[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
+    sock_fprog program{};
+    program.len = 1;
+    program.filter = code;
+    const ssize_t rc = m_socket.Run([&](int fd) {
+        return ::setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+    });
+    if (rc != 0) {
+        const int err = errno;
+        HLogger::Error("GenTL::OverlappedSocket::RefuseAll", err);
+        return ReportError(GC_ERR_IO, "GenTL::OverlappedSocket::RefuseAll Failed : " + Num(err));
+    }
+    return GC_ERR_SUCCESS;
+}
+
 int OverlappedSocket::Close() {
     if (m_multicast) {
         const ip_mreq request = m_groupRequest;
@@ -598,6 +648,266 @@ int OverlappedSocket::RequestReceiveBuffer(int bytes) {
         return ::getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &granted, &len);
     });
     return rc == 0 ? granted : 0;
+}
+
+// ---------------------------------------------------------------------------
+
+namespace {
+
+/// Ring geometry: blocks small enough that a slow stream's block is not
+/// held back long, large enough for many jumbo frames each.
+constexpr std::size_t kRingBlockSize = 1u << 18;
+constexpr unsigned kRingFrameSize = 2048;   ///< only a unit of the kernel's bookkeeping in V3
+constexpr unsigned kRingBlockTimeoutMs = 1; ///< a partly filled block is handed over after this
+
+/// The interface that carries `address`, 0 when none does.
+unsigned InterfaceIndexOf(in_addr address) {
+    ifaddrs* list = nullptr;
+    if (::getifaddrs(&list) != 0) {
+        return 0;
+    }
+    unsigned index = 0;
+    for (const ifaddrs* a = list; a != nullptr && index == 0; a = a->ifa_next) {
+        if (a->ifa_addr != nullptr && a->ifa_addr->sa_family == AF_INET &&
+            reinterpret_cast<const sockaddr_in*>(a->ifa_addr)->sin_addr.s_addr == address.s_addr) {
+            index = ::if_nametoindex(a->ifa_name);
+        }
+    }
+    ::freeifaddrs(list);
+    return index;
+}
+
+/// One's complement sum of 16-bit big-endian words, added to `sum`. The
+/// words are summed in memory order, four bytes at a time, and the folded
+/// result turned to host order once: the sum does not depend on byte order.
+std::uint32_t Sum16(const std::uint8_t* p, std::size_t length, std::uint32_t sum) {
+    std::uint64_t words = 0;
+    for (; length >= 4; p += 4, length -= 4) {
+        std::uint32_t w = 0;
+        std::memcpy(&w, p, 4);
+        words += w;
+    }
+    if (length > 0) {
+        std::uint32_t w = 0; // the tail, padded with zeros
+        std::memcpy(&w, p, length);
+        words += w;
+    }
+    while (words >> 16) {
+        words = (words & 0xFFFF) + (words >> 16);
+    }
+    return sum + ntohs(static_cast<std::uint16_t>(words));
+}
+
+std::uint16_t Fold(std::uint32_t sum) {
+    while (sum >> 16) {
+        sum = (sum & 0xFFFF) + (sum >> 16);
+    }
+    return static_cast<std::uint16_t>(sum);
+}
+
+std::uint16_t Be16(const std::uint8_t* p) {
+    return static_cast<std::uint16_t>(p[0] << 8 | p[1]);
+}
+
+} // namespace
+
+PacketRingSocket::~PacketRingSocket() {
+    Close();
+}
+
+int PacketRingSocket::Open(in_addr source, in_addr destination, in_port_t port, in_addr adapter,
+                           std::size_t bytes) {
+    Close();
+    // Protocol 0 until bound: nothing is queued before the filter and the
+    // ring are in place.
+    const int fd = ::socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        const int err = errno;
+        if (err == EPERM || err == EACCES) {
+            return ReportError(GC_ERR_ACCESS_DENIED,
+                               "GenTL::PacketRingSocket::Open a packet ring needs CAP_NET_RAW");
+        }
+        return ReportError(GC_ERR_RESOURCE_EXHAUSTED,
+                           "GenTL::PacketRingSocket::Open socket Failed : " + Num(err));
+    }
+    m_fd = fd;
+    const auto fail = [this](const char* step) {
+        const int err = errno;
+        HLogger::Error((std::string("GenTL::PacketRingSocket::Open ") + step).c_str(), err);
+        Close();
+        return ReportError(GC_ERR_RESOURCE_EXHAUSTED,
+                           std::string("GenTL::PacketRingSocket::Open ") + step +
+                               " Failed : " + Num(err));
+    };
+    // The filter sees each packet from its IPv4 header on. It keeps UDP
+    // datagrams from the sender to the destination and port, whole (no
+    // fragment), and not sent by this host.
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_OUTGOING, 10, 0),
+        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 9),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, IPPROTO_UDP, 0, 8),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 12),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(source.s_addr), 0, 6),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 16),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(destination.s_addr), 0, 4),
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 6),
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, 0x3FFF, 2, 0),
+        BPF_STMT(BPF_LDX | BPF_B | BPF_MSH, 0),
+        BPF_JUMP(BPF_JMP | BPF_JA, 1, 0, 0),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+        BPF_STMT(BPF_LD | BPF_H | BPF_IND, 2),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohs(port), 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, 0xFFFFFFFFU),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    sock_fprog program{};
+    program.len = static_cast<unsigned short>(sizeof code / sizeof code[0]);
+    program.filter = code;
+    if (::setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) != 0) {
+        return fail("SO_ATTACH_FILTER");
+    }
+    const int version = TPACKET_V3;
+    if (::setsockopt(fd, SOL_PACKET, PACKET_VERSION, &version, sizeof version) != 0) {
+        return fail("PACKET_VERSION");
+    }
+    m_blockSize = kRingBlockSize;
+    m_blocks = static_cast<unsigned>(std::max<std::size_t>(bytes / m_blockSize, 4));
+    tpacket_req3 request{};
+    request.tp_block_size = static_cast<unsigned>(m_blockSize);
+    request.tp_block_nr = m_blocks;
+    request.tp_frame_size = kRingFrameSize;
+    request.tp_frame_nr = static_cast<unsigned>(m_blockSize / kRingFrameSize) * m_blocks;
+    request.tp_retire_blk_tov = kRingBlockTimeoutMs;
+    if (::setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &request, sizeof request) != 0) {
+        return fail("PACKET_RX_RING");
+    }
+    m_ringSize = m_blockSize * m_blocks;
+    void* ring = ::mmap(nullptr, m_ringSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (ring == MAP_FAILED) {
+        m_ringSize = 0;
+        return fail("mmap");
+    }
+    m_ring = static_cast<char*>(ring);
+    sockaddr_ll link{};
+    link.sll_family = AF_PACKET;
+    link.sll_protocol = htons(ETH_P_IP);
+    link.sll_ifindex = static_cast<int>(InterfaceIndexOf(adapter));
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&link), sizeof link) != 0) {
+        return fail("bind");
+    }
+    m_block = 0;
+    m_handedOut = 0;
+    m_framesLeft = 0;
+    m_frame = nullptr;
+    return GC_ERR_SUCCESS;
+}
+
+int PacketRingSocket::Close() {
+    if (m_ring != nullptr) {
+        ::munmap(m_ring, m_ringSize);
+        m_ring = nullptr;
+        m_ringSize = 0;
+    }
+    if (m_fd >= 0) {
+        ::close(m_fd);
+        m_fd = -1;
+    }
+    return GC_ERR_SUCCESS;
+}
+
+bool PacketRingSocket::ReadFrame(const char* frame, Datagram& out) {
+    const auto* h = reinterpret_cast<const tpacket3_hdr*>(frame);
+    if (h->tp_snaplen != h->tp_len) {
+        return false; // cut by the ring
+    }
+    const auto* ip = reinterpret_cast<const std::uint8_t*>(frame + h->tp_net);
+    const std::size_t captured = h->tp_snaplen;
+    if (captured < 28 || (ip[0] >> 4) != 4) {
+        return false;
+    }
+    const std::size_t ipHeader = static_cast<std::size_t>(ip[0] & 0x0F) * 4;
+    const std::size_t total = Be16(ip + 2);
+    if (ipHeader < 20 || total > captured || total < ipHeader + 8 ||
+        Fold(Sum16(ip, ipHeader, 0)) != 0xFFFF) {
+        return false;
+    }
+    const std::uint8_t* udp = ip + ipHeader;
+    const std::size_t udpLength = Be16(udp + 4);
+    if (udpLength < 8 || udpLength > total - ipHeader) {
+        return false;
+    }
+    // The kernel checks the UDP checksum only later, on the socket's path:
+    // here it is checked unless the device did (or, for a datagram of this
+    // host, it was never filled in); 0 means the sender sent none.
+    const bool checked = (h->tp_status & (TP_STATUS_CSUM_VALID | TP_STATUS_CSUMNOTREADY)) != 0;
+    if (!checked && Be16(udp + 6) != 0) {
+        std::uint32_t sum = Sum16(ip + 12, 8, 0); // addresses of the pseudo header
+        sum += IPPROTO_UDP + static_cast<std::uint32_t>(udpLength);
+        if (Fold(Sum16(udp, udpLength, sum)) != 0xFFFF) {
+            return false;
+        }
+    }
+    out.data = reinterpret_cast<const char*>(udp + 8);
+    out.length = static_cast<int>(udpLength - 8);
+    return true;
+}
+
+int PacketRingSocket::Next(Datagram* out, int count, int& got, int timeoutMs) {
+    got = 0;
+    if (m_ring == nullptr) {
+        return ReportError(GC_ERR_IO, "GenTL::PacketRingSocket::Next the ring is not open");
+    }
+    // Blocks whose datagrams were all handed out at the last call go back.
+    for (; m_handedOut > 0; --m_handedOut) {
+        auto* block = reinterpret_cast<tpacket_block_desc*>(
+            Block((m_block + m_blocks - m_handedOut) % m_blocks));
+        __atomic_store_n(&block->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
+    }
+    while (got < count) {
+        if (m_framesLeft == 0) {
+            if (m_handedOut == m_blocks) {
+                break; // the whole ring is handed out: the next block is one of them
+            }
+            auto* block = reinterpret_cast<tpacket_block_desc*>(Block(m_block));
+            if ((__atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE) &
+                 TP_STATUS_USER) == 0) {
+                if (got > 0) {
+                    break;
+                }
+                pollfd wait{m_fd, POLLIN | POLLERR, 0};
+                const int ready = ::poll(&wait, 1, timeoutMs);
+                if (ready < 0 && errno != EINTR) {
+                    const int err = errno;
+                    HLogger::Error("GenTL::PacketRingSocket::Next poll", err);
+                    return ReportError(GC_ERR_IO,
+                                       "GenTL::PacketRingSocket::Next poll Failed : " + Num(err));
+                }
+                if ((__atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE) &
+                     TP_STATUS_USER) == 0) {
+                    return ReportError(GC_ERR_TIMEOUT,
+                                       "GenTL::PacketRingSocket::Next Failed: TIMEOUT");
+                }
+            }
+            m_framesLeft = block->hdr.bh1.num_pkts;
+            m_frame = Block(m_block) + block->hdr.bh1.offset_to_first_pkt;
+            if (m_framesLeft == 0) {
+                __atomic_store_n(&block->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
+                m_block = (m_block + 1) % m_blocks;
+                continue;
+            }
+        }
+        const auto* h = reinterpret_cast<const tpacket3_hdr*>(m_frame);
+        if (ReadFrame(m_frame, out[got])) {
+            ++got;
+        }
+        m_frame += h->tp_next_offset;
+        if (--m_framesLeft == 0) {
+            ++m_handedOut;
+            m_block = (m_block + 1) % m_blocks;
+        }
+    }
+    return GC_ERR_SUCCESS;
 }
 
 // ---------------------------------------------------------------------------

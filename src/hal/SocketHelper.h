@@ -9,6 +9,8 @@
  *    receive on; unicast, multicast as the group's sender side, or multicast
  *    as a listener on a fixed port.
  *  - TCPSocket: stream socket of image transport over TCP.
+ *  - PacketRingSocket: a memory-mapped ring of the UDP datagrams of one
+ *    sender and port, beside a stream's OverlappedSocket (needs CAP_NET_RAW).
  *
  * All three use plain blocking calls with a receive timeout (SO_RCVTIMEO);
  * a timeout of 0 ms blocks until data arrives or the socket is closed.
@@ -28,11 +30,13 @@
  * is taken the open reports success with an unbound socket.
  */
 #include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -201,6 +205,14 @@ public:
     /// whole length, which exceeds length when the socket cut it.
     virtual int GetNextResultFrom(char* buffer, int length, int& received, sockaddr_in& from,
                                   int timeoutMs);
+    /**
+     * Many datagrams in one call (recvmmsg): waits as GetNextResult for the
+     * first, then takes what else is queued, up to count. Each message's
+     * msg_len is its size, and MSG_TRUNC in its msg_flags marks one longer
+     * than its vectors. got is the number of messages filled. A quiet
+     * channel (GC_ERR_TIMEOUT) is not logged.
+     */
+    virtual int GetNextResults(mmsghdr* messages, unsigned count, int& got, int timeoutMs);
     /// Leaves a joined group and closes; ends a receive blocked elsewhere.
     virtual int Close();
     /// Sets the receive timeout on the socket (not the stored value).
@@ -212,6 +224,14 @@ public:
      * open; a failure to attach the filter is GC_ERR_IO.
      */
     virtual int AcceptOnlyFrom(in_addr sender);
+    /**
+     * Lets the kernel queue no datagram at all on this socket, which stays
+     * bound: a stream read from a packet ring keeps its port open, so that
+     * the camera's packets are not answered with port-unreachable, without a
+     * second copy of every packet queued (and then dropped, counted as
+     * receive buffer errors) here.
+     */
+    virtual int RefuseAll();
 
     /// Asks the kernel for a receive buffer of `bytes` (beyond the system's
     /// limit where the process may); returns the size granted, 0 on failure.
@@ -237,6 +257,68 @@ private:
     /// Held through the random-port opens, so that their choices run one at
     /// a time.
     static boost::mutex m_overlappedSocketMutex;
+};
+
+/**
+ * A memory-mapped receive ring (AF_PACKET, TPACKET_V3) of the IPv4 UDP
+ * datagrams that one sender sends to one destination address and port. The
+ * kernel copies each datagram into the ring as it arrives, beside the normal
+ * path to the UDP socket bound at that port (which must exist), and the
+ * reader takes whole blocks of them without a system call while any are
+ * ready. A socket filter keeps everything else out: other senders, other
+ * ports, fragments, this host's own sends.
+ *
+ * One reader thread; Close() only while no thread reads (the data of the
+ * datagrams handed out lie in the ring's memory).
+ */
+class PacketRingSocket {
+public:
+    /// One datagram's UDP payload, in the ring.
+    struct Datagram {
+        const char* data = nullptr;
+        int length = 0;
+    };
+
+    PacketRingSocket() = default;
+    ~PacketRingSocket();
+    PacketRingSocket(const PacketRingSocket&) = delete;
+    PacketRingSocket& operator=(const PacketRingSocket&) = delete;
+
+    /**
+     * Opens a ring of about `bytes` on the interface that carries `adapter`
+     * (every interface when none does) for datagrams from `source` to
+     * `destination`:`port` (network order). Without CAP_NET_RAW the result
+     * is GC_ERR_ACCESS_DENIED; other failures GC_ERR_RESOURCE_EXHAUSTED.
+     */
+    int Open(in_addr source, in_addr destination, in_port_t port, in_addr adapter,
+             std::size_t bytes);
+    /**
+     * Hands out up to count datagrams, waiting at most timeoutMs for the
+     * first (GC_ERR_TIMEOUT, not logged). They stay valid until the next
+     * call or Close. Datagrams whose IP or UDP checksum is wrong, or whose
+     * headers do not add up, are passed over.
+     */
+    int Next(Datagram* out, int count, int& got, int timeoutMs);
+    /// Unmaps the ring and closes the socket.
+    int Close();
+    bool IsOpen() const { return m_fd >= 0; }
+
+private:
+    /// Whether the frame holds a sound datagram; fills `out` if so.
+    static bool ReadFrame(const char* frame, Datagram& out);
+    char* Block(unsigned index) const {
+        return m_ring + static_cast<std::size_t>(index) * m_blockSize;
+    }
+
+    int m_fd = -1;
+    char* m_ring = nullptr;
+    std::size_t m_ringSize = 0;
+    std::size_t m_blockSize = 0;
+    unsigned m_blocks = 0;
+    unsigned m_block = 0;      ///< the block being read, or the next to be
+    unsigned m_handedOut = 0;  ///< blocks before m_block, handed out whole, not given back
+    unsigned m_framesLeft = 0; ///< frames of m_block not handed out yet
+    const char* m_frame = nullptr;
 };
 
 /// Stream socket of image transport over TCP; one reader thread.

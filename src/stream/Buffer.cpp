@@ -149,7 +149,8 @@ Buffer* CastHandleToBufferPtr(void* handle) {
     if (handle == nullptr || CheckHandle(handle) != GC_ERR_SUCCESS) {
         return nullptr;
     }
-    return dynamic_cast<Buffer*>(CastHandleToIBufferPtr(handle));
+    // One cast from the module: this runs per packet and active block.
+    return dynamic_cast<Buffer*>(static_cast<GenTLHandle*>(handle)->module);
 }
 
 } // namespace GenTL

@@ -24,7 +24,6 @@ namespace GenTL {
 namespace {
 
 constexpr unsigned long kReceiveTimeoutMs = 50;
-constexpr std::size_t kHeaderArray = 1024;
 constexpr std::uint32_t kMinPacketArray = 576;
 
 std::string Num(long long value) {
@@ -72,9 +71,19 @@ void GrabThreadNoCopy::Run() {
 void GrabThreadNoCopy::Begin() {
     StreamInfo& info = m_context.info;
     CreateDummy();
-    m_packet.assign(std::max(info.packetSize, kMinPacketArray), 0);
-    m_header.assign(kHeaderArray, 0);
+    m_mode = m_context.gvsp.ReceiveMode();
     m_dataOffset = DataOffsetOfFirstRun(info.extendedId);
+    // Each datagram of a batch has a slot: its header, and its whole body
+    // where the kernel does not put that straight into the image buffer.
+    m_slotSize = std::max<std::size_t>(info.packetSize, kMinPacketArray);
+    m_batch.assign(kBatchSize, GvspDatagram{});
+    m_place.assign(kBatchSize, kWhole);
+    if (m_mode != GvspReceiveMode::Ring) {
+        m_slots.assign(kBatchSize * m_slotSize, 0);
+    }
+    m_count = 0;
+    m_cursor = 0;
+    m_placedIn = nullptr;
     m_chunk = info.packetSize > kIpUdpHeaderSize + m_dataOffset
                   ? info.packetSize - kIpUdpHeaderSize - m_dataOffset
                   : 0;
@@ -83,7 +92,6 @@ void GrabThreadNoCopy::Begin() {
     info.packetsPerBlock = 0; // blocks end by events here, not by counting
     info.nextBlockId = 1;
     info.lastBlockId = 0;
-    m_carryPacket = false;
     m_dummyInUse = false;
     m_current = nullptr;
     m_completion.StartTimerThreads();
@@ -181,60 +189,120 @@ void GrabThreadNoCopy::RunBlock() {
     boost::this_thread::interruption_point();
 }
 
-int GrabThreadNoCopy::Reassemble(const Buffer* buffer, int headerReceived, std::uint64_t offset,
-                                 int received) {
-    const auto head = static_cast<std::size_t>(std::max(headerReceived, 0));
-    std::memcpy(m_packet.data(), m_header.data(), std::min(head, m_packet.size()));
-    const std::uint64_t body =
-        std::min<std::uint64_t>(Room(buffer, offset, static_cast<std::uint64_t>(received)),
-                                m_packet.size() - std::min(head, m_packet.size()));
-    if (body > 0) {
-        std::memcpy(m_packet.data() + head, buffer->base + offset, body);
+void GrabThreadNoCopy::PrepareBatch(Buffer* buffer) {
+    const std::uint32_t next = buffer->nextExpectedPacket;
+    m_count = 0;
+    m_cursor = 0;
+    m_placedIn = buffer;
+    m_firstPredicted = next;
+    if (m_mode == GvspReceiveMode::Ring) {
+        return; // the ring holds whole datagrams
     }
-    return static_cast<int>(head + body);
+    // The batch ends with the block's trailer: the datagrams after it are
+    // the next block's, whose places lie in another buffer.
+    std::size_t count = 1;
+    if (next <= m_dataPackets + 1) {
+        count = std::min<std::size_t>(kBatchSize, m_dataPackets + 2 - next);
+    } else {
+        GLogger::Error(
+            loc::al("GrabThread(NC): Invalid expected packet Id: [{0}]", Num(next).c_str())
+                .c_str());
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint64_t id = static_cast<std::uint64_t>(next) + i;
+        const std::uint64_t place = id == 0 ? 0 : (id - 1) * m_chunk;
+        GvspDatagram& d = m_batch[i];
+        char* slot = SlotOf(i);
+        d.head = slot;
+        d.headLength = static_cast<int>(m_dataOffset);
+        // Only the place of a whole packet is a target: another packet read
+        // into the short last place would be cut there. Other datagrams get
+        // a slot of their own, header and body in one piece.
+        if (id >= 1 && id <= m_dataPackets && Room(buffer, place, m_chunk) == m_chunk) {
+            m_place[i] = place;
+            d.body = reinterpret_cast<char*>(buffer->base + place);
+            d.bodyLength = static_cast<int>(m_chunk);
+        } else {
+            m_place[i] = kWhole;
+            d.body = slot + m_dataOffset;
+            d.bodyLength = static_cast<int>(m_slotSize - m_dataOffset);
+        }
+    }
+    m_prepared = count;
+}
+
+bool GrabThreadNoCopy::ReceiveBatch(Buffer* buffer) {
+    PrepareBatch(buffer);
+    const int capacity =
+        static_cast<int>(m_mode == GvspReceiveMode::Ring ? kBatchSize : m_prepared);
+    int got = 0;
+    if (m_context.gvsp.GetNextPackets(m_batch.data(), capacity, got, kReceiveTimeoutMs) !=
+        GC_ERR_SUCCESS) {
+        return false;
+    }
+    m_count = static_cast<std::size_t>(got);
+    return m_count > 0;
+}
+
+void GrabThreadNoCopy::Rescue(std::size_t index) {
+    if (index >= m_count || m_place[index] == kWhole) {
+        return;
+    }
+    GvspDatagram& d = m_batch[index];
+    const auto total = static_cast<std::uint64_t>(std::max(d.length, 0));
+    const std::uint64_t body = total > m_dataOffset ? total - m_dataOffset : 0;
+    const std::uint64_t bytes = Room(m_placedIn, m_place[index], std::min(body, m_chunk));
+    if (bytes > 0) {
+        std::memcpy(SlotOf(index) + m_dataOffset, m_placedIn->base + m_place[index], bytes);
+    }
+    d.length = static_cast<int>(std::min<std::uint64_t>(total, m_dataOffset + bytes));
+    m_place[index] = kWhole;
+}
+
+void GrabThreadNoCopy::RescueRest() {
+    for (std::size_t j = m_cursor; j < m_count; ++j) {
+        Rescue(j);
+    }
+}
+
+void GrabThreadNoCopy::ClaimPlace(const Buffer* buffer, std::uint64_t place) {
+    if (buffer != m_placedIn || m_chunk == 0 || m_mode == GvspReceiveMode::Ring) {
+        return;
+    }
+    // A datagram not handled yet whose payload the kernel put at `place`
+    // is moved to its slot before anything else is written there.
+    const std::uint64_t id = place / m_chunk + 1;
+    if (id >= m_firstPredicted && id - m_firstPredicted < m_count &&
+        id - m_firstPredicted >= m_cursor) {
+        Rescue(static_cast<std::size_t>(id - m_firstPredicted));
+    }
 }
 
 void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
-    boost::this_thread::interruption_point();
-    StreamInfo& info = m_context.info;
-    IHALGvspUDP& gvsp = m_context.gvsp;
-    Source source = Source::Plain;
-    int received = 0;
-    int headerReceived = 0;
-    const std::uint32_t next = buffer->nextExpectedPacket;
-    const std::uint64_t offset = next == 0 ? 0 : (next - 1) * m_chunk;
-    if (m_carryPacket) {
-        source = Source::Carried;
-        received = m_carryReceived;
-        m_carryPacket = false;
-    } else if (next == 0 || next >= m_dataPackets + 1 || Room(buffer, offset, m_chunk) < m_chunk) {
-        // Only the place of a whole packet is a target of the scatter read:
-        // another packet read into the short last place would be cut there.
-        if (next > m_dataPackets + 1) {
-            GLogger::Error(
-                loc::al("GrabThread(NC): Invalid expected packet Id: [{0}]", Num(next).c_str())
-                    .c_str());
-        }
-        if (gvsp.GetNextPacket(m_packet.data(), static_cast<int>(m_packet.size()), received,
-                               kReceiveTimeoutMs) != GC_ERR_SUCCESS) {
-            return;
-        }
-    } else {
-        source = Source::Scatter;
-        const int rc =
-            gvsp.GetNextPacket(m_header.data(), static_cast<int>(m_dataOffset), headerReceived,
-                               reinterpret_cast<char*>(buffer->base + offset),
-                               static_cast<int>(m_chunk), received, kReceiveTimeoutMs);
-        // A datagram longer than a header and one packet's share is no packet
-        // of this stream (what was read of it lies in a place not yet filled).
-        if (rc != GC_ERR_SUCCESS) {
+    if (m_cursor == m_count) {
+        // Once per read: the point takes a lock, too dear per packet.
+        boost::this_thread::interruption_point();
+        if (!ReceiveBatch(buffer)) {
             return;
         }
     }
+    const std::size_t index = m_cursor++;
+    GvspDatagram& d = m_batch[index];
+    const bool placed = m_mode != GvspReceiveMode::Ring && m_place[index] != kWhole;
+    // A datagram longer than a header and one packet's share is no packet
+    // of this stream (what was read of it lies in a place not yet filled).
+    if (placed && d.truncated) {
+        return;
+    }
+    StreamInfo& info = m_context.info;
+    const auto total = static_cast<std::uint64_t>(std::max(d.length, 0));
+    const int headLength =
+        placed ? static_cast<int>(std::min<std::uint64_t>(total, m_dataOffset)) : d.length;
+    const int payload =
+        placed ? static_cast<int>(total - static_cast<std::uint64_t>(headLength)) : 0;
+    const char* head = d.data != nullptr ? d.data : d.head;
 
     ParsedGvspHeader header;
-    const char* head = source == Source::Scatter ? m_header.data() : m_packet.data();
-    const int headLength = source == Source::Scatter ? headerReceived : received;
     if (GetPktHeaderInfo(head, headLength, headLength, header) != GC_ERR_SUCCESS ||
         header.status != 0) {
         return;
@@ -264,22 +332,20 @@ void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
     }
     const std::uint8_t format = header.packetFormat;
     if (order == BLOCK_ID_AHEAD) {
-        // The block ends here; the packet opens the next one.
+        // The block ends here; the packet opens the next one, where it is
+        // handled again, whole, with the rest of the batch.
         info.nextBlockId = header.blockId;
-        m_carryReceived = source == Source::Scatter
-                              ? Reassemble(buffer, headerReceived, offset, received)
-                              : received;
+        m_cursor = index;
+        RescueRest();
         m_blockDone = true;
-        m_carryPacket = true;
         return;
     }
     if (format == GVSP_PACKET_PAYLOAD) {
         // Data must land inside the block with at most one packet's share;
         // anything else is dropped before it is counted.
-        const auto bytes = static_cast<std::uint64_t>(std::max(received, 0));
-        const std::uint64_t data = source == Source::Scatter ? bytes
-                                   : bytes > m_dataOffset    ? bytes - m_dataOffset
-                                                             : 0;
+        const std::uint64_t data = placed                 ? static_cast<std::uint64_t>(payload)
+                                   : total > m_dataOffset ? total - m_dataOffset
+                                                          : 0;
         if (!DataPacketFitsBlock(header.packetId, data, m_chunk, *buffer, info.payloadType)) {
             LogMisplaced(header);
             return;
@@ -287,26 +353,16 @@ void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
     }
 
     const bool whole = format == GVSP_PACKET_LEADER || format == GVSP_PACKET_TRAILER;
-    if (source == Source::Plain) {
-        HandleWhole(buffer, header, received);
-    } else if (source == Source::Scatter) {
-        if (whole) {
-            HandleWhole(buffer, header, Reassemble(buffer, headerReceived, offset, received));
-        } else {
-            HandlePlaced(buffer, header, offset, received);
-        }
+    if (!placed) {
+        HandleWhole(buffer, header, head, d.length);
     } else if (whole) {
-        HandleWhole(buffer, header, received);
+        Rescue(index);
+        HandleWhole(buffer, header, SlotOf(index), d.length);
     } else {
-        // The next block's first data packet, kept from the last pass.
-        const std::uint64_t place = (header.packetId - 1) * m_chunk;
-        const auto data = static_cast<std::uint64_t>(std::max(received, 0));
-        const std::uint64_t length =
-            Room(buffer, place, std::min(m_chunk, data > m_dataOffset ? data - m_dataOffset : 0));
-        if (length > 0) {
-            std::memcpy(buffer->base + place, m_packet.data() + m_dataOffset, length);
-        }
-        HandlePlaced(buffer, header, place, static_cast<int>(length));
+        HandlePlaced(buffer, header, m_place[index], payload);
+    }
+    if (m_blockDone) {
+        RescueRest(); // the rest of the batch is no longer this buffer's
     }
     if (!m_timersStarted) {
         m_completion.ArmBlockTimers(buffer);
@@ -315,7 +371,8 @@ void GrabThreadNoCopy::PacketPass(Buffer* buffer) {
     buffer->packetSeen = true;
 }
 
-void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& header, int received) {
+void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& header,
+                                   const char* packet, int received) {
     StreamInfo& info = m_context.info;
     const std::uint32_t id = header.packetId;
     const auto size = static_cast<unsigned long>(std::max(received, 0));
@@ -326,7 +383,7 @@ void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& heade
         }
     };
     if (header.packetFormat == GVSP_PACKET_LEADER) {
-        if (const int rc = ParseGVSPLeader(info, m_packet.data(), size, buffer, header)) {
+        if (const int rc = ParseGVSPLeader(info, packet, size, buffer, header)) {
             GLogger::Error(
                 loc::al("GrabThread(): Failed to parse GVSP leader! Error: {0}", Num(rc).c_str())
                     .c_str());
@@ -336,8 +393,7 @@ void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& heade
         buffer->frameId = header.blockId;
         raiseNext();
     } else if (header.packetFormat == GVSP_PACKET_TRAILER) {
-        if (const int rc =
-                ParseGVSPTrailer(info, m_packet.data(), size, buffer, m_blockDone, header)) {
+        if (const int rc = ParseGVSPTrailer(info, packet, size, buffer, m_blockDone, header)) {
             GLogger::Error(
                 loc::al("GrabThread(): Failed to parse GVSP trailer! Error: {0}", Num(rc).c_str())
                     .c_str());
@@ -356,7 +412,8 @@ void GrabThreadNoCopy::HandleWhole(Buffer* buffer, const ParsedGvspHeader& heade
             buffer->dataLargerThanBuffer = true;
         }
         if (length > 0) {
-            std::memcpy(buffer->base + place, m_packet.data() + m_dataOffset, length);
+            ClaimPlace(buffer, place);
+            std::memcpy(buffer->base + place, packet + m_dataOffset, length);
         }
         buffer->receivedBytes += static_cast<std::uint32_t>(length);
         --buffer->missingPackets;
@@ -378,13 +435,14 @@ void GrabThreadNoCopy::HandlePlaced(Buffer* buffer, const ParsedGvspHeader& head
     const bool blockStart = buffer->nextExpectedPacket == 0;
     --buffer->missingPackets;
     buffer->frameId = header.blockId;
-    if (id == buffer->nextExpectedPacket) {
-        buffer->nextExpectedPacket = id + 1;
-    } else {
+    // The place predicted for the datagram is not always the place of the
+    // expected packet: in a batch it follows the datagram's position.
+    const std::uint64_t place = (id - 1) * m_chunk;
+    if (place != offset) {
         // Another packet than the one predicted: move it to its place.
-        const std::uint64_t place = (id - 1) * m_chunk;
         const std::uint64_t moved = Room(buffer, place, std::min(length, m_chunk));
-        if (moved > 0 && place != offset) {
+        if (moved > 0) {
+            ClaimPlace(buffer, place);
             std::memmove(buffer->base + place, buffer->base + offset, moved);
         }
         // Only what reached the packet's own place counts as received.
@@ -392,9 +450,9 @@ void GrabThreadNoCopy::HandlePlaced(Buffer* buffer, const ParsedGvspHeader& head
             buffer->dataLargerThanBuffer = true;
         }
         length = moved;
-        if (id >= buffer->nextExpectedPacket) {
-            buffer->nextExpectedPacket = id + 1;
-        }
+    }
+    if (id >= buffer->nextExpectedPacket) {
+        buffer->nextExpectedPacket = id + 1;
     }
     buffer->receivedBytes += static_cast<std::uint32_t>(length);
     if (blockStart) {

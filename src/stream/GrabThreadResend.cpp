@@ -27,6 +27,8 @@ constexpr unsigned long kReceiveTimeoutMs = 50;
 constexpr std::uint32_t kResendRequestTimeoutMs = 25;
 // Room for a datagram when no packet size is known.
 constexpr std::uint32_t kMinPacketArray = 576;
+// Datagrams taken from the kernel at most per read.
+constexpr std::size_t kBatchSize = 64;
 
 std::string Num(long long value) {
     return std::to_string(value);
@@ -55,21 +57,14 @@ void GrabThreadResend::Run() {
             m_context.buffers.RequeOldestBufferIfNeeded(m_context.bufferHandlingMode);
             m_blockCompleted = false;
             while (!m_blockCompleted) {
-                boost::this_thread::interruption_point();
-                int received = 0;
-                const int rc =
-                    m_context.gvsp.GetNextPacket(m_packet.data(), static_cast<int>(m_packet.size()),
-                                                 received, kReceiveTimeoutMs);
-                if (rc == GC_ERR_SUCCESS) {
-                    HandlePacket(m_packet.data(), received);
-                } else if (rc == GC_ERR_TIMEOUT) {
-                    GLogger::Debug("GrabThreadResend(): Timed out waiting for packet");
-                } else {
-                    GLogger::Error(
-                        loc::al("GrabThreadResend(): Failed to retrieve a packet. Error: {0}",
-                                Num(rc).c_str())
-                            .c_str());
+                if (m_next == m_received) {
+                    // Once per read: the point takes a lock, too dear per packet.
+                    boost::this_thread::interruption_point();
+                    ReceiveBatch();
+                    continue;
                 }
+                const GvspDatagram& d = m_batch[m_next++];
+                HandlePacket(d.data != nullptr ? d.data : d.head, d.length);
             }
             m_completion.CheckAndCompleteExpiredBuffers();
             boost::this_thread::interruption_point();
@@ -82,9 +77,35 @@ void GrabThreadResend::Run() {
     }
 }
 
+void GrabThreadResend::ReceiveBatch() {
+    m_next = 0;
+    m_received = 0;
+    const int rc = m_context.gvsp.GetNextPackets(m_batch.data(), static_cast<int>(m_batch.size()),
+                                                 m_received, kReceiveTimeoutMs);
+    if (rc == GC_ERR_TIMEOUT) {
+        GLogger::Debug("GrabThreadResend(): Timed out waiting for packet");
+    } else if (rc != GC_ERR_SUCCESS) {
+        GLogger::Error(
+            loc::al("GrabThreadResend(): Failed to retrieve a packet. Error: {0}", Num(rc).c_str())
+                .c_str());
+    }
+}
+
 void GrabThreadResend::Begin() {
     StreamInfo& info = m_context.info;
-    m_packet.assign(std::max(info.packetSize, kMinPacketArray), 0);
+    // Every datagram of a batch has a whole packet's room of its own (in the
+    // ring the kernel placed them already).
+    const std::size_t room = std::max(info.packetSize, kMinPacketArray);
+    m_batch.assign(kBatchSize, GvspDatagram{});
+    if (m_context.gvsp.ReceiveMode() != GvspReceiveMode::Ring) {
+        m_packets.assign(kBatchSize * room, 0);
+        for (std::size_t i = 0; i < kBatchSize; ++i) {
+            m_batch[i].head = m_packets.data() + i * room;
+            m_batch[i].headLength = static_cast<int>(room);
+        }
+    }
+    m_next = 0;
+    m_received = 0;
     info.nextBlockId = 1;
     info.lastBlockId = 0;
     info.resendRequestTimeout = kResendRequestTimeoutMs;
@@ -133,8 +154,7 @@ void GrabThreadResend::StartBlock(Buffer* b, std::uint64_t blockId) {
 
 bool GrabThreadResend::HandlePacket(const char* packet, int received) {
     ParsedGvspHeader header;
-    if (GetPktHeaderInfo(packet, static_cast<int>(m_packet.size()), received, header) !=
-        GC_ERR_SUCCESS) {
+    if (GetPktHeaderInfo(packet, received, received, header) != GC_ERR_SUCCESS) {
         return false;
     }
     if ((header.status & ~kGvspStatusResent) != 0) {

@@ -22,6 +22,10 @@
  * the two timer threads itself. Unfinished blocks return to the input queue
  * on the way out, and no request, timer or thread is left behind.
  *
+ * Datagrams come in batches (IHALGvspUDP::GetNextPackets), each handled in
+ * turn as if it had been read alone: a block that a datagram completes is
+ * delivered before the next datagram of the batch is looked at.
+ *
  * Tests drive it packet by packet: Begin, HandlePacket..., End.
  */
 #include <cstdint>
@@ -29,6 +33,7 @@
 
 #include "stream/GrabCompletion.h"
 #include "stream/GvspParser.h"
+#include "stream/IHALGvspUDP.h"
 #include "stream/ResendScheduler.h"
 
 namespace GenTL {
@@ -68,11 +73,16 @@ private:
     void Dispatch(Buffer* buffer, const char* packet, int received, const ParsedGvspHeader& header);
     /// The log line of a packet dropped for its format or place.
     static void LogMisplaced(const ParsedGvspHeader& header);
+    /// Reads the next datagrams into m_batch (logs a failed read).
+    void ReceiveBatch();
 
     GrabContext& m_context;
     ResendScheduler m_resends;
     GrabCompletion m_completion;
-    std::vector<char> m_packet;
+    std::vector<GvspDatagram> m_batch; ///< the datagrams of the last read
+    std::vector<char> m_packets;       ///< their room, where the kernel does not place them
+    int m_received = 0;                ///< datagrams in m_batch
+    int m_next = 0;                    ///< the first not handled yet
     std::uint32_t m_bitmapBytes = 0;
     bool m_blockCompleted = false;
     bool m_starved = false;

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
@@ -18,6 +19,7 @@
 #include "hal/DeviceHandle.h"
 #include "hal/IHALGev.h"
 #include "hal/SocketHelper.h"
+#include "stream/GvspReceiveMode.h"
 
 namespace GenTL {
 
@@ -36,6 +38,13 @@ constexpr std::uint64_t kMinReceiveBuffer = 2u << 20;
 constexpr std::uint64_t kMaxReceiveBuffer = 64u << 20;
 /// Largest finite wait of WaitForNextLeader, ms.
 constexpr unsigned long kMaxLeaderWaitMs = 0xFFFFFFFFul;
+
+/// The bytes of socket buffer, or of ring, for blocks of blockSize.
+std::uint64_t ReceiveBufferBytes(std::uint64_t blockSize) {
+    std::uint64_t wanted = blockSize * kReceiveBufferBlocks;
+    wanted = wanted < kMinReceiveBuffer ? kMinReceiveBuffer : wanted;
+    return wanted > kMaxReceiveBuffer ? kMaxReceiveBuffer : wanted;
+}
 
 /// Whether packets of packetSize carry data behind the IP, UDP and GVSP
 /// headers.
@@ -242,7 +251,8 @@ int MulticastGroup(std::uint32_t& group) {
 
 HALGvspUDP::HALGvspUDP() : HALGvspUDP(nullptr) {}
 
-HALGvspUDP::HALGvspUDP(std::shared_ptr<OverlappedSocket> socket) {
+HALGvspUDP::HALGvspUDP(std::shared_ptr<OverlappedSocket> socket)
+    : m_ring(std::make_unique<PacketRingSocket>()) {
     m_stream.m_pSocket = socket ? std::move(socket) : std::make_shared<OverlappedSocket>();
 }
 
@@ -258,6 +268,7 @@ HALGvspUDP::~HALGvspUDP() {
     lock.unlock();
     // A layer deleted without Stop must not leak its descriptor.
     m_stream.m_pSocket->Close();
+    m_ring->Close();
 }
 
 int HALGvspUDP::Start(IHALGev* hal, void* device, StreamStartParams& params) {
@@ -315,6 +326,18 @@ int HALGvspUDP::Start(IHALGev* hal, void* device, StreamStartParams& params) {
                                                      " leaves no room for data");
     }
     SizeReceiveBuffer(params.bufferSize);
+    in_addr destination{};
+    if (params.multicastEnable) {
+        std::uint32_t group = 0;
+        MulticastGroup(group);
+        destination.s_addr = htonl(group);
+    } else {
+        destination = m_stream.m_pSocket->LocalAddress().sin_addr;
+    }
+    if (const int rc = ChooseReceiveMode(hal, device, adapter, destination, params.bufferSize)) {
+        Stop(hal, device, params.packetSize, params.accessMode);
+        return rc;
+    }
 
     params.interPacketExpiry = CalculateInterPacketExpiry(hal, device);
     CalculateBufferExpiry(params);
@@ -322,14 +345,98 @@ int HALGvspUDP::Start(IHALGev* hal, void* device, StreamStartParams& params) {
 }
 
 void HALGvspUDP::SizeReceiveBuffer(std::uint64_t blockSize) {
-    std::uint64_t wanted = blockSize * kReceiveBufferBlocks;
-    wanted = wanted < kMinReceiveBuffer ? kMinReceiveBuffer : wanted;
-    wanted = wanted > kMaxReceiveBuffer ? kMaxReceiveBuffer : wanted;
+    const std::uint64_t wanted = ReceiveBufferBytes(blockSize);
     const int granted = m_stream.m_pSocket->RequestReceiveBuffer(static_cast<int>(wanted));
     HLogger::Debug(loc::al("GVSP receive buffer size {0} bytes of {1} asked",
                            Decimal(static_cast<unsigned long long>(granted)).c_str(),
                            Decimal(wanted).c_str())
                        .c_str());
+}
+
+int HALGvspUDP::ChooseReceiveMode(IHALGev* hal, void* device, const sockaddr_in& adapter,
+                                  in_addr destination, std::uint64_t blockSize) {
+    std::string origin;
+    const GvspReceiveMode asked = RequestedReceiveMode(origin);
+    GvspReceiveMode mode = asked == GvspReceiveMode::Auto ? GvspReceiveMode::Ring : asked;
+    std::string why = origin;
+    if (mode == GvspReceiveMode::Ring) {
+        long deviceIp = 0;
+        int rc = hal->GetDevIPAddress(device, deviceIp);
+        if (rc == GC_ERR_SUCCESS) {
+            in_addr camera{};
+            camera.s_addr = htonl(static_cast<std::uint32_t>(deviceIp));
+            rc = m_ring->Open(camera, destination, m_stream.m_pSocket->LocalAddress().sin_port,
+                              adapter.sin_addr, ReceiveBufferBytes(blockSize));
+        }
+        // With the ring the socket only keeps the port: a second copy of
+        // every datagram queued there would be work for nothing.
+        if (rc == GC_ERR_SUCCESS) {
+            rc = m_stream.m_pSocket->RefuseAll();
+        }
+        if (rc != GC_ERR_SUCCESS) {
+            m_ring->Close();
+            if (asked == GvspReceiveMode::Ring) {
+                HLogger::Error("GenTL::HALGvspUDP::Start packet ring");
+                return ChainErrorText(rc, "GenTL::HALGvspUDP::Start the receive mode ring (" +
+                                              origin + ") cannot be had");
+            }
+            // The automatic choice falls back; the reason stays out of the
+            // error cache.
+            Error ignored;
+            ErrorCache::GetErrorCache()->Pop(ignored);
+            mode = GvspReceiveMode::Batch;
+            why += rc == GC_ERR_ACCESS_DENIED ? ", no CAP_NET_RAW for a packet ring"
+                                              : ", the packet ring failed";
+        }
+    }
+    m_mode = mode;
+    HLogger::Info(loc::al("GenTL::HALGvspUDP::Start receive mode {0} ({1})", ReceiveModeName(mode),
+                          why.c_str())
+                      .c_str());
+    return GC_ERR_SUCCESS;
+}
+
+int HALGvspUDP::GetNextPackets(GvspDatagram* datagrams, int count, int& got,
+                               unsigned long timeout) {
+    got = 0;
+    if (count < 1) {
+        return GC_ERR_SUCCESS;
+    }
+    const auto n = static_cast<std::size_t>(count);
+    if (m_mode == GvspReceiveMode::Ring) {
+        m_ringDatagrams.resize(n);
+        const int rc = m_ring->Next(m_ringDatagrams.data(), count, got, static_cast<int>(timeout));
+        for (int i = 0; i < got; ++i) {
+            GvspDatagram& d = datagrams[i];
+            d.data = m_ringDatagrams[static_cast<std::size_t>(i)].data;
+            d.length = m_ringDatagrams[static_cast<std::size_t>(i)].length;
+            d.truncated = false;
+        }
+        return rc;
+    }
+    if (m_mode == GvspReceiveMode::Single) {
+        return IHALGvspUDP::GetNextPackets(datagrams, count, got, timeout);
+    }
+    m_messages.resize(n);
+    m_vectors.resize(2 * n);
+    for (std::size_t i = 0; i < n; ++i) {
+        const GvspDatagram& d = datagrams[i];
+        m_vectors[2 * i] = {d.head, static_cast<std::size_t>(std::max(d.headLength, 0))};
+        m_vectors[2 * i + 1] = {d.body, static_cast<std::size_t>(std::max(d.bodyLength, 0))};
+        m_messages[i] = {};
+        m_messages[i].msg_hdr.msg_iov = &m_vectors[2 * i];
+        m_messages[i].msg_hdr.msg_iovlen = 2;
+    }
+    const int rc = m_stream.m_pSocket->GetNextResults(m_messages.data(), static_cast<unsigned>(n),
+                                                      got, static_cast<int>(timeout));
+    for (int i = 0; i < got; ++i) {
+        GvspDatagram& d = datagrams[i];
+        const mmsghdr& m = m_messages[static_cast<std::size_t>(i)];
+        d.data = nullptr;
+        d.length = static_cast<int>(m.msg_len);
+        d.truncated = (m.msg_hdr.msg_flags & MSG_TRUNC) != 0;
+    }
+    return rc;
 }
 
 int HALGvspUDP::StartUnicast(IHALGev* hal, void* device, const sockaddr_in& adapter,
@@ -459,6 +566,7 @@ int HALGvspUDP::Stop(IHALGev* hal, void* device, unsigned int /*packetSize*/, in
         }
     }
     m_stream.m_pSocket->Close();
+    m_ring->Close();
     return GC_ERR_SUCCESS;
 }
 

@@ -39,25 +39,36 @@
  * rate, two inter-packet expiries. resendRetries is their quotient, at
  * least 1.
  *
+ * Receive modes (GvspReceiveMode): at the end of a start the layer takes
+ * the mode asked for (KestaGentl.cfg or the environment, else automatic).
+ * Automatic is a packet ring where the process may open one (CAP_NET_RAW),
+ * else batched reads; a ring that was asked for and cannot be opened fails
+ * the start. With a ring, the stream socket stays bound (no port-unreachable
+ * goes back to the camera) but queues nothing. The choice is logged at info
+ * level.
+ *
  * Start and Stop are serialised by the data stream; the grab thread reads
  * packets while the socket is open; the leader wait is the only state
  * shared between threads.
  */
 #include <netinet/in.h>
 
+#include <sys/socket.h>
+
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 
+#include "hal/SocketHelper.h"
 #include "stream/GvspCapabilities.h"
 #include "stream/IHALGvspUDP.h"
 #include "stream/StreamHandle.h"
 
 namespace GenTL {
-
-class OverlappedSocket;
 
 /// Multicast group of the stream (host byte order after conversion).
 constexpr const char* sk_gvspMulticastGroup = "239.10.10.10";
@@ -83,6 +94,9 @@ public:
     int GetNextPacket(char* header, int headerSize, int& headerReceived, char* payload,
                       int payloadSize, int& payloadReceived, unsigned long timeout) override;
     int SetNextLeaderArrived() override;
+    GvspReceiveMode ReceiveMode() const override { return m_mode; }
+    int GetNextPackets(GvspDatagram* datagrams, int count, int& got,
+                       unsigned long timeout) override;
 
     /// The capability word as the last Start (or ConfigureExtendedId) read it.
     GvspCapabilities Capabilities() const { return m_capabilities; }
@@ -114,9 +128,19 @@ private:
     /// Runs the packet size test; on failure stops the channel and adds the
     /// start's line to the error.
     int NegotiatePacketSize(IHALGev* hal, void* device, StreamStartParams& params);
+    /// Takes the receive mode asked for, opening the ring where it is
+    /// one; `destination` is where the camera sends (network order).
+    int ChooseReceiveMode(IHALGev* hal, void* device, const sockaddr_in& adapter,
+                          in_addr destination, std::uint64_t blockSize);
 
     GvspCapabilities m_capabilities;
     StreamHandle m_stream;
+    GvspReceiveMode m_mode = GvspReceiveMode::Single;
+    std::unique_ptr<PacketRingSocket> m_ring;
+    /// The batch read's system-call records, kept between reads.
+    std::vector<mmsghdr> m_messages;
+    std::vector<iovec> m_vectors;
+    std::vector<PacketRingSocket::Datagram> m_ringDatagrams;
     std::uint32_t m_gevVersion = 0;
     boost::condition_variable m_leaderCondition;
     boost::mutex m_leaderMutex;

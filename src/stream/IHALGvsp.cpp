@@ -7,6 +7,7 @@
 #include "api/HLogger.h"
 #include "api/localization.h"
 #include "hal/IHALGev.h"
+#include "stream/IHALGvspUDP.h"
 
 namespace GenTL {
 
@@ -91,6 +92,30 @@ int ConfigureExtendedIdHelper(IHALGev* hal, void* device, bool legacyRequested, 
         return ChainError(rc);
     }
     extendedId = (config & sk_gvspConfigExtendedId) != 0;
+    return GC_ERR_SUCCESS;
+}
+
+} // namespace GenTL
+
+namespace GenTL {
+
+int IHALGvspUDP::GetNextPackets(GvspDatagram* datagrams, int count, int& got,
+                                unsigned long timeout) {
+    got = 0;
+    if (count < 1) {
+        return GC_ERR_SUCCESS;
+    }
+    GvspDatagram& d = datagrams[0];
+    int head = 0;
+    int body = 0;
+    const int rc = GetNextPacket(d.head, d.headLength, head, d.body, d.bodyLength, body, timeout);
+    if (rc != GC_ERR_SUCCESS && rc != GC_ERR_BUFFER_TOO_SMALL) {
+        return rc;
+    }
+    d.data = nullptr;
+    d.length = head + body;
+    d.truncated = rc == GC_ERR_BUFFER_TOO_SMALL;
+    got = 1;
     return GC_ERR_SUCCESS;
 }
 
