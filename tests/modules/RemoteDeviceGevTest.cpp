@@ -21,7 +21,6 @@ using kesta::test::FakeHALGev;
 
 constexpr unsigned kCapWriteMem = 1u << 1;
 constexpr unsigned kCapManifest = 1u << 26;
-constexpr unsigned kModeBigEndian = 1u << 31;
 
 class RemoteDevice : public ::testing::Test {
 protected:
