@@ -50,14 +50,7 @@ HALGvspTCP::HALGvspTCP(std::shared_ptr<TCPSocket> socket)
 
 HALGvspTCP::~HALGvspTCP() {
     // Free every waiter and let them leave before the wait objects go.
-    boost::unique_lock<boost::mutex> lock(m_leaderMutex);
-    m_leaderArrived = true;
-    m_closing = true;
-    m_leaderCondition.notify_all();
-    while (m_leaderWaiters > 0) {
-        m_leaderCondition.wait(lock);
-    }
-    lock.unlock();
+    m_leader.Close();
     // A layer deleted without Stop must not leak its descriptor.
     m_socket->Close();
 }
@@ -177,9 +170,7 @@ void HALGvspTCP::SignalNextLeader() {
 }
 
 int HALGvspTCP::SetNextLeaderArrived() {
-    boost::lock_guard<boost::mutex> lock(m_leaderMutex);
-    m_leaderArrived = true;
-    m_leaderCondition.notify_all();
+    m_leader.Arrive();
     return GC_ERR_SUCCESS;
 }
 
@@ -189,36 +180,14 @@ int HALGvspTCP::WaitForNextLeader(unsigned long timeoutMs) {
         return ReportError(GC_ERR_INVALID_PARAMETER,
                            "iTimeout must be at most 0xFFFFFFFF or GENTL_INFINITE");
     }
-    boost::unique_lock<boost::mutex> lock(m_leaderMutex);
-    ++m_leaderWaiters;
-    if (forever) {
-        while (!m_leaderArrived) {
-            m_leaderCondition.wait(lock);
-        }
-    } else {
-        const boost::system_time deadline =
-            boost::get_system_time() + boost::posix_time::milliseconds(timeoutMs);
-        while (!m_leaderArrived && m_leaderCondition.timed_wait(lock, deadline)) {
-        }
-    }
-    const bool arrived = m_leaderArrived;
-    if (arrived && !m_closing) {
-        // Each arrival frees one wait.
-        m_leaderArrived = false;
-    }
-    if (--m_leaderWaiters == 0 && m_closing) {
-        m_leaderCondition.notify_all();
-    }
-    lock.unlock();
-    if (!arrived) {
+    if (!m_leader.Wait(forever, timeoutMs)) {
         return ReportError(GC_ERR_TIMEOUT, "no leader arrived within the time-out");
     }
     return GC_ERR_SUCCESS;
 }
 
 int HALGvspTCP::ResetWaitForNextLeader() {
-    boost::lock_guard<boost::mutex> lock(m_leaderMutex);
-    m_leaderArrived = false;
+    m_leader.Reset();
     return GC_ERR_SUCCESS;
 }
 

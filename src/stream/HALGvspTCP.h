@@ -20,11 +20,11 @@
 #include <cstdint>
 #include <memory>
 
-#include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 
 #include "stream/GvspCapabilities.h"
 #include "stream/IHALGvspTCP.h"
+#include "stream/LeaderGate.h"
 
 namespace GenTL {
 
@@ -67,13 +67,7 @@ private:
     /// Set by the read that begins a frame, so that the later reads of the
     /// same frame do not count as further arrivals. Grab thread only.
     bool m_frameBegins = false;
-    boost::condition_variable m_leaderCondition;
-    boost::mutex m_leaderMutex;
-    bool m_leaderArrived = false;
-    /// Waits in progress, and whether the destructor is freeing them; both
-    /// under m_leaderMutex.
-    int m_leaderWaiters = 0;
-    bool m_closing = false;
+    LeaderGate m_leader;
 
     /// Caches of ConfigureExtendedId and the capabilities of the last
     /// Start, shared by every TCP stream of the process (the cameras of one

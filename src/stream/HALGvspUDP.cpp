@@ -258,14 +258,7 @@ HALGvspUDP::HALGvspUDP(std::shared_ptr<OverlappedSocket> socket)
 
 HALGvspUDP::~HALGvspUDP() {
     // Free every waiter and let them leave before the wait objects go.
-    boost::unique_lock<boost::mutex> lock(m_leaderMutex);
-    m_leaderArrived = true;
-    m_closing = true;
-    m_leaderCondition.notify_all();
-    while (m_leaderWaiters > 0) {
-        m_leaderCondition.wait(lock);
-    }
-    lock.unlock();
+    m_leader.Close();
     // A layer deleted without Stop must not leak its descriptor.
     m_stream.m_pSocket->Close();
     m_ring->Close();
@@ -582,53 +575,23 @@ int HALGvspUDP::WaitForNextLeader(unsigned long timeoutMs) {
         return ReportError(GC_ERR_INVALID_PARAMETER,
                            "iTimeout must be at most 0xFFFFFFFF or GENTL_INFINITE");
     }
-    boost::unique_lock<boost::mutex> lock(m_leaderMutex);
-    ++m_leaderWaiters;
-    bool arrived = m_leaderArrived;
-    if (forever) {
-        while (!m_leaderArrived) {
-            m_leaderCondition.wait(lock);
-        }
-        arrived = true;
-    } else {
-        const boost::system_time deadline =
-            boost::get_system_time() + boost::posix_time::milliseconds(timeoutMs);
-        while (!m_leaderArrived) {
-            if (!m_leaderCondition.timed_wait(lock, deadline)) {
-                break;
-            }
-        }
-        arrived = m_leaderArrived;
-    }
-    if (arrived && !m_closing) {
-        // Each arrival frees one wait.
-        m_leaderArrived = false;
-    }
-    if (--m_leaderWaiters == 0 && m_closing) {
-        m_leaderCondition.notify_all();
-    }
-    lock.unlock();
-    if (!arrived) {
+    if (!m_leader.Wait(forever, timeoutMs)) {
         return ReportError(GC_ERR_TIMEOUT, "no leader arrived within the time-out");
     }
     return GC_ERR_SUCCESS;
 }
 
 int HALGvspUDP::ResetWaitForNextLeader() {
-    boost::lock_guard<boost::mutex> lock(m_leaderMutex);
-    m_leaderArrived = false;
+    m_leader.Reset();
     return GC_ERR_SUCCESS;
 }
 
 int HALGvspUDP::LeaderWaiters() {
-    boost::lock_guard<boost::mutex> lock(m_leaderMutex);
-    return m_leaderWaiters;
+    return m_leader.Waiters();
 }
 
 int HALGvspUDP::SetNextLeaderArrived() {
-    boost::lock_guard<boost::mutex> lock(m_leaderMutex);
-    m_leaderArrived = true;
-    m_leaderCondition.notify_all();
+    m_leader.Arrive();
     return GC_ERR_SUCCESS;
 }
 

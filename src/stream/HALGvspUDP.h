@@ -60,12 +60,10 @@
 #include <string>
 #include <vector>
 
-#include <boost/thread/condition_variable.hpp>
-#include <boost/thread/mutex.hpp>
-
 #include "hal/SocketHelper.h"
 #include "stream/GvspCapabilities.h"
 #include "stream/IHALGvspUDP.h"
+#include "stream/LeaderGate.h"
 #include "stream/StreamHandle.h"
 
 namespace GenTL {
@@ -142,13 +140,7 @@ private:
     std::vector<iovec> m_vectors;
     std::vector<PacketRingSocket::Datagram> m_ringDatagrams;
     std::uint32_t m_gevVersion = 0;
-    boost::condition_variable m_leaderCondition;
-    boost::mutex m_leaderMutex;
-    bool m_leaderArrived = false;
-    /// Waits in progress, and whether the destructor is freeing them; both
-    /// under m_leaderMutex.
-    int m_leaderWaiters = 0;
-    bool m_closing = false;
+    LeaderGate m_leader;
 };
 
 } // namespace GenTL
